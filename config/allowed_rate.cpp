@@ -1,0 +1,32 @@
+#include "config/allowed_rate.h"
+
+namespace {
+
+uint64_t percent_of(uint64_t rate, int percent) {
+    return rate * static_cast<uint64_t>(percent) / 100;
+}
+
+/// Start inclusive, end exclusive, wrapping past midnight. A window that starts where it ends is
+/// empty.
+bool in_window(int hour, int start, int end) {
+    return start <= end ? start <= hour && hour < end : hour >= start || hour < end;
+}
+
+} // namespace
+
+uint64_t allowed_rate(const throttling_config_s& config, operation_type_t operation,
+                      const tm& when) {
+    const uint64_t rate = percent_of(config.avail_bandwidth, operation == OPERATION_READ
+                                                                 ? config.read_bandwidth_percent
+                                                                 : config.write_bandwidth_percent);
+    if (when.tm_wday >= config.weekend_start && when.tm_wday <= config.weekend_end) {
+        return percent_of(rate, config.weekend_bandwidth_percent);
+    }
+    if (in_window(when.tm_hour, config.off_time_start, config.off_time_end)) {
+        return percent_of(rate, config.off_time_bandwidth_percent);
+    }
+    if (in_window(when.tm_hour, config.work_time_start, config.work_time_end)) {
+        return percent_of(rate, config.work_time_bandwidth_percent);
+    }
+    return rate;
+}

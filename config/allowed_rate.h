@@ -1,0 +1,22 @@
+// How much bandwidth is allowed: arithmetic alone, a function of the settings, the direction and
+// the local time. What the plugin enforces, what a preview shows and what the service reckons with
+// is this.
+#pragma once
+
+#include "config/throttling_util.h"
+
+#include <ctime>
+
+/// Direction of an operation; also the index of its sample and counts.
+enum operation_type_t : int {
+    OPERATION_READ = 0,
+    OPERATION_WRITE = 1,
+    OPERATION_READ_WRITE = 2,
+};
+
+/// Bytes per second that may be used for `operation` at the local time `when`, before it is shared
+/// among connections. The direction's percent and that of the window that holds multiply; a weekend
+/// day looks at no hour window, and where the off window and the work window both hold, off counts.
+/// Each division truncates, so the result can be 0. Products beyond 64 bits wrap.
+uint64_t allowed_rate(const throttling_config_s& config, operation_type_t operation,
+                      const tm& when);

@@ -1,0 +1,282 @@
+// The settings file: where it is, how a line becomes a field, and how a record becomes a file
+// again. Bad input never fails a caller here: it is reported, and the field keeps what it had.
+
+#include "config/settings.h"
+
+#include "platform/common/vlcommon.h"
+#include "plugin/throttling_log.h"
+#include "plugin/version_mark.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <libgen.h>
+#include <sys/stat.h>
+
+namespace {
+
+constexpr const char* plugin_config_name = "libstspithrottling.conf";
+constexpr const char* cloudstore_config_name = "cloudstore.conf";
+
+int is_between(int start, int end, int point) {
+    if (start == end) {
+        return point == start;
+    }
+    return start < end ? start <= point && point < end : point >= start || point < end;
+}
+
+/// The low 32 bits of the number, as they are stored.
+int32_t number_of(const char* value) { return static_cast<int32_t>(strtol(value, nullptr, 10)); }
+
+/// Stores `value` in the setting's field. False when it isn't acceptable.
+bool store(const setting& which, throttling_config_s* config, const char* value) {
+    switch (which.kind) {
+    case setting_kind::number: {
+        const int32_t number = number_of(value);
+        if (number < which.low || number > which.high) {
+            return false;
+        }
+        config->*which.value = number;
+        return true;
+    }
+    case setting_kind::bandwidth: {
+        const uint64_t number = strtoull(value, nullptr, 10);
+        if (static_cast<int64_t>(number) <= 0) {
+            return false;
+        }
+        config->avail_bandwidth = number;
+        return true;
+    }
+    case setting_kind::host:
+        if (value[0] == '\0') {
+            return false;
+        }
+        strncpy(config->cssc_host_name, value, sizeof config->cssc_host_name - 1);
+        config->cssc_host_name[sizeof config->cssc_host_name - 1] = '\0';
+        return true;
+    case setting_kind::storages:
+        break;
+    }
+    return false;
+}
+
+const setting* find_key(const char* key) {
+    for (const setting& each : settings) {
+        if (each.key != nullptr && strcmp(key, each.key) == 0) {
+            return &each;
+        }
+    }
+    return nullptr;
+}
+
+/// The whole file as text.
+void form_file(const throttling_config_s& config, char (&buffer)[STS_CONFIG_SIZE]) {
+    config_text text(buffer);
+    for (const setting& each : settings) {
+        if (!each.in_file) {
+            continue;
+        }
+        switch (each.kind) {
+        case setting_kind::number:
+            text.add("%s=%d\n", each.key, config.*each.value);
+            break;
+        case setting_kind::bandwidth:
+            text.add("%s=%lu\n", each.key, config.avail_bandwidth);
+            break;
+        case setting_kind::host:
+            text.add("%s=%s\n", each.key, config.cssc_host_name);
+            break;
+        case setting_kind::storages:
+            for (const auto& [name, limit] : config.connections) {
+                text.add("%s%s=%d\n", storage_prefix, name.c_str(), static_cast<int>(limit));
+            }
+            break;
+        }
+    }
+}
+
+} // namespace
+
+char plugin_config_path[4096];
+char cloudstore_config_path[4096];
+
+config_text::config_text(char* buffer) : buffer_(buffer) { memset(buffer_, 0, STS_CONFIG_SIZE); }
+
+void config_text::add(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    vsnprintf(buffer_ + used_, STS_CONFIG_SIZE - used_, format, arguments);
+    va_end(arguments);
+    used_ += strlen(buffer_ + used_);
+}
+
+void config_set_path(const char* /*ignored*/) {
+    char directory[sizeof plugin_config_path] = "";
+    if (GetConfDir(directory, sizeof directory) != 0 || directory[0] == '\0') {
+        log_msg(nullptr, __func__, 1, STS_SEV_ERROR,
+                "Unable to find path for file %s and config file %s", cloudstore_config_name,
+                plugin_config_name);
+        return;
+    }
+    snprintf(plugin_config_path, sizeof plugin_config_path, "%s/%s", directory, plugin_config_name);
+    snprintf(cloudstore_config_path, sizeof cloudstore_config_path, "%s/%s", directory,
+             cloudstore_config_name);
+}
+
+int config_init(throttling_config_s* config) {
+    if (config == nullptr) {
+        return STS_ERR_INVALID;
+    }
+    errno = 0;
+    if (file_ptr file{fopen(plugin_config_path, "r")}) {
+        file.reset();
+        read_config_file_to_var(nullptr, config);
+        return STS_OK;
+    }
+    if (errno != ENOENT) {
+        return STS_ERR_FILE;
+    }
+    write_config_file_from_var(nullptr, config);
+    return STS_OK;
+}
+
+int is_overlap(int start1, int end1, int start2, int end2) {
+    return is_between(start1, end1, start2) || is_between(start1, end1, end2 - 1) ||
+           is_between(start2, end2, start1) || is_between(start2, end2, end1 - 1);
+}
+
+int check_time(const sts_session_def_v7_t* session, throttling_config_s* config) {
+    if (config->work_time_start == config->work_time_end) {
+        log_msg(session, __func__, 1, STS_SEV_WARN,
+                "work_time_start cannot equal to work_time_end, set work_time_end = "
+                "work_time_start + 1.");
+        config->work_time_end = (config->work_time_start + 1) % 24;
+    }
+    if (config->off_time_start == config->off_time_end) {
+        log_msg(session, __func__, 1, STS_SEV_WARN,
+                "off_time_start cannot equal to off_time_end, set off_time_end = "
+                "off_time_start + 1.");
+        config->off_time_end = (config->off_time_start + 1) % 24;
+    }
+    if (is_overlap(config->work_time_start, config->work_time_end, config->off_time_start,
+                   config->off_time_end)) {
+        log_msg(session, __func__, 1, STS_SEV_WARN,
+                "work time overlaps with off time, set off_time_end as work_time_start, set "
+                "off_time_start as work_time_end.");
+        config->off_time_end = config->work_time_start;
+        config->off_time_start = config->work_time_end;
+    }
+    return STS_OK;
+}
+
+void parse_oneline_to_var(const sts_session_def_v7_t* session, throttling_config_s* config,
+                          const char* key, const char* value) {
+    if (const setting* known = find_key(key)) {
+        if (!store(*known, config, value)) {
+            log_msg(session, __func__, 1, STS_SEV_WARN, "invalid %s, set to default.",
+                    known->field);
+        }
+        return;
+    }
+    if (strncmp(key, storage_prefix, storage_prefix_length) != 0) {
+        log_msg(session, __func__, 1, STS_SEV_WARN, "Ignore item:%s.", key);
+        return;
+    }
+    int32_t limit = number_of(value);
+    if (limit <= 0) {
+        log_msg(session, __func__, 1, STS_SEV_WARN, "invalid connections count, set to default.");
+        limit = config->default_max_connections;
+    }
+    config->connections[key + storage_prefix_length] = static_cast<uint32_t>(limit);
+}
+
+bool find_setting(const sts_session_def_v7_t* session, const char* who, char* line,
+                  config_line& parts) {
+    if (line[0] == '#') {
+        log_msg(session, who, 1, STS_SEV_DEBUG, "Comment:%s", line);
+        return false;
+    }
+    parts.key = line;
+    parts.equals = strchr(line, '=');
+    parts.newline = parts.equals != nullptr ? strchr(parts.equals, '\n') : nullptr;
+    if (parts.newline == nullptr) {
+        log_msg(session, who, 1, STS_SEV_WARN, "Ignore item:%s.", line);
+        return false;
+    }
+    return true;
+}
+
+int read_config_file_to_var(const sts_session_def_v7_t* session, throttling_config_s* config,
+                            const char* path) {
+    log_msg(session, __func__, 1, STS_SEV_DEBUG, "enter.");
+    file_ptr file(fopen(path, "r"));
+    if (file == nullptr) {
+        log_msg(session, __func__, 1, STS_SEV_WARN,
+                "file %s not found, use default config setting.", path);
+        return STS_ERR_END_OF_LIST;
+    }
+    char line[config_line_size];
+    config_line parts;
+    while (fgets(line, sizeof line, file.get()) != nullptr) {
+        if (!find_setting(session, __func__, line, parts)) {
+            continue;
+        }
+        log_msg(session, __func__, 1, STS_SEV_DEBUG, "%s", line);
+        parts.cut();
+        parse_oneline_to_var(session, config, parts.key, parts.value());
+    }
+    check_time(session, config);
+    file.reset();
+    log_msg(session, __func__, 1, STS_SEV_DEBUG, "leave.");
+    return STS_OK;
+}
+
+int read_config_file_to_var(const sts_session_def_v7_t* session, throttling_config_s* config) {
+    throttling_config_s service;
+    read_config_file_to_var(session, &service, cloudstore_config_path);
+    read_config_file_to_var(session, config, plugin_config_path);
+    config->cssc_port_number = service.cssc_port_number;
+    return STS_OK;
+}
+
+int write_config_file_from_var(const sts_session_def_v7_t* session,
+                               const throttling_config_s* config) {
+    log_msg(session, __func__, 1, STS_SEV_DEBUG, "enter.");
+    file_ptr file(fopen(plugin_config_path, "w+"));
+    if (file == nullptr) {
+        return STS_ERR_END_OF_LIST;
+    }
+    char text[STS_CONFIG_SIZE];
+    form_file(*config, text);
+    const bool written = fputs(text, file.get()) >= 0;
+    const bool closed = fclose(file.release()) == 0;
+    if (!written || !closed) {
+        return STS_ERR_FILE;
+    }
+    if (onet_chown_service_user_if_root(plugin_config_path, 0) != 0) {
+        return STS_ERR_FILE;
+    }
+    if (chmod(plugin_config_path, 0644) < 0) {
+        return STS_ERR_FILE;
+    }
+    log_msg(session, __func__, 1, STS_SEV_DEBUG, "leave.");
+    return STS_OK;
+}
+
+char* get_plugin_dir(const char* path, char* out, int size) {
+    if (out == nullptr || size < 1) {
+        return out;
+    }
+    out[0] = '\0';
+    if (path == nullptr) {
+        return out;
+    }
+    char copy[4096];
+    strncpy(copy, path, sizeof copy - 1);
+    copy[sizeof copy - 1] = '\0';
+    strncpy(out, dirname(copy), static_cast<size_t>(size) - 1);
+    out[size - 1] = '\0';
+    return out;
+}

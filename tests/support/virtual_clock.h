@@ -1,0 +1,39 @@
+// A clock of the test's own in place of the C library's: a week of pacing runs in a millisecond.
+// Linking this in replaces time, sleep and gettimeofday for the whole program while a clock is
+// there; without one they are the real calls.
+#pragma once
+
+#include <ctime>
+#include <vector>
+
+class virtual_clock {
+  public:
+    /// Takes over at `now`, seconds since the epoch. One clock at a time.
+    explicit virtual_clock(time_t now = 0);
+    ~virtual_clock();
+    virtual_clock(const virtual_clock&) = delete;
+    virtual_clock& operator=(const virtual_clock&) = delete;
+
+    time_t now() const { return now_; }
+    void set(time_t now) { now_ = now; }
+    void set_microseconds(long microseconds) { microseconds_ = microseconds; }
+    long microseconds() const { return microseconds_; }
+    void advance(time_t seconds) { now_ += seconds; }
+
+    /// Every sleep since the start or the last call, in seconds; each has moved the clock on.
+    std::vector<unsigned> take_sleeps();
+    unsigned sleep(unsigned seconds);
+
+    /// How often the time was read.
+    int reads = 0;
+    /// Makes sleep return early, as a signal does: the clock moves by this many seconds only.
+    int interrupt_sleep_after = -1;
+
+  private:
+    time_t now_;
+    long microseconds_ = 0;
+    std::vector<unsigned> sleeps_;
+};
+
+/// Seconds since the epoch of a local time. Tests run with TZ=UTC.
+time_t local_time(int year, int month, int day, int hour = 0, int minute = 0, int second = 0);
