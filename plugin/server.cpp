@@ -9,17 +9,6 @@
 
 namespace {
 
-/// Writes `name` into a name field of a record, cut to 511 characters and padded with zeros.
-void store_server_name(char* field, const char* name) {
-    strncpy(field, name, STS_NAME_SIZE - 1);
-    field[STS_NAME_SIZE - 1] = '\0';
-}
-
-/// As above, into a record that belongs to the next layer.
-void store_server_name(void* record, size_t offset, const char* name) {
-    store_server_name(static_cast<char*>(record) + offset, name);
-}
-
 /// The two samples of a server that has moved nothing yet.
 std::vector<bandwidth_s> new_samples() {
     const time_t now = time(nullptr);
@@ -102,7 +91,7 @@ int open_server(throttling_server_s& server, const char* name, const sts_server_
     log_msg(session, who, 1, STS_SEV_DEBUG, "the server name to the next plugin in stack is %s.",
             next_name);
     server.bandwidth = new_samples();
-    store_server_name(server.next_server_name, next_name);
+    store_server_name(server.next_server_name, 0, next_name);
     if (next_name[0] == '\0') {
         return STS_OK; // the end of the stack
     }
@@ -132,7 +121,7 @@ int throttling_open_server_v7(const sts_session_def_v7_t* session, const char* n
         handle_ptr<throttling_server_s> server(new throttling_server_s{});
         server->magic = SERVER_MAGIC;
         server->session = *session;
-        store_server_name(server->server_name, name);
+        store_server_name(server->server_name, 0, name);
         if (server_def != nullptr) {
             server->server_def = *server_def;
         }

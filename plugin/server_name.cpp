@@ -9,6 +9,12 @@
 
 #include <cstring>
 
+void store_server_name(void* record, size_t offset, const char* name) {
+    char* const field = static_cast<char*>(record) + offset;
+    strncpy(field, name, STS_NAME_SIZE - 1);
+    field[STS_NAME_SIZE - 1] = '\0';
+}
+
 bool has_server_prefix(const char* name) {
     return name != nullptr && strncmp(name, server_prefix, server_prefix_length) == 0;
 }

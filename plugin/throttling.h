@@ -9,6 +9,7 @@
 
 #include <memory>
 #include <new>
+#include <string>
 #include <vector>
 
 constexpr const char* server_prefix = "CS_throttle:"; ///< begins the name of every server of ours
@@ -28,6 +29,8 @@ extern "C" __attribute__((visibility("default"))) const stspi_ep_t ep;
 enum throttling_magic_t : uint32_t {
     SERVER_MAGIC = 0xab83356f,
     IMAGE_MAGIC = 0x35daa76b,
+    LSU_LIST_MAGIC = 0xed9aeb37,
+    IMAGE_LIST_MAGIC = 0x3e9ba66b,
 };
 
 /// An open server: the centre of the frame, to which every other handle points back. No lock: the
@@ -56,6 +59,30 @@ struct throttling_image_s {
     uint32_t io_flags; ///< 1: a read has begun; 2: a write has begun
 };
 
+/// An open list of a server's LSUs.
+struct throttling_lsu_list_s {
+    uint32_t magic;
+    throttling_server_s* server;
+    sts_next_lsu_list_s* next_list;
+};
+
+/// An open list of an LSU's images or image groups.
+struct throttling_image_list_s {
+    uint32_t magic;
+    int32_t type;           ///< the list type given to open
+    sts_lsu_ref_s lsu;      ///< as the host gave it: names our server handle
+    sts_lsu_ref_s next_lsu; ///< as the next layer must see it
+    sts_next_image_list_s* next_list;
+};
+
+/// An open event channel, independent of any server handle. It has no magic number.
+struct throttling_evchannel_s {
+    std::string server_name;             ///< the full name given to open
+    sts_next_session_s* next_session;    ///< null until opened
+    sts_next_evchannel_s* next_channel;  ///< null until opened
+    const sts_session_def_v7_t* session; ///< the host's, which outlives the channel
+};
+
 /// Releases a handle, its magic number cleared first. The store is volatile because a compiler may
 /// drop one to memory that is about to be released.
 struct release_handle {
@@ -75,6 +102,14 @@ inline bool is_valid(const throttling_server_s* server) {
 
 inline bool is_valid(const throttling_image_s* image) {
     return image != nullptr && image->magic == IMAGE_MAGIC;
+}
+
+inline bool is_valid(const throttling_lsu_list_s* list) {
+    return list != nullptr && list->magic == LSU_LIST_MAGIC;
+}
+
+inline bool is_valid(const throttling_image_list_s* list) {
+    return list != nullptr && list->magic == IMAGE_LIST_MAGIC;
 }
 
 /// The server that an LSU record names; null where the record is null.
@@ -106,6 +141,11 @@ int without_throwing(Body body) {
 
 // --- server names
 // ---------------------------------------------------------------------------------
+
+/// Writes a server name into its field of a record, `offset` bytes from the start: the way back up,
+/// so that the host reads a name by which it can reach this layer again. Cut to 511 characters and
+/// padded with zeros.
+void store_server_name(void* record, size_t offset, const char* name);
 
 /// Whether the name begins with our prefix; false for null.
 bool has_server_prefix(const char* name);
