@@ -72,12 +72,11 @@ int throttling_close_evchannel(throttling_evchannel_s* channel) {
     log_msg(session, __func__, 1, STS_SEV_DEBUG, "enter stspi_close_evchannel");
     int status = STS_OK;
     if (channel->next_channel != nullptr) {
-        if (const int failed =
-                next<&sts_api_t::close_handle>(static_cast<void*>(channel->next_channel), 0)) {
+        if (const int failed = next<&sts_api_t::close_handle>(channel->next_channel, 0)) {
             log_msg(session, __func__, 1, STS_SEV_ERROR, "Failed to close evchannel, return: %d",
                     failed);
         }
-        status = next<&sts_api_t::close_handle>(static_cast<void*>(channel->next_session), 0);
+        status = next<&sts_api_t::close_handle>(channel->next_session, 0);
         if (status != STS_OK) {
             log_msg(session, __func__, 1, STS_SEV_DEBUG, "Close session handle returned: %d",
                     status);

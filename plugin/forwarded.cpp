@@ -143,8 +143,7 @@ int throttling_get_image_prop_v10(void* handle, sts_image_info_s* info) {
         return STS_ERR_INVALID;
     }
     const throttling_server_s& server = server_of(*image);
-    const int status =
-        next<&sts_api_t::get_image_prop>(static_cast<void*>(image->next_image), info);
+    const int status = next<&sts_api_t::get_image_prop>(image->next_image, info);
     if (status != STS_OK) {
         log_msg(&server.session, __func__, 1, STS_SEV_ERROR,
                 "fail to get the image info from info handle, error code: %d", status);

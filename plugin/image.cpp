@@ -127,11 +127,10 @@ int create_or_open_image_v10(int create, const sts_lsu_ref_s* lsu, const sts_ima
         image->lsu = *lsu;
         image->next_lsu = next_lsu_of(*lsu);
         image->magic = IMAGE_MAGIC;
-        const sts_lsu_ref_s* const next_lsu = &image->next_lsu;
-        const int status =
-            create == 1
-                ? next<&sts_api_t::create_image>(next_lsu, image_def, flags, &image->next_image)
-                : next<&sts_api_t::open_image>(next_lsu, image_def, flags, &image->next_image);
+        const int status = create == 1 ? next<&sts_api_t::create_image>(&image->next_lsu, image_def,
+                                                                        flags, &image->next_image)
+                                       : next<&sts_api_t::open_image>(&image->next_lsu, image_def,
+                                                                      flags, &image->next_image);
         if (status != STS_OK) {
             log_msg(&server->session, who, 1, STS_SEV_ERROR,
                     "fail to call the next plugin in the stack, error code = %d", status);
@@ -205,7 +204,7 @@ int throttling_close_image_v7(throttling_image_s* image, int32_t first_mode, int
         return STS_ERR_INVALID;
     }
     throttling_server_s& server = server_of(*image);
-    const int status = next<&sts_api_t::close_handle>(static_cast<void*>(image->next_image),
+    const int status = next<&sts_api_t::close_handle>(image->next_image,
                                                       second_mode != 0 ? second_mode : first_mode);
     if (status != STS_OK) {
         log_msg(&server.session, __func__, 1, STS_SEV_ERROR,

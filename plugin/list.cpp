@@ -78,7 +78,7 @@ int throttling_close_lsu_list_v7(throttling_lsu_list_s* list) {
     }
     throttling_server_s& server = *list->server;
     log_msg(&server.session, __func__, 1, STS_SEV_DEBUG, "enter.");
-    const int status = next<&sts_api_t::close_handle>(static_cast<void*>(list->next_list), 0);
+    const int status = next<&sts_api_t::close_handle>(list->next_list, 0);
     if (status != STS_OK) {
         log_msg(&server.session, __func__, 1, STS_SEV_ERROR,
                 "fail to call sts_close_lsu_list of the next plugin in the stack, error code = %d",
@@ -104,8 +104,8 @@ int throttling_open_image_list_v7(const sts_lsu_ref_s* lsu, int32_t type,
     log_msg(&server->session, who, 1, STS_SEV_DEBUG, "enter.");
     return without_throwing([&] {
         handle_ptr<throttling_image_list_s> list = new_image_list(*lsu, type);
-        const sts_lsu_ref_s* const next_lsu = &list->next_lsu;
-        const int status = next<&sts_api_t::open_image_list>(next_lsu, type, &list->next_list);
+        const int status =
+            next<&sts_api_t::open_image_list>(&list->next_lsu, type, &list->next_list);
         if (status != STS_OK) {
             log_msg(&server->session, who, 1, STS_SEV_ERROR,
                     "fail to open info list handle for lsu: %.1024s with type %d, error code: %d",
@@ -124,8 +124,8 @@ int throttling_open_image_group_list(const sts_lsu_ref_s* lsu, sts_forwarded_t f
     return without_throwing([&] {
         // Handed out before it is open, and not counted: the host closes it in any case.
         throttling_image_list_s* const list = *out = new_image_list(*lsu, type).release();
-        const sts_lsu_ref_s* const next_lsu = &list->next_lsu;
-        return next<&sts_api_t::open_image_group_list>(next_lsu, forwarded, type, &list->next_list);
+        return next<&sts_api_t::open_image_group_list>(&list->next_lsu, forwarded, type,
+                                                       &list->next_list);
     });
 }
 
@@ -148,7 +148,7 @@ int throttling_close_image_list_v7(throttling_image_list_s* list) {
     }
     throttling_server_s& server = *server_of(&list->lsu);
     log_msg(&server.session, __func__, 1, STS_SEV_DEBUG, "enter.");
-    const int status = next<&sts_api_t::close_handle>(static_cast<void*>(list->next_list), 0);
+    const int status = next<&sts_api_t::close_handle>(list->next_list, 0);
     if (status != STS_OK) {
         log_msg(&server.session, __func__, 1, STS_SEV_ERROR,
                 "fail to close info list handle for lsu: %.1024s with type %d, error code: %d",

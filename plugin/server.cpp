@@ -35,25 +35,22 @@ int record_storage(throttling_server_s& server, const char* who) {
 
 /// Opens the session and the server `next_name` of the next layer. What was opened before a failure
 /// stays in the handle.
-int open_next_server(throttling_server_s& server, const char* next_name,
-                     const sts_server_def_s* server_def, sts_forwarded_t forwarded,
-                     const char* who) {
-    int status = next<&sts_api_t::open_session>(
-        static_cast<const sts_session_def_v7_t*>(&server.session), &server.next_session);
+int open_next_server(throttling_server_s& server, const sts_session_def_v7_t* session,
+                     const char* next_name, const sts_server_def_s* server_def,
+                     sts_forwarded_t forwarded, const char* who) {
+    int status = next<&sts_api_t::open_session>(session, &server.next_session);
     if (status != STS_OK) {
-        log_msg(&server.session, who, 1, STS_SEV_ERROR, "fail to open session, return code: %d",
-                status);
+        log_msg(session, who, 1, STS_SEV_ERROR, "fail to open session, return code: %d", status);
         return status;
     }
     status = next<&sts_api_t::open_server>(server.next_session, next_name, server_def, forwarded,
                                            &server.next_server);
     if (status != STS_OK) {
-        log_msg(&server.session, who, 1, STS_SEV_ERROR,
+        log_msg(session, who, 1, STS_SEV_ERROR,
                 "fail to open server of the next plugin in stack, return code: %d", status);
         return status;
     }
-    log_msg(&server.session, who, 1, STS_SEV_DEBUG,
-            "succeed to open server of the next plugin in stack.");
+    log_msg(session, who, 1, STS_SEV_DEBUG, "succeed to open server of the next plugin in stack.");
     return STS_OK;
 }
 
@@ -63,15 +60,14 @@ void abandon_next_server(throttling_server_s& server) {
         return;
     }
     if (server.next_server != nullptr) {
-        next<&sts_api_t::close_handle>(static_cast<void*>(server.next_server), 0);
+        next<&sts_api_t::close_handle>(server.next_server, 0);
     }
-    next<&sts_api_t::close_handle>(static_cast<void*>(server.next_session), 0);
+    next<&sts_api_t::close_handle>(server.next_session, 0);
 }
 
 /// The steps of an open between the allocation of the handle and its handing out.
-int open_server(throttling_server_s& server, const char* name, const sts_server_def_s* server_def,
-                sts_forwarded_t forwarded, const char* who) {
-    const sts_session_def_v7_t* const session = &server.session;
+int open_server(throttling_server_s& server, const sts_session_def_v7_t* session, const char* name,
+                const sts_server_def_s* server_def, sts_forwarded_t forwarded, const char* who) {
     server.security = get_cssc_security(session);
     if (read_config_file_to_var(session, &server.config) != STS_OK) {
         log_msg(session, who, 1, STS_SEV_ERROR, "read config error, use default.");
@@ -95,7 +91,7 @@ int open_server(throttling_server_s& server, const char* name, const sts_server_
     if (next_name[0] == '\0') {
         return STS_OK; // the end of the stack
     }
-    const int status = open_next_server(server, next_name, server_def, forwarded, who);
+    const int status = open_next_server(server, session, next_name, server_def, forwarded, who);
     if (status != STS_OK) {
         abandon_next_server(server);
     }
@@ -125,7 +121,7 @@ int throttling_open_server_v7(const sts_session_def_v7_t* session, const char* n
         if (server_def != nullptr) {
             server->server_def = *server_def;
         }
-        const int status = open_server(*server, name, server_def, forwarded, who);
+        const int status = open_server(*server, session, name, server_def, forwarded, who);
         if (status == STS_OK) {
             *out = server.release();
         } else {
@@ -172,12 +168,11 @@ int throttling_close_server_v7(throttling_server_s* server) {
     server->bandwidth.clear();
     int status = STS_OK;
     if (server->next_server != nullptr) {
-        if (const int failed =
-                next<&sts_api_t::close_handle>(static_cast<void*>(server->next_server), 0)) {
+        if (const int failed = next<&sts_api_t::close_handle>(server->next_server, 0)) {
             log_msg(session, __func__, 1, STS_SEV_ERROR,
                     "fail to close server handle of the next plugin: %d", failed);
         }
-        status = next<&sts_api_t::close_handle>(static_cast<void*>(server->next_session), 0);
+        status = next<&sts_api_t::close_handle>(server->next_session, 0);
         if (status != STS_OK) {
             log_msg(session, __func__, 1, STS_SEV_ERROR,
                     "fail to close session handle of this plugin: %d", status);

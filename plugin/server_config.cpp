@@ -49,8 +49,7 @@ int read_config(throttling_server_s& server, sts_config_buffer_s* buffer, const 
     buffer->used = 0;
     memset(buffer->text, 0, sizeof buffer->text);
     if (server.next_server != nullptr) {
-        const int status = next<&sts_api_t::ioctl>(server.next_server, read_config_command,
-                                                   static_cast<void*>(buffer));
+        const int status = next<&sts_api_t::ioctl>(server.next_server, read_config_command, buffer);
         if (status != STS_OK) {
             log_msg(&server.session, who, 1, STS_SEV_ERROR,
                     "can not get underneath plug-in's config.");
@@ -75,8 +74,7 @@ int write_config(throttling_server_s& server, sts_config_buffer_s* buffer, const
     }
     int status = STS_OK;
     if (server.next_server != nullptr) {
-        status = next<&sts_api_t::ioctl>(server.next_server, write_config_command,
-                                         static_cast<void*>(buffer));
+        status = next<&sts_api_t::ioctl>(server.next_server, write_config_command, buffer);
     }
     if (status == STS_OK) {
         char text[sizeof buffer->text + 1] = {}; // a full buffer has no terminator of its own
