@@ -8,7 +8,7 @@
 #include <ctime>
 
 /// Direction of an operation; also the index of its sample and counts.
-enum operation_type_t : int {
+enum operation_type_t : unsigned {
     OPERATION_READ = 0,
     OPERATION_WRITE = 1,
     OPERATION_READ_WRITE = 2,

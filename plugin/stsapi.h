@@ -241,7 +241,8 @@ struct sts_api_t {
                        uint64_t position, uint64_t* bytes_written);
 };
 
-#define STS_SLOT(name, number) static_assert(offsetof(sts_api_t, name) == 8 * (number), #name)
+#define STS_SLOT(name, number)                                                                     \
+    static_assert(offsetof(sts_api_t, name) == sizeof(void*) * (number), #name)
 STS_SLOT(add_evsource, 1);
 STS_SLOT(async_cancel, 6);
 STS_SLOT(async_copy_image, 7);
