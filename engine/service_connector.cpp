@@ -40,8 +40,13 @@ char* session_text(const sts_session_def_v7_t* session) {
 /// with an arithmetic fault, on every processor alike.
 uint64_t seconds_for(uint64_t bytes, uint64_t rate) {
     if (rate == 0) {
+        std::raise(SIGFPE); // a handler of the host's has its turn
         std::signal(SIGFPE, SIG_DFL);
-        std::raise(SIGFPE);
+        sigset_t fault;
+        sigemptyset(&fault);
+        sigaddset(&fault, SIGFPE);
+        pthread_sigmask(SIG_UNBLOCK, &fault, nullptr);
+        std::raise(SIGFPE); // where it returned, or the signal was ignored or blocked
         std::abort();
     }
     return bytes / rate;
@@ -165,28 +170,30 @@ int ServiceConnector::get_msg_value(const std::string& message, const std::strin
 }
 
 /// Takes the service's counts and waits from a good reply; what it doesn't name stays as it was.
+/// All or nothing is taken, so that running out of memory on the way leaves no count at 0.
 void ServiceConnector::take_reply(const char* who, const std::string& response) {
-    get_msg_value(response, "THR_R_CONNECTION_COUNTS", connection_counts_[OPERATION_READ]);
-    get_msg_value(response, "THR_W_CONNECTION_COUNTS", connection_counts_[OPERATION_WRITE]);
-    get_msg_value(response, "THR_FREE_FLOW", free_flow_);
-    get_msg_value(response, "THR_WAIT_SECONDS", wait_seconds_);
+    int64_t readers = connection_counts_[OPERATION_READ];
+    int64_t writers = connection_counts_[OPERATION_WRITE];
+    int64_t free_flow = free_flow_;
+    int64_t wait_seconds = wait_seconds_;
+    get_msg_value(response, "THR_R_CONNECTION_COUNTS", readers);
+    get_msg_value(response, "THR_W_CONNECTION_COUNTS", writers);
+    get_msg_value(response, "THR_FREE_FLOW", free_flow);
+    get_msg_value(response, "THR_WAIT_SECONDS", wait_seconds);
     log_msg(session_, who, 1, STS_SEV_DEBUG,
             "response:%ld,connection# for r:%ld,connection# for w:%ld,free flow:%ld,wait "
             "seconds:%ld",
-            static_cast<long>(STS_OK), connection_counts_[OPERATION_READ],
-            connection_counts_[OPERATION_WRITE], free_flow_, wait_seconds_);
-    for (int64_t& count : connection_counts_) {
-        if (count == 0) {
-            count = 1;
-        }
-    }
+            static_cast<long>(STS_OK), readers, writers, free_flow, wait_seconds);
+    connection_counts_[OPERATION_READ] = readers != 0 ? readers : 1;
+    connection_counts_[OPERATION_WRITE] = writers != 0 ? writers : 1;
+    free_flow_ = free_flow;
+    wait_seconds_ = wait_seconds;
 }
 
-/// Pays off `seconds` of the wait that the service asked for.
+/// Sleeps some of the wait that the service asked for.
 void ServiceConnector::sleep_for_service(const char* who, int64_t seconds) {
     log_msg(session_, who, 1, STS_SEV_DEBUG, "sleep for last transfer=%ld.", seconds);
     sleep_for(seconds);
-    wait_seconds_ -= seconds;
 }
 
 std::string ServiceConnector::access_uri(const char* operation, int is_secure) const {
@@ -235,6 +242,7 @@ int ServiceConnector::check_connections(operation_type_t operation, int delta, i
     take_reply(__func__, response);
     if (wait_seconds_ > 0) {
         sleep_for_service(__func__, wait_seconds_);
+        wait_seconds_ = 0;
     }
     log_msg(session_, __func__, 1, STS_SEV_DEBUG, "leaving with return value =%d", status);
     return status;
@@ -271,7 +279,9 @@ int ServiceConnector::check_bandwidth(bandwidth_s* bandwidth, int /*is_secure*/,
     }
     log_msg(session_, __func__, 1, STS_SEV_DEBUG, "wait_seconds_=%ld.", wait_seconds_);
     if (wait_seconds_ > 0) {
-        sleep_for_service(__func__, wait_seconds_ / std::max(config_.sample_interval / 60, 1));
+        const int64_t part = wait_seconds_ / std::max(config_.sample_interval / 60, 1);
+        sleep_for_service(__func__, part);
+        wait_seconds_ -= part;
     }
 
     if (force == 0 && interval > gap_seconds) {
@@ -283,6 +293,7 @@ int ServiceConnector::check_bandwidth(bandwidth_s* bandwidth, int /*is_secure*/,
     }
     if (wait_seconds_ > 0) {
         sleep_for_service(__func__, wait_seconds_);
+        wait_seconds_ = 0;
     }
     return report(__func__, bandwidth);
 }

@@ -11,7 +11,9 @@
 #include <map>
 #include <mutex>
 #include <new>
+#include <sstream>
 #include <sys/stat.h>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -19,6 +21,7 @@ namespace {
 struct planned_fault {
     int error;
     int times;
+    int after;
 };
 
 std::map<std::string, planned_fault>& faults() {
@@ -29,6 +32,13 @@ std::map<std::string, planned_fault>& faults() {
 std::string redirected_from;
 std::string redirected_to;
 std::string last_path;
+std::mutex files_guard; // of the faults, the paths and the calls kept
+
+std::atomic<bool> watching{false};
+std::vector<std::string>& calls() {
+    static std::vector<std::string> all;
+    return all;
+}
 
 std::atomic<int> news_left{-1};
 std::atomic<long> allocations{0};
@@ -36,13 +46,29 @@ std::mutex retained_guard;
 int retaining = 0;
 std::vector<void*>* retained = nullptr;
 
+/// Keeps one call and what it was asked for, if somebody watches.
+template <typename... Parts>
+void keep(const Parts&... parts) {
+    if (watching) {
+        const std::lock_guard<std::mutex> lock(files_guard);
+        std::ostringstream text;
+        (text << ... << parts);
+        calls().push_back(text.str());
+    }
+}
+
 /// Whether the call is to fail now; sets errno.
 bool fails(const char* call) {
+    const std::lock_guard<std::mutex> lock(files_guard);
     if (faults().empty()) {
         return false;
     }
     const auto found = faults().find(call);
     if (found == faults().end() || found->second.times <= 0) {
+        return false;
+    }
+    if (found->second.after > 0) {
+        --found->second.after;
         return false;
     }
     --found->second.times;
@@ -53,6 +79,16 @@ bool fails(const char* call) {
 template <typename Function>
 Function* real(const char* name) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+/// Where that path is opened in truth.
+std::string target_of(const char* path) {
+    const std::lock_guard<std::mutex> lock(files_guard);
+    last_path = path;
+    if (redirected_from.empty() || last_path.rfind(redirected_from, 0) != 0) {
+        return path;
+    }
+    return redirected_to + last_path.substr(redirected_from.size());
 }
 
 void* allocate(size_t size) {
@@ -84,7 +120,9 @@ void release(void* memory) {
 
 namespace fault {
 
-void fail(const std::string& call, int error, int times) { faults()[call] = {error, times}; }
+void fail(const std::string& call, int error, int times, int after) {
+    faults()[call] = {error, times, after};
+}
 
 void redirect(const std::string& directory, const std::string& instead) {
     redirected_from = directory;
@@ -92,6 +130,16 @@ void redirect(const std::string& directory, const std::string& instead) {
 }
 
 const std::string& last_opened() { return last_path; }
+
+void watch_calls() {
+    calls().clear();
+    watching = true;
+}
+
+std::vector<std::string> take_calls() {
+    watching = false;
+    return std::exchange(calls(), {});
+}
 
 void fail_new_after(int count) { news_left = count; }
 
@@ -123,6 +171,7 @@ void clear() {
     redirected_from.clear();
     redirected_to.clear();
     last_path.clear();
+    take_calls();
     news_left = -1;
 }
 
@@ -133,22 +182,24 @@ void clear() {
 extern "C" {
 
 REPLACES FILE* fopen(const char* path, const char* mode) {
-    last_path = path;
-    if (fails("fopen")) {
-        return nullptr;
-    }
-    std::string target = path;
-    if (!redirected_from.empty() && target.rfind(redirected_from, 0) == 0) {
-        target = redirected_to + target.substr(redirected_from.size());
-    }
-    return real<FILE*(const char*, const char*)>("fopen")(target.c_str(), mode);
+    keep("fopen ", path, " ", mode);
+    const std::string target = target_of(path);
+    return fails("fopen") ? nullptr
+                          : real<FILE*(const char*, const char*)>("fopen")(target.c_str(), mode);
 }
 
 REPLACES int fputs(const char* text, FILE* file) {
+    keep("fputs");
     return fails("fputs") ? EOF : real<int(const char*, FILE*)>("fputs")(text, file);
 }
 
+REPLACES int fflush(FILE* file) {
+    keep("fflush");
+    return real<int(FILE*)>("fflush")(file);
+}
+
 REPLACES int fclose(FILE* file) {
+    keep("fclose");
     const bool failing = fails("fclose");
     const int status = real<int(FILE*)>("fclose")(file);
     return failing ? EOF : status;
@@ -159,6 +210,7 @@ REPLACES char* fgets(char* line, int size, FILE* file) {
 }
 
 REPLACES int chmod(const char* path, mode_t mode) noexcept {
+    keep("chmod ", path, " ", std::oct, mode);
     return fails("chmod") ? -1 : real<int(const char*, mode_t)>("chmod")(path, mode);
 }
 
@@ -167,13 +219,19 @@ REPLACES int fcntl(int descriptor, int command, ...) {
     va_start(arguments, command);
     void* const argument = va_arg(arguments, void*);
     va_end(arguments);
-    if (command == F_SETLKW && fails("fcntl")) {
-        return -1;
+    if (command == F_SETLKW) {
+        const auto& range = *static_cast<const struct flock*>(argument);
+        const bool whole = range.l_whence == SEEK_SET && range.l_start == 0 && range.l_len == 0;
+        keep(range.l_type == F_UNLCK ? "unlock" : "lock", whole ? "" : " part");
+        if (fails("fcntl")) {
+            return -1;
+        }
     }
     return real<int(int, int, ...)>("fcntl")(descriptor, command, argument);
 }
 
 REPLACES int onet_chown_service_user_if_root(const char* path, int flags) {
+    keep("onet_chown_service_user_if_root ", path, " ", flags);
     return fails("onet_chown_service_user_if_root")
                ? -1
                : real<int(const char*, int)>("onet_chown_service_user_if_root")(path, flags);

@@ -21,9 +21,16 @@ std::string reply_text(long readers, long writers, long free_flow, long wait_sec
 
 namespace {
 
+void take_in(const exchange& arrived) {
+    service().exchanges.push_back(arrived);
+    if (service().on_exchange) {
+        service().on_exchange(arrived);
+    }
+}
+
 int answer(const exchange& arrived, std::string& out) {
+    take_in(arrived);
     scripted_service& s = service();
-    s.exchanges.push_back(arrived);
     scripted_reply reply = s.usual;
     if (!s.replies.empty()) {
         reply = s.replies.front();
@@ -62,7 +69,7 @@ int CCloudVLSLClient::set_config_params(const char* params) {
     exchange arrived;
     arrived.call = "set_config_params";
     arrived.key = text_of(params);
-    service().exchanges.push_back(arrived);
+    take_in(arrived);
     if (service().params_reply.throws) {
         throw std::bad_alloc();
     }

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -35,6 +36,8 @@ struct scripted_service {
         replies; ///< what comes next, for check_*; then `usual` again and again
     scripted_reply usual;
     scripted_reply params_reply; ///< of set_config_params
+    /// Called as each exchange arrives, before its reply is chosen; may be empty.
+    std::function<void(const exchange&)> on_exchange;
     int clients_made = 0;
     int clients_alive = 0;
     std::string host;

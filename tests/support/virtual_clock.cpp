@@ -24,6 +24,9 @@ std::vector<unsigned> virtual_clock::take_sleeps() { return std::exchange(sleeps
 
 unsigned virtual_clock::sleep(unsigned seconds) {
     sleeps_.push_back(seconds);
+    if (on_sleep) {
+        on_sleep(seconds);
+    }
     if (interrupt_sleep_after >= 0 && static_cast<unsigned>(interrupt_sleep_after) < seconds) {
         now_ += interrupt_sleep_after;
         return seconds - static_cast<unsigned>(interrupt_sleep_after);

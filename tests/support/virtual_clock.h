@@ -4,6 +4,7 @@
 #pragma once
 
 #include <ctime>
+#include <functional>
 #include <vector>
 
 class virtual_clock {
@@ -28,6 +29,8 @@ class virtual_clock {
     int reads = 0;
     /// Makes sleep return early, as a signal does: the clock moves by this many seconds only.
     int interrupt_sleep_after = -1;
+    /// Called as each sleep begins, before the clock moves; may be empty.
+    std::function<void(unsigned seconds)> on_sleep;
 
   private:
     time_t now_;
