@@ -6,6 +6,7 @@ set -euo pipefail
 packages=(
   g++ cmake ninja-build pkg-config git
   libarchive-dev libcli11-dev libcurl4-openssl-dev libfmt-dev libssl-dev nlohmann-json3-dev
+  libcos4-dev libomniorb4-dev omniidl omniorb-idl python3
   libgtest-dev libgmock-dev libbenchmark-dev libxml2-utils
 )
 case "${1:-}" in
