@@ -3,6 +3,8 @@
 
 #include "client/CloudVLSLClient.h"
 
+#include "common/onet_proxy_hint.h"
+
 namespace Orvessa::Vaultaro {
 
 CCloudVLSLClient::CCloudVLSLClient(const sts_session_def_v7_t* /*session*/, std::string /*host*/,

@@ -3,6 +3,8 @@
 
 #include "config/settings.h"
 
+#include "common/cloud_error_catalogue.h"
+#include "common/onet_proxy_hint.h"
 #include "platform/common/vlcommon.h"
 #include "plugin/throttling_log.h"
 #include "plugin/version_mark.h"

@@ -1,6 +1,7 @@
 #include "engine/service_connector.h"
 
 #include "client/CloudVLSLClient.h"
+#include "common/onet_proxy_hint.h"
 #include "plugin/throttling_log.h"
 #include "plugin/version_mark.h"
 

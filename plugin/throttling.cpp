@@ -8,6 +8,7 @@
 
 #include "plugin/throttling.h"
 
+#include "common/cloud_error_catalogue.h"
 #include "plugin/throttling_log.h"
 #include "plugin/version_mark.h"
 
