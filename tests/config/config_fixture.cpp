@@ -1,0 +1,70 @@
+#include "tests/config/config_fixture.h"
+
+#include <filesystem>
+
+ConfigTest::ConfigTest() {
+    fault::clear();
+    config_set_path(nullptr);
+    take_log();
+}
+
+ConfigTest::~ConfigTest() { fault::clear(); }
+
+std::vector<std::string> ConfigTest::missing_file_log(const std::string& path) const {
+    return {"3 [read_config_file_to_var]enter.",
+            "2 [read_config_file_to_var]file " + path + " not found, use default config setting."};
+}
+
+field_list fields(const throttling_config_s& c) {
+    field_list all = {
+        {"read_bandwidth_percent", std::to_string(c.read_bandwidth_percent)},
+        {"write_bandwidth_percent", std::to_string(c.write_bandwidth_percent)},
+        {"default_max_connections", std::to_string(c.default_max_connections)},
+        {"avail_bandwidth", std::to_string(c.avail_bandwidth)},
+        {"work_time_start", std::to_string(c.work_time_start)},
+        {"work_time_end", std::to_string(c.work_time_end)},
+        {"work_time_bandwidth_percent", std::to_string(c.work_time_bandwidth_percent)},
+        {"off_time_start", std::to_string(c.off_time_start)},
+        {"off_time_end", std::to_string(c.off_time_end)},
+        {"off_time_bandwidth_percent", std::to_string(c.off_time_bandwidth_percent)},
+        {"weekend_start", std::to_string(c.weekend_start)},
+        {"weekend_end", std::to_string(c.weekend_end)},
+        {"weekend_bandwidth_percent", std::to_string(c.weekend_bandwidth_percent)},
+        {"sample_interval", std::to_string(c.sample_interval)},
+        {"log_level", std::to_string(c.log_level)},
+        {"cssc_port_number", std::to_string(c.cssc_port_number)},
+        {"cssc_host_name", c.cssc_host_name},
+    };
+    for (const auto& [name, limit] : c.connections) {
+        all.emplace_back("connections[" + name + "]", std::to_string(limit));
+    }
+    return all;
+}
+
+std::string default_file(const std::string& connections) {
+    return "THR:READ_BANDWIDTH_PERCENT=100\n"
+           "THR:WRITE_BANDWIDTH_PERCENT=100\n"
+           "THR:DEFAULT_MAX_CONNECTIONS=10\n" +
+           connections +
+           "THR:AVAIL_BANDWIDTH=104857600\n"
+           "THR:WORK_TIME_START=8\n"
+           "THR:WORK_TIME_END=18\n"
+           "THR:WORK_TIME_BANDWIDTH_PERCENT=100\n"
+           "THR:OFF_TIME_START=18\n"
+           "THR:OFF_TIME_END=8\n"
+           "THR:OFF_TIME_BANDWIDTH_PERCENT=100\n"
+           "THR:WEEKEND_START=6\n"
+           "THR:WEEKEND_END=7\n"
+           "THR:WEEKEND_BANDWIDTH_PERCENT=100\n"
+           "THR:SAMPLE_INTERVAL=0\n"
+           "THR:LOG_LEVEL=0\n"
+           "THR:CSSC_HOST_NAME=localhost\n";
+}
+
+size_t open_files() {
+    size_t count = 0;
+    for ([[maybe_unused]] const auto& each : std::filesystem::directory_iterator("/proc/self/fd")) {
+        ++count;
+    }
+    return count;
+}

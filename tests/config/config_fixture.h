@@ -1,0 +1,38 @@
+// What the tests of the settings share: two files of the test's own, a host that listens, and
+// records as values that compare and print.
+#pragma once
+
+#include "config/settings.h"
+
+#include "tests/support/conf_dir.h"
+#include "tests/support/fault.h"
+#include "tests/support/host_session.h"
+
+#include <gtest/gtest.h>
+#include <string>
+#include <utility>
+#include <vector>
+
+class ConfigTest : public testing::Test {
+  protected:
+    ConfigTest();
+    ~ConfigTest() override;
+
+    /// Every line of a read of our file that isn't there, in the order of the log.
+    std::vector<std::string> missing_file_log(const std::string& path) const;
+
+    conf_dir files;
+    sts_session_def_v7_t session = host_session();
+    /// Of this session only warnings are heard.
+    sts_session_def_v7_t warned = host_session("s", STS_LOG_WARN);
+};
+
+/// Every field by its name, for comparing and printing.
+using field_list = std::vector<std::pair<std::string, std::string>>;
+field_list fields(const throttling_config_s& config);
+
+/// Our file with the defaults, one line each; `connections` stands behind the third line.
+std::string default_file(const std::string& connections = "");
+
+/// How many files this process has open.
+size_t open_files();
