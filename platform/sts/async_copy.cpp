@@ -1,0 +1,191 @@
+// Asynchronous copies: an image is copied by a thread of its own into a draft of the target LSU,
+// block by block, and takes its place when it is whole. Cancelled, failed or killed it leaves
+// nothing.
+
+#include "platform/sts/image.h"
+#include "platform/sts/operations.h"
+#include "platform/sts/replication.h"
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <cstring>
+#include <mutex>
+#include <thread>
+
+namespace disk {
+
+namespace {
+
+using seconds = std::chrono::duration<double>;
+
+constexpr uint64_t usual_block = 1U << 20U;
+constexpr uint64_t largest_block = 1U << 30U;
+
+/// What the copying thread and those who wait for it share.
+class progress {
+  public:
+    explicit progress(uint64_t total) { status_.bytes_total = total; }
+
+    void cancel() {
+        const std::lock_guard<std::mutex> lock(guard_);
+        cancelled_ = true;
+        changed_.notify_all();
+    }
+
+    /// Counts bytes, then holds the copy up for as long as it is ahead of its rate. Fails once it
+    /// was cancelled.
+    void advance(uint64_t bytes, seconds pause) {
+        std::unique_lock<std::mutex> lock(guard_);
+        status_.bytes_copied += bytes;
+        if (pause.count() > 0) {
+            changed_.wait_for(lock, pause, [&] { return cancelled_; });
+        }
+        if (cancelled_) {
+            fail_errno(ECANCELED);
+        }
+    }
+
+    void end(int result) {
+        const std::lock_guard<std::mutex> lock(guard_);
+        status_.state = STS_ASYNC_ENDED;
+        status_.result = result;
+        changed_.notify_all();
+    }
+
+    /// Waits for the end: for ever when `limit` is negative.
+    sts_async_status_s wait(int32_t limit) {
+        std::unique_lock<std::mutex> lock(guard_);
+        const auto has_ended = [&] { return status_.state == STS_ASYNC_ENDED; };
+        if (limit < 0) {
+            changed_.wait(lock, has_ended);
+        } else {
+            changed_.wait_for(lock, std::chrono::seconds(limit), has_ended);
+        }
+        return status_;
+    }
+
+  private:
+    std::mutex guard_;
+    std::condition_variable changed_;
+    bool cancelled_ = false;
+    sts_async_status_s status_ = {};
+};
+
+/// One copy, opened on both sides.
+struct copy_job {
+    lsu_place from;
+    lsu_place to;
+    std::string name; ///< of the image to be made
+    found_image image;
+    draft written;
+    uint64_t block_size;
+    uint64_t bytes_per_second;
+};
+
+void copy_data(copy_job& job, progress& done) {
+    uint64_t copied = 0;
+    while (copied < job.image.header.size) {
+        const uint64_t block = std::min(job.block_size, job.image.header.size - copied);
+        const uint64_t count =
+            copy_bytes(job.image.data.get(), copied, job.written.data(), copied, block);
+        copied += count;
+        const auto rate = static_cast<double>(job.bytes_per_second);
+        done.advance(count, seconds(rate > 0 ? static_cast<double>(count) / rate : 0));
+        if (count < block) {
+            fail_errno(EBADMSG); // somebody cut the file
+        }
+    }
+}
+
+void remember_peers(const copy_job& job) {
+    add_peer(job.from.directory.get(), peer_role::target, job.to.files->server_name, job.to.name);
+    add_peer(job.to.directory.get(), peer_role::source, job.from.files->server_name, job.from.name);
+}
+
+int run(copy_job& job, progress& done) {
+    return status_of([&] {
+        copy_data(job, done);
+        if (job.image.meta) {
+            copy_bytes(job.image.meta.get(), 0, job.written.make_meta().get(), 0,
+                       size_of(job.image.meta.get()));
+        }
+        image_header header = new_header(job.image.header.group);
+        header.size = job.image.header.size;
+        done.advance(0, seconds(0)); // the last chance to cancel
+        publish_image(*job.to.files, job.to.name, job.to.directory.get(), job.written, job.name,
+                      header, placement::creates);
+        remember_peers(job);
+        return STS_OK;
+    });
+}
+
+/// A copy and its thread; ending the one cancels the other.
+struct operation : object {
+    static constexpr handle_kind kind = handle_kind::operation;
+
+    explicit operation(copy_job started)
+        : shared(std::make_shared<progress>(started.image.header.size)),
+          thread([state = shared, job = std::move(started)]() mutable {
+              state->end(run(job, *state));
+          }) {}
+    ~operation() override {
+        shared->cancel();
+        thread.join();
+    }
+
+    std::shared_ptr<progress> shared;
+    std::thread thread;
+};
+
+copy_job prepare(const sts_image_def_s& source, const sts_lsu_ref_s* lsu,
+                 const sts_copy_target_s& target, const sts_disk_copy_params_s& params) {
+    lsu_place from = open_lsu(lsu);
+    const std::string server_name = text_of(target.server_name);
+    lsu_place to = open_lsu(
+        server_name.empty() ? from.files : open_store(server_name.c_str(), missing_root::fails),
+        text_of(target.lsu));
+    std::string name = text_of(target.image);
+    found_image image = find_image(from.directory.get(), text_of(source.name));
+    if (image_exists(to.directory.get(), name)) {
+        fail_errno(EEXIST);
+    }
+    draft written(to.directory.get());
+    const uint64_t block = params.block_size != 0 ? params.block_size : usual_block;
+    return {std::move(from),        std::move(to),      std::move(name),
+            std::move(image),       std::move(written), std::min(block, largest_block),
+            params.bytes_per_second};
+}
+
+} // namespace
+
+int async_copy_image(const sts_session_def_v7_t* /*session*/, sts_forwarded_t source,
+                     const sts_lsu_ref_s* lsu, sts_forwarded_t target, sts_next_operation_s** out,
+                     uint32_t flags, sts_copy_params_s params) {
+    const auto* const image_def = pointer_of<const sts_image_def_s>(source);
+    const auto* const copy_target = pointer_of<const sts_copy_target_s>(target);
+    require(image_def != nullptr && copy_target != nullptr && out != nullptr && flags == 0);
+    sts_disk_copy_params_s known = {};
+    memcpy(&known, &params, sizeof known);
+    hand_out(std::make_unique<operation>(prepare(*image_def, lsu, *copy_target, known)), out);
+    return STS_OK;
+}
+
+int async_wait(const sts_session_def_v7_t* /*session*/, sts_next_operation_s* operation_handle,
+               int32_t limit, sts_async_status_s* status) {
+    require(status != nullptr);
+    // Not borrowed while we wait: the operation may be closed meanwhile.
+    const std::shared_ptr<progress> shared = borrowed<operation>(operation_handle)->shared;
+    *status = shared->wait(limit);
+    if (status->state == STS_ASYNC_ENDED) {
+        (void)retire(operation_handle);
+    }
+    return STS_OK;
+}
+
+int async_cancel(const sts_session_def_v7_t* /*session*/, sts_next_operation_s* operation_handle) {
+    borrowed<operation>(operation_handle)->shared->cancel();
+    return STS_OK;
+}
+
+} // namespace disk

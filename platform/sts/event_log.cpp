@@ -1,0 +1,152 @@
+// The events of a store: writing, counting, reading and removing them.
+
+#include "platform/sts/event_log.h"
+
+#include "platform/sts/settings.h"
+
+#include <cinttypes>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <unistd.h>
+
+namespace disk {
+
+namespace {
+
+const std::string events_name = "events";
+const std::string sequence_name = "sequence";
+constexpr uint64_t longest_number = 20;
+constexpr uint64_t longest_event = sizeof(sts_event_s) + sizeof(sts_event_payload_s);
+constexpr uint32_t last_kind = STS_EVENT_LSU_LABELLED;
+
+/// Wide enough that the order of the names is that of the numbers.
+std::string file_name(uint64_t number) {
+    char name[24];
+    (void)snprintf(name, sizeof name, "%020" PRIu64, number);
+    return name;
+}
+
+uint64_t number_in(const std::string& text) { return strtoull(text.c_str(), nullptr, 10); }
+
+unique_fd find_events(const store& files) {
+    const unique_fd control = find_control_directory(files);
+    return control && is_directory(control.get(), events_name)
+               ? open_directory(control.get(), events_name)
+               : unique_fd();
+}
+
+uint64_t oldest_in(int events) {
+    for (const std::string& each : names_in(events)) {
+        const uint64_t number = number_in(each);
+        if (each == file_name(number)) {
+            return number;
+        }
+    }
+    return 0;
+}
+
+/// The number of the last event; where that was lost, of the last one that is there.
+uint64_t last_in(int control) {
+    const uint64_t last = number_in(read_file(control, sequence_name, longest_number).value_or(""));
+    if (last != 0 || !is_directory(control, events_name)) {
+        return last;
+    }
+    const std::vector<std::string> names = names_in(open_directory(control, events_name).get());
+    return names.empty() ? 0 : number_in(names.back());
+}
+
+std::string content_of(const happening& what, uint64_t number) {
+    sts_event_s record = {};
+    record.number = number;
+    record.time = time(nullptr);
+    record.kind = what.kind;
+    record.payload_length = static_cast<uint32_t>(what.payload.size());
+    fill(record.lsu, what.lsu);
+    fill(record.image, what.image);
+    return std::string(reinterpret_cast<const char*>(&record), sizeof record) + what.payload;
+}
+
+bool is_whole(const kept_event& event) {
+    return event.record.kind <= last_kind && event.record.payload_length == event.payload.size() &&
+           is_terminated(event.record.lsu) && is_terminated(event.record.image);
+}
+
+} // namespace
+
+void record_event(const store& files, const happening& what) noexcept {
+    (void)status_of([&] {
+        const auto kept = static_cast<uint64_t>(read_settings(files).events_kept);
+        if (kept == 0) {
+            return STS_OK;
+        }
+        const unique_fd control = make_control_directory(files);
+        const directory_lock lock(control.get(), directory_lock::kind::exclusive);
+        const unique_fd events = make_directory(control.get(), events_name);
+        const uint64_t number = last_in(control.get()) + 1;
+        replace_file(control.get(), sequence_name, std::to_string(number), durability::none);
+        place_file(control.get(), "event.new", events.get(), file_name(number),
+                   content_of(what, number), durability::none);
+        if (number > kept) {
+            (void)unlinkat(events.get(), file_name(number - kept).c_str(), 0);
+        }
+        return STS_OK;
+    });
+}
+
+void drop_surplus_events(const store& files) {
+    const auto kept = static_cast<uint64_t>(read_settings(files).events_kept);
+    const uint64_t last = last_event(files);
+    const unique_fd events = find_events(files);
+    if (!events || last <= kept) {
+        return;
+    }
+    for (const std::string& each : names_in(events.get())) {
+        if (number_in(each) <= last - kept) {
+            (void)unlinkat(events.get(), each.c_str(), 0);
+        }
+    }
+}
+
+uint64_t last_event(const store& files) {
+    const unique_fd control = find_control_directory(files);
+    return control ? last_in(control.get()) : 0;
+}
+
+uint64_t oldest_event(const store& files) {
+    const unique_fd events = find_events(files);
+    return events ? oldest_in(events.get()) : 0;
+}
+
+std::optional<kept_event> read_event(const store& files, uint64_t number) {
+    const unique_fd events = find_events(files);
+    if (!events) {
+        return std::nullopt;
+    }
+    const std::optional<std::string> content =
+        read_file(events.get(), file_name(number), longest_event);
+    if (!content) {
+        return std::nullopt;
+    }
+    kept_event event = {};
+    if (content->size() < sizeof event.record) {
+        fail_errno(EBADMSG);
+    }
+    memcpy(&event.record, content->data(), sizeof event.record);
+    event.payload = content->substr(sizeof event.record);
+    if (!is_whole(event)) {
+        fail_errno(EBADMSG);
+    }
+    return event;
+}
+
+void remove_event(const store& files, uint64_t number) {
+    const unique_fd events = find_events(files);
+    if (!events) {
+        fail_errno(ENOENT);
+    }
+    checked(unlinkat(events.get(), file_name(number).c_str(), 0));
+}
+
+} // namespace disk

@@ -1,0 +1,43 @@
+// The events of a store, one file each, in the order in which they happened:
+//
+//   ROOT/.server/sequence       the number of the last one
+//   ROOT/.server/events/NUMBER  the record, its payload behind it
+//
+// They are written under the control directory's lock, so that a reader that has seen one number
+// never finds a smaller one later.
+#pragma once
+
+#include "platform/sts/store.h"
+
+namespace disk {
+
+/// What happened. `payload` is more about it, as "key=value" lines.
+struct happening {
+    sts_event_kind_t kind;
+    std::string lsu;
+    std::string image;
+    std::string payload;
+};
+
+struct kept_event {
+    sts_event_s record;
+    std::string payload;
+};
+
+/// Writes an event and drops the one that is too old now. What has happened stays so when its event
+/// can't be written.
+void record_event(const store& files, const happening& what) noexcept;
+
+/// Drops the events that are more than the settings keep.
+void drop_surplus_events(const store& files);
+
+/// The number of the last event that was written, 0 for none.
+uint64_t last_event(const store& files);
+/// The number of the oldest event that is kept, 0 for none.
+uint64_t oldest_event(const store& files);
+/// Nothing when that event is gone.
+std::optional<kept_event> read_event(const store& files, uint64_t number);
+/// ENOENT's status when that event is gone.
+void remove_event(const store& files, uint64_t number);
+
+} // namespace disk

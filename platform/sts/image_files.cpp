@@ -1,0 +1,259 @@
+// Images on disk: reading one, walking through an LSU's, writing one beside its place.
+
+#include "platform/sts/image_files.h"
+
+#include "platform/sts/failure.h"
+
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace disk {
+
+namespace {
+
+const std::string images_name = "images";
+const std::string drafts_name = "new";
+const std::string data_name = "data";
+const std::string header_name = "header";
+const std::string meta_name = "meta";
+constexpr char header_magic[8] = {'S', 'T', 'S', 'I', 'M', 'A', 'G', '1'};
+
+std::string_view bytes_of(const image_header& header) {
+    return {reinterpret_cast<const char*>(&header), sizeof header};
+}
+
+bool is_whole(const image_header& header) {
+    return memcmp(header.magic, header_magic, sizeof header_magic) == 0 &&
+           is_terminated(header.group);
+}
+
+image_header read_header(int image) {
+    image_header header = {};
+    const std::optional<std::string> content = read_file(image, header_name, sizeof header);
+    if (!content || content->size() != sizeof header) {
+        fail_errno(EBADMSG);
+    }
+    memcpy(&header, content->data(), sizeof header);
+    if (!is_whole(header)) {
+        fail_errno(EBADMSG);
+    }
+    return header;
+}
+
+bool has_file(int directory, const std::string& name) {
+    return faccessat(directory, name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+/// EBADMSG's status when the files don't make an image.
+found_image open_image_files(int directory) {
+    if (!has_file(directory, data_name)) {
+        fail_errno(EBADMSG);
+    }
+    found_image found = {};
+    found.header = read_header(directory);
+    found.data = open_file(directory, data_name, O_RDONLY);
+    if (has_file(directory, meta_name)) {
+        found.meta = open_file(directory, meta_name, O_RDONLY);
+    }
+    if (size_of(found.data.get()) != found.header.size) {
+        fail_errno(EBADMSG);
+    }
+    return found;
+}
+
+bool is_same_directory(int parent, const std::string& name, int opened) {
+    struct stat at_name = {};
+    struct stat at_opened = {};
+    checked(fstat(opened, &at_opened));
+    return fstatat(parent, name.c_str(), &at_name, AT_SYMLINK_NOFOLLOW) == 0 &&
+           at_name.st_dev == at_opened.st_dev && at_name.st_ino == at_opened.st_ino;
+}
+
+/// Whether nobody works on that draft any more. One that can't be looked at counts as somebody's.
+bool is_abandoned(int drafts, const std::string& id) {
+    bool locked = false;
+    const int status = status_of([&] {
+        const unique_fd directory = open_directory(drafts, id);
+        const unique_fd data = open_file(directory.get(), data_name, O_RDONLY);
+        locked = !try_lock_file(data.get());
+        return STS_OK;
+    });
+    return (status == STS_OK && !locked) || status == sts_status_of_errno(ENOENT);
+}
+
+} // namespace
+
+image_header new_header(const std::string& group) {
+    image_header header = {};
+    memcpy(header.magic, header_magic, sizeof header_magic);
+    header.created = time(nullptr);
+    header.modified = header.created;
+    fill(header.group, group);
+    return header;
+}
+
+bool image_exists(int lsu, const std::string& name) {
+    require(is_plain_name(name));
+    return is_directory(lsu, images_name) &&
+           is_directory(open_directory(lsu, images_name).get(), name);
+}
+
+std::vector<std::string> image_names(int lsu) {
+    std::vector<std::string> names;
+    if (!is_directory(lsu, images_name)) {
+        return names;
+    }
+    const unique_fd images = open_directory(lsu, images_name);
+    for (std::string& each : names_in(images.get())) {
+        if (is_directory(images.get(), each)) {
+            names.push_back(std::move(each));
+        }
+    }
+    return names;
+}
+
+found_image find_image(int lsu, const std::string& name) {
+    require(is_plain_name(name));
+    const unique_fd images = open_directory(lsu, images_name);
+    for (;;) {
+        const unique_fd directory = open_directory(images.get(), name);
+        found_image found = {};
+        const int status = status_of([&] {
+            found = open_image_files(directory.get());
+            return STS_OK;
+        });
+        // Its files are removed only after it has lost its place: while it has that, what was seen
+        // is the truth.
+        if (!is_same_directory(images.get(), name, directory.get())) {
+            continue;
+        }
+        if (status != STS_OK) {
+            fail(status);
+        }
+        return found;
+    }
+}
+
+std::vector<listed_image> list_images(int lsu) {
+    std::vector<listed_image> images;
+    for (std::string& name : image_names(lsu)) {
+        image_header header = {};
+        const int status = status_of([&] {
+            header = find_image(lsu, name).header;
+            return STS_OK;
+        });
+        if (status == STS_OK) {
+            images.push_back({std::move(name), header});
+        } else if (status != sts_status_of_errno(EBADMSG) &&
+                   status != sts_status_of_errno(ENOENT)) {
+            fail(status);
+        }
+    }
+    return images;
+}
+
+void remove_image(int lsu, const std::string& name) {
+    if (!image_exists(lsu, name)) {
+        fail_errno(ENOENT);
+    }
+    const unique_fd images = open_directory(lsu, images_name);
+    const unique_fd drafts = make_directory(lsu, drafts_name);
+    const std::string id = unused_name();
+    checked(renameat(images.get(), name.c_str(), drafts.get(), id.c_str()));
+    remove_directory(drafts.get(), id);
+}
+
+void remove_abandoned_drafts(int lsu) {
+    if (!is_directory(lsu, drafts_name)) {
+        return;
+    }
+    const unique_fd drafts = open_directory(lsu, drafts_name);
+    for (const std::string& each : names_in(drafts.get())) {
+        if (is_abandoned(drafts.get(), each)) {
+            remove_directory(drafts.get(), each);
+        }
+    }
+}
+
+draft::draft(int lsu) {
+    // Until the data file is locked only the LSU's lock shows that this draft is somebody's.
+    const directory_lock lock(lsu, directory_lock::kind::shared);
+    unique_fd drafts = make_directory(lsu, drafts_name);
+    id_ = unused_name();
+    checked(mkdirat(drafts.get(), id_.c_str(), 0777));
+    const int status = status_of([&] {
+        directory_ = open_directory(drafts.get(), id_);
+        data_ = open_file(directory_.get(), data_name, O_RDWR | O_CREAT | O_EXCL);
+        return try_lock_file(data_.get()) ? STS_OK : sts_status_of_errno(errno);
+    });
+    work_ = std::move(drafts);
+    if (status != STS_OK) {
+        remove();
+        fail(status);
+    }
+}
+
+draft::draft(int lsu, const found_image& image) : draft(lsu) {
+    copy_bytes(image.data.get(), 0, data_.get(), 0, image.header.size);
+    if (image.meta) {
+        copy_bytes(image.meta.get(), 0, make_meta().get(), 0, size_of(image.meta.get()));
+    }
+}
+
+draft::~draft() {
+    if (work_) {
+        remove();
+    }
+}
+
+void draft::remove() noexcept {
+    data_ = {}; // removing needs descriptors of its own
+    directory_ = {};
+    remove_directory(work_.get(), id_);
+}
+
+unique_fd draft::meta() const {
+    return has_file(directory_.get(), meta_name) ? open_file(directory_.get(), meta_name, O_RDONLY)
+                                                 : unique_fd();
+}
+
+unique_fd draft::make_meta() { return open_file(directory_.get(), meta_name, O_WRONLY | O_CREAT); }
+
+void draft::remove_meta() {
+    if (unlinkat(directory_.get(), meta_name.c_str(), 0) != 0 && errno != ENOENT) {
+        fail_errno(errno);
+    }
+}
+
+void draft::sync() const {
+    checked(fsync(data_.get()));
+    if (const unique_fd written = meta()) {
+        checked(fsync(written.get()));
+    }
+}
+
+void draft::publish(int lsu, const std::string& name, image_header header, placement where,
+                    durability wanted) {
+    header.size = size_of(data_.get());
+    header.modified = time(nullptr);
+    if (wanted == durability::synced) {
+        sync();
+    }
+    replace_file(directory_.get(), header_name, bytes_of(header), wanted);
+    const unique_fd images = make_directory(lsu, images_name);
+    checked(renameat2(work_.get(), id_.c_str(), images.get(), name.c_str(),
+                      where == placement::creates ? RENAME_NOREPLACE : RENAME_EXCHANGE));
+    const unique_fd work = std::move(work_);
+    if (where == placement::replaces) {
+        remove_directory(work.get(), id_); // the old image is there now
+    }
+    if (wanted == durability::synced) {
+        checked(fsync(images.get()));
+    }
+}
+
+} // namespace disk

@@ -1,0 +1,176 @@
+// LSUs: create, delete, find, label, properties.
+
+#include "platform/sts/event_log.h"
+#include "platform/sts/image_files.h"
+#include "platform/sts/operations.h"
+#include "platform/sts/replication.h"
+#include "platform/sts/store.h"
+
+#include <algorithm>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace disk {
+
+namespace {
+
+/// What create_lsu hands out. Nothing but closing takes it: an LSU is named, not held.
+struct lsu_handle : object {
+    static constexpr handle_kind kind = handle_kind::lsu;
+};
+
+const std::string label_name = "label";
+
+// All that we put into an LSU's directory; those that have to be empty first.
+constexpr const char* lsu_directories[] = {"new", "images"};
+constexpr const char* lsu_files[] = {"label", "label.new", "replication", "replication.new"};
+
+std::string label_of(int lsu) { return read_file(lsu, label_name, STS_NAME_SIZE - 1).value_or(""); }
+
+void set_label(int lsu, const std::string& label) {
+    const directory_lock lock(lsu, directory_lock::kind::exclusive);
+    replace_file(lsu, label_name, label, durability::synced);
+}
+
+bool is_ours(const std::string& name) {
+    return std::find(std::begin(lsu_directories), std::end(lsu_directories), name) !=
+               std::end(lsu_directories) ||
+           std::find(std::begin(lsu_files), std::end(lsu_files), name) != std::end(lsu_files);
+}
+
+/// Fails with ENOTEMPTY's status when the LSU holds anything that isn't ours to remove.
+void require_empty(int lsu) {
+    const std::vector<std::string> names = names_in(lsu);
+    if (!std::all_of(names.begin(), names.end(), is_ours) || !image_names(lsu).empty()) {
+        fail_errno(ENOTEMPTY);
+    }
+}
+
+/// Makes an LSU as a whole or not at all.
+void make_lsu(const store& files, const std::string& name, const std::string& label) {
+    const int root = files.directory.get();
+    checked(mkdirat(root, name.c_str(), 0777));
+    const int status = status_of([&] {
+        if (!label.empty()) {
+            set_label(open_directory(root, name).get(), label);
+        }
+        checked(fsync(root));
+        return STS_OK;
+    });
+    if (status != STS_OK) {
+        remove_directory(root, name);
+        fail(status);
+    }
+}
+
+void remove_if_there(int parent, const char* name, int flags) {
+    if (unlinkat(parent, name, flags) != 0 && errno != ENOENT) {
+        fail_errno(errno);
+    }
+}
+
+} // namespace
+
+int create_lsu(sts_next_server_s* server_handle, const sts_lsu_def_s* definition, void** out) {
+    require(definition != nullptr && out != nullptr);
+    const std::string name = text_of(definition->name);
+    const std::string label = text_of(definition->label);
+    require(is_lsu_name(name));
+    const borrowed<server> owner(server_handle);
+    const happening created = {STS_EVENT_LSU_CREATED, name, "", "label=" + label + "\n"};
+    void* const made = enlist(lsu_handle::kind, std::make_unique<lsu_handle>());
+    const int status = status_of([&] {
+        make_lsu(*owner->files, name, label);
+        return STS_OK;
+    });
+    if (status != STS_OK) {
+        (void)retire(made);
+        return status;
+    }
+    record_event(*owner->files, created);
+    *out = made;
+    return STS_OK;
+}
+
+int delete_lsu(const sts_lsu_ref_s* lsu) {
+    const lsu_place place = open_lsu(lsu);
+    const int directory = place.directory.get();
+    // Nobody begins an image meanwhile; one that was begun keeps its draft in the LSU.
+    const directory_lock lock(directory, directory_lock::kind::exclusive);
+    require_empty(directory);
+    remove_abandoned_drafts(directory);
+    for (const char* const each : lsu_directories) {
+        remove_if_there(directory, each, AT_REMOVEDIR);
+    }
+    const std::string label = label_of(directory);
+    for (const char* const each : lsu_files) {
+        remove_if_there(directory, each, 0);
+    }
+    const int root = place.files->directory.get();
+    checked(unlinkat(root, place.name.c_str(), AT_REMOVEDIR));
+    checked(fsync(root));
+    record_event(*place.files, {STS_EVENT_LSU_DELETED, place.name, "", "label=" + label + "\n"});
+    return STS_OK;
+}
+
+int find_lsu(sts_next_server_s* server_handle, sts_forwarded_t label, sts_forwarded_t found,
+             sts_forwarded_t /*unused_4*/, sts_forwarded_t /*unused_5*/,
+             sts_forwarded_t /*unused_6*/) {
+    const auto* const wanted = pointer_of<const char>(label);
+    auto* const out = pointer_of<sts_lsu_entry_s>(found);
+    require(wanted != nullptr && out != nullptr);
+    const borrowed<server> owner(server_handle);
+    for (const std::string& name : lsu_names(*owner->files)) {
+        if (label_of(open_lsu(owner->files, name).directory.get()) == wanted) {
+            *out = {};
+            fill(out->name, name);
+            return STS_OK;
+        }
+    }
+    return sts_status_of_errno(ENOENT);
+}
+
+int label_lsu(const sts_lsu_ref_s* lsu, sts_forwarded_t label) {
+    const auto* const text = pointer_of<const char>(label);
+    require(text != nullptr && strlen(text) < STS_NAME_SIZE);
+    const lsu_place place = open_lsu(lsu);
+    set_label(place.directory.get(), text);
+    record_event(*place.files,
+                 {STS_EVENT_LSU_LABELLED, place.name, "", std::string("label=") + text + "\n"});
+    return STS_OK;
+}
+
+int get_lsu_prop_byname(const sts_lsu_ref_s* lsu, sts_lsu_info_s* info) {
+    require(info != nullptr);
+    const lsu_place place = open_lsu(lsu);
+    const int directory = place.directory.get();
+    sts_lsu_info_s filled = {};
+    fill(filled.server_name, place.files->server_name);
+    fill(filled.name, place.name);
+    fill(filled.label, label_of(directory));
+    for (const listed_image& each : list_images(directory)) {
+        ++filled.image_count;
+        filled.used += each.header.size;
+    }
+    const space found = space_of(directory);
+    filled.capacity = found.capacity;
+    filled.free = found.free;
+    *info = filled;
+    return STS_OK;
+}
+
+int get_lsu_replication_prop(const sts_lsu_ref_s* lsu, uint32_t source_room, void* sources,
+                             uint32_t target_room, void* targets) {
+    require((source_room == 0 || sources != nullptr) && (target_room == 0 || targets != nullptr));
+    const replication_peers peers = read_peers(open_lsu(lsu).directory.get());
+    if (peers.sources.size() > source_room || peers.targets.size() > target_room) {
+        return STS_ERR_BUFFER_SPACE;
+    }
+    fill_peers(peers.sources, source_room, sources);
+    fill_peers(peers.targets, target_room, targets);
+    return STS_OK;
+}
+
+} // namespace disk

@@ -1,0 +1,75 @@
+// The replication peers of an LSU.
+
+#include "platform/sts/replication.h"
+
+#include "platform/sts/failure.h"
+#include "platform/sts/files.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace disk {
+
+namespace {
+
+const std::string peers_name = "replication";
+constexpr uint64_t longest_file = 16U << 20U; // of peers: some ten thousand
+
+struct kept_peer {
+    peer_role role;
+    sts_replication_peer_s peer;
+};
+
+std::vector<kept_peer> read_kept(int lsu) {
+    const std::string content = read_file(lsu, peers_name, longest_file).value_or("");
+    if (content.size() % sizeof(kept_peer) != 0) {
+        fail_errno(EBADMSG);
+    }
+    std::vector<kept_peer> kept(content.size() / sizeof(kept_peer));
+    if (!kept.empty()) {
+        memcpy(kept.data(), content.data(), content.size());
+    }
+    for (const kept_peer& each : kept) {
+        if (!is_terminated(each.peer.server_name) || !is_terminated(each.peer.lsu)) {
+            fail_errno(EBADMSG);
+        }
+    }
+    return kept;
+}
+
+} // namespace
+
+replication_peers read_peers(int lsu) {
+    replication_peers peers;
+    for (const kept_peer& each : read_kept(lsu)) {
+        (each.role == peer_role::source ? peers.sources : peers.targets).push_back(each.peer);
+    }
+    return peers;
+}
+
+void add_peer(int lsu, peer_role role, const std::string& server_name,
+              const std::string& peer_lsu) {
+    kept_peer added = {};
+    added.role = role;
+    fill(added.peer.server_name, server_name);
+    fill(added.peer.lsu, peer_lsu);
+    const directory_lock lock(lsu, directory_lock::kind::exclusive);
+    std::vector<kept_peer> kept = read_kept(lsu);
+    const bool known = std::any_of(kept.begin(), kept.end(), [&](const kept_peer& each) {
+        return memcmp(&each, &added, sizeof added) == 0;
+    });
+    if (!known) {
+        kept.push_back(added);
+        replace_file(lsu, peers_name,
+                     {reinterpret_cast<const char*>(kept.data()), kept.size() * sizeof added},
+                     durability::synced);
+    }
+}
+
+void fill_peers(const std::vector<sts_replication_peer_s>& peers, uint32_t room, void* array) {
+    auto* const out = static_cast<sts_replication_peer_s*>(array);
+    std::copy(peers.begin(), peers.end(), out);
+    std::fill(out + peers.size(), out + room, sts_replication_peer_s{});
+}
+
+} // namespace disk

@@ -1,0 +1,175 @@
+// Sessions and servers: open, properties, configuration.
+
+#include "platform/sts/event_log.h"
+#include "platform/sts/image_files.h"
+#include "platform/sts/library.h"
+#include "platform/sts/operations.h"
+#include "platform/sts/settings.h"
+#include "platform/sts/store.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace disk {
+
+namespace {
+
+struct session : object {
+    static constexpr handle_kind kind = handle_kind::session;
+    explicit session(const sts_session_def_v7_t& given) : definition(given) {}
+    sts_session_def_v7_t definition;
+};
+
+enum config_command : uint32_t {
+    read_config = 13,
+    write_config = 14,
+};
+
+/// Removes what killed writers left in the store. What can't be removed now is at a later open.
+void tidy(const store& files) {
+    for (const std::string& each : lsu_names(files)) {
+        (void)status_of([&] {
+            const unique_fd lsu = open_directory(files.directory.get(), each);
+            if (const auto lock = directory_lock::try_exclusive(lsu.get())) {
+                remove_abandoned_drafts(lsu.get());
+            }
+            return STS_OK;
+        });
+    }
+}
+
+void hand_out_server(const char* name, sts_next_server_s** out) {
+    auto opened = std::make_unique<server>(open_store(name, missing_root::is_made));
+    tidy(*opened->files);
+    hand_out(std::move(opened), out);
+}
+
+void fill_info(const store& files, sts_server_info_s* info) {
+    sts_server_info_s filled = {};
+    fill(filled.server_name, files.server_name);
+    filled.lsu_count = lsu_names(files).size();
+    const space found = space_of(files.directory.get());
+    filled.capacity = found.capacity;
+    filled.free = found.free;
+    *info = filled;
+}
+
+/// Writes a configuration text into `length` bytes, terminated where there is room for that too,
+/// and stores its length in any case.
+int fill_config(const store& files, char* text, uint32_t length, uint32_t* used) {
+    const std::string filled = settings_text(read_settings(files));
+    *used = static_cast<uint32_t>(filled.size());
+    if (filled.size() > length) {
+        return STS_ERR_BUFFER_SPACE;
+    }
+    memcpy(text, filled.data(), filled.size());
+    if (filled.size() < length) {
+        text[filled.size()] = '\0';
+    }
+    return STS_OK;
+}
+
+/// Applies a configuration text, and on failure says why in words.
+int apply_config(const store& files, std::string_view text, std::string* error) {
+    require(!text.empty());
+    const int status = status_of([&] { return write_settings(files, text, error); });
+    if (status == STS_OK) {
+        drop_surplus_events(files);
+    } else if (error->empty()) {
+        *error = "the settings of " + files.server_name +
+                 " can't be changed: " + strerror(sts_errno_of_status(status));
+    }
+    return status;
+}
+
+} // namespace
+
+void require_session(const sts_next_session_s* session_handle) {
+    const borrowed<session> owner(session_handle);
+}
+
+int open_session(const sts_session_def_v7_t* given, sts_next_session_s** out) {
+    require(given != nullptr && out != nullptr);
+    if (!is_initialised()) {
+        return STS_ERR_NOT_INIT;
+    }
+    hand_out(std::make_unique<session>(*given), out);
+    return STS_OK;
+}
+
+int open_server(sts_next_session_s* session_handle, const char* name,
+                const sts_server_def_s* /*server_def*/, sts_forwarded_t /*unused*/,
+                sts_next_server_s** out) {
+    require(out != nullptr);
+    require_session(session_handle);
+    hand_out_server(name, out);
+    return STS_OK;
+}
+
+int open_target_server(sts_next_server_s* source, sts_forwarded_t name,
+                       sts_forwarded_t /*unused_2*/, sts_forwarded_t /*unused_3*/,
+                       sts_next_server_s** out) {
+    require(out != nullptr);
+    const borrowed<server> from(source);
+    const auto* const given = pointer_of<const char>(name);
+    hand_out_server(given != nullptr ? given : from->files->server_name.c_str(), out);
+    return STS_OK;
+}
+
+int get_server_prop(sts_next_server_s* server_handle, sts_server_info_s* info) {
+    require(info != nullptr);
+    fill_info(*borrowed<server>(server_handle)->files, info);
+    return STS_OK;
+}
+
+int get_server_prop_byname(const sts_session_def_v7_t* given, const char* name,
+                           sts_server_info_s* info) {
+    require(given != nullptr && info != nullptr);
+    if (!is_initialised()) {
+        return STS_ERR_NOT_INIT;
+    }
+    fill_info(*open_store(name, missing_root::fails), info);
+    return STS_OK;
+}
+
+int get_server_config(sts_next_server_s* server_handle, char* text, uint32_t length,
+                      uint32_t* used) {
+    require(text != nullptr && used != nullptr);
+    return fill_config(*borrowed<server>(server_handle)->files, text, length, used);
+}
+
+int set_server_config(sts_next_server_s* server_handle, const char* text, char* error_text,
+                      uint32_t error_length) {
+    require(text != nullptr && error_text != nullptr);
+    const borrowed<server> owner(server_handle);
+    std::string error;
+    const int status = apply_config(*owner->files, text, &error);
+    if (status != STS_OK && error_length > 0) {
+        fill_field(error_text, error_length, error);
+    }
+    return status;
+}
+
+int ioctl(sts_next_server_s* server_handle, uint32_t command, void* buffer) {
+    const borrowed<server> owner(server_handle);
+    auto* const config = static_cast<sts_config_buffer_s*>(buffer);
+    switch (command) {
+    case read_config: {
+        require(config != nullptr);
+        uint32_t used = 0;
+        const int status = fill_config(*owner->files, config->text, sizeof config->text, &used);
+        config->used = static_cast<int32_t>(used);
+        return status;
+    }
+    case write_config: {
+        require(config != nullptr);
+        std::string error;
+        const size_t length = strnlen(config->text, sizeof config->text);
+        return apply_config(*owner->files, {config->text, length}, &error);
+    }
+    default:
+        return sts_status_of_errno(ENOTTY);
+    }
+}
+
+} // namespace disk

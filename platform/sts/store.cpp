@@ -1,0 +1,93 @@
+// Stores: from a server name to a directory, and from there to the LSUs.
+
+#include "platform/sts/store.h"
+
+#include "platform/sts/image_files.h"
+#include "platform/sts/plugins.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <string_view>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+
+namespace disk {
+
+namespace {
+
+constexpr std::string_view disk_prefix = "disk:";
+const std::string control_name = ".server";
+
+/// Where the root of a name of ours is: absolute as it is, else below VL_STS_ROOT.
+std::string root_path(std::string_view server_name) {
+    std::string root(server_name.substr(disk_prefix.size()));
+    require(!root.empty());
+    if (root.front() == '/') {
+        return root;
+    }
+    const char* const above = getenv("VL_STS_ROOT");
+    require(is_plain_name(root) && above != nullptr && above[0] == '/');
+    return std::string(above) + "/" + root;
+}
+
+} // namespace
+
+std::shared_ptr<store> open_store(const char* server_name, missing_root treatment) {
+    require(server_name != nullptr);
+    if (strncmp(server_name, disk_prefix.data(), disk_prefix.size()) != 0) {
+        fail(find_plugin(server_name));
+    }
+    const std::string path = root_path(server_name);
+    if (treatment == missing_root::is_made && mkdir(path.c_str(), 0777) != 0 && errno != EEXIST) {
+        fail_errno(errno);
+    }
+    auto opened = std::make_shared<store>();
+    opened->server_name = server_name;
+    opened->directory = unique_fd(checked(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)));
+    return opened;
+}
+
+bool is_lsu_name(const std::string& name) {
+    return is_plain_name(name) && name.front() != '.' && name != "lost+found";
+}
+
+std::vector<std::string> lsu_names(const store& files) {
+    std::vector<std::string> names;
+    for (std::string& each : names_in(files.directory.get())) {
+        if (is_lsu_name(each) && is_directory(files.directory.get(), each)) {
+            names.push_back(std::move(each));
+        }
+    }
+    return names;
+}
+
+lsu_place open_lsu(std::shared_ptr<store> files, std::string name) {
+    require(is_lsu_name(name));
+    unique_fd directory = open_directory(files->directory.get(), name);
+    return {std::move(files), std::move(name), std::move(directory)};
+}
+
+lsu_place open_lsu(const sts_lsu_ref_s* lsu) {
+    require(lsu != nullptr);
+    const borrowed<server> owner(lsu->server);
+    return open_lsu(owner->files, text_of(lsu->name));
+}
+
+unique_fd make_control_directory(const store& files) {
+    return make_directory(files.directory.get(), control_name);
+}
+
+unique_fd find_control_directory(const store& files) {
+    return is_directory(files.directory.get(), control_name)
+               ? open_directory(files.directory.get(), control_name)
+               : unique_fd();
+}
+
+space space_of(int directory) {
+    struct statvfs found = {};
+    checked(fstatvfs(directory, &found));
+    return {found.f_blocks * found.f_frsize, found.f_bavail * found.f_frsize};
+}
+
+} // namespace disk

@@ -1,0 +1,84 @@
+// A store: the directory tree behind one server name.
+//
+//   ROOT/.server/          the server's own: settings (settings.h), events (event_log.h)
+//   ROOT/LSU/images/IMAGE/ the images (image_files.h)
+//   ROOT/LSU/new/          images that are being written
+//   ROOT/LSU/label         (lsu.cpp)
+//   ROOT/LSU/replication   (replication.h)
+//
+// Any directory in ROOT is an LSU, also one that an operator made; what is below it is made when it
+// is needed. Several processes may work on one store at a time.
+#pragma once
+
+#include "platform/sts/files.h"
+#include "platform/sts/handles.h"
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace disk {
+
+struct store {
+    std::string server_name; ///< as it was given
+    unique_fd directory;
+    std::atomic<int> open_handles{0}; ///< images and lists
+};
+
+/// Keeps a store's count of open handles up for as long as it lives.
+class counted_store {
+  public:
+    explicit counted_store(std::shared_ptr<store> counted) : counted_(std::move(counted)) {
+        ++counted_->open_handles;
+    }
+    counted_store(const counted_store&) = delete;
+    counted_store& operator=(const counted_store&) = delete;
+    ~counted_store() { --counted_->open_handles; }
+
+    const std::shared_ptr<store>& shared() const { return counted_; }
+    store* operator->() const { return counted_.get(); }
+    store& operator*() const { return *counted_; }
+
+  private:
+    std::shared_ptr<store> counted_;
+};
+
+struct server : object {
+    static constexpr handle_kind kind = handle_kind::server;
+    explicit server(std::shared_ptr<store> opened) : files(std::move(opened)) {}
+    std::shared_ptr<store> files;
+};
+
+/// An LSU that is there.
+struct lsu_place {
+    std::shared_ptr<store> files;
+    std::string name;
+    unique_fd directory;
+};
+
+enum class missing_root { fails, is_made };
+
+/// The store behind a server name; STS_ERR_NOT_CLAIMED for a name that isn't ours.
+std::shared_ptr<store> open_store(const char* server_name, missing_root treatment);
+
+/// Whether an LSU may have that name.
+bool is_lsu_name(const std::string& name);
+std::vector<std::string> lsu_names(const store& files);
+/// Fails with ENOENT's status where there is none.
+lsu_place open_lsu(std::shared_ptr<store> files, std::string name);
+/// The LSU that a caller's record names.
+lsu_place open_lsu(const sts_lsu_ref_s* lsu);
+
+/// The server's own directory, made where there is none; `find` gives nothing instead.
+unique_fd make_control_directory(const store& files);
+unique_fd find_control_directory(const store& files);
+
+/// Capacity and free bytes of the file system.
+struct space {
+    uint64_t capacity;
+    uint64_t free;
+};
+space space_of(int directory);
+
+} // namespace disk
