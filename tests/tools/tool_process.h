@@ -1,0 +1,45 @@
+// Runs the tool as a process of its own.
+#pragma once
+
+#include <map>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+/// Who runs what is run unprivileged by root.
+constexpr uid_t unprivileged_user = 65534;
+
+/// What a process left behind.
+struct ended {
+    int code = -1; ///< exit code; negative: the signal that ended it
+    std::string out;
+    std::string err;
+};
+
+struct process_options {
+    std::map<std::string, std::string> environment; ///< on top of our own
+    std::string directory;                          ///< to run in; empty: ours
+    bool unprivileged = false; ///< where we are root: as another user, who may not read all
+};
+
+/// A process that was started.
+class tool_process {
+  public:
+    tool_process(const std::vector<std::string>& command, const process_options& options);
+    ~tool_process();
+    tool_process(const tool_process&) = delete;
+    tool_process& operator=(const tool_process&) = delete;
+
+    void send(int signal) const;
+    std::string err_so_far() const;
+    /// Waits for its end.
+    ended wait();
+
+  private:
+    pid_t pid_;
+    std::string out_path_;
+    std::string err_path_;
+};
+
+/// Starts and waits.
+ended run_process(const std::vector<std::string>& command, const process_options& options = {});

@@ -1,0 +1,95 @@
+// Arguments: wrong ones end with 2 and say why, and the help teaches.
+
+#include "tests/tools/tool_fixture.h"
+
+using testing::HasSubstr;
+
+namespace {
+
+class Usage : public ToolTest {
+  protected:
+    void expect_usage(const std::vector<std::string>& arguments, const std::string& message) const {
+        const ended result = tool(arguments);
+        EXPECT_EQ(result.code, 2);
+        EXPECT_THAT(result.err, HasSubstr(message));
+    }
+};
+
+TEST_F(Usage, AsksForACommand) {
+    expect_usage({}, "A subcommand is required");
+    expect_usage({"run"}, "A subcommand is required");
+}
+
+TEST_F(Usage, RefusesWhatItDoesNotKnow) {
+    expect_usage({"walk"}, "A subcommand is required");
+    expect_usage({"run", "list", "--server", "s", "--lsu", "l", "--fast"}, "--fast");
+    expect_usage({"preview", "--direction", "up"}, "--direction");
+}
+
+TEST_F(Usage, AsksForWhatIsMissing) {
+    expect_usage({"run", "backup", "tree", "--lsu", "l"}, "--server is required");
+    expect_usage({"run", "backup", "--server", "s", "--lsu", "l"}, "DIR is required");
+    expect_usage({"run", "restore", "--server", "s", "--lsu", "l", "--to", "r"},
+                 "--name is required");
+    expect_usage({"run", "restore", "--server", "s", "--lsu", "l", "--name", "b"},
+                 "--to is required");
+    expect_usage({"run", "verify", "--server", "s", "--lsu", "l", "--name", "b"},
+                 "DIR or --restored is required");
+}
+
+TEST_F(Usage, RefusesStreamsAndBlocksOutOfRange) {
+    const std::vector<std::string> backup = {"run", "backup", "t", "--server", "s", "--lsu", "l"};
+    const auto with = [&](const std::string& option, const std::string& value) {
+        std::vector<std::string> all = backup;
+        all.insert(all.end(), {option, value});
+        return all;
+    };
+    expect_usage(with("--streams", "0"), "--streams: Value 0 not in range 1 to 64");
+    expect_usage(with("--streams", "65"), "--streams: Value 65 not in range 1 to 64");
+    expect_usage(with("--block", "511"), "--block: Value 511 not in range");
+    expect_usage(with("--block", "2G"), "--block: Value 2147483648 not in range");
+    expect_usage(with("--block", "much"), "--block");
+}
+
+TEST_F(Usage, HelpOfEveryCommandShowsAnExample) {
+    for (const char* command : {"backup", "restore", "verify", "list"}) {
+        const ended help = tool({"run", command, "--help"});
+        EXPECT_EQ(help.code, 0);
+        EXPECT_THAT(help.out, HasSubstr(std::string("throttlectl run ") + command));
+        EXPECT_THAT(help.out, HasSubstr("--server CS_throttle:"));
+    }
+    EXPECT_THAT(tool({"preview", "--help"}).out, HasSubstr("throttlectl preview"));
+    EXPECT_THAT(tool({"--help"}).out, HasSubstr("throttlectl run backup"));
+    EXPECT_THAT(tool({"run", "--help"}).out, HasSubstr("slept_seconds"));
+}
+
+TEST_F(Usage, PreviewShowsTheWeekOfTheSettings) {
+    write_settings("THR:SAMPLE_INTERVAL=30\nTHR:AVAIL_BANDWIDTH=1048576\n"
+                   "THR:WORK_TIME_BANDWIDTH_PERCENT=50\nTHR:READ_BANDWIDTH_PERCENT=101\n");
+    const ended preview =
+        tool({"preview", "--conf-dir", path("conf"), "--week", "--direction", "write"});
+    EXPECT_EQ(preview.code, 0);
+    EXPECT_THAT(preview.out, HasSubstr("Throttling is on"));
+    EXPECT_THAT(preview.out, HasSubstr("512.0 KiB/s"));
+    EXPECT_THAT(preview.out, HasSubstr("writes"));
+    EXPECT_THAT(preview.out, testing::Not(HasSubstr("reads")));
+    EXPECT_EQ(preview.err, path("conf/libstspithrottling.conf") +
+                               ": invalid read_bandwidth_percent, set to default.\n");
+}
+
+TEST_F(Usage, PreviewWithoutAFileShowsTheDefaultsAndMakesNone) {
+    const ended preview = tool({"preview", "--conf-dir", path("")});
+    EXPECT_EQ(preview.code, 0);
+    EXPECT_THAT(preview.out, HasSubstr("Throttling is off"));
+    EXPECT_THAT(preview.out, HasSubstr("100.0 MiB/s"));
+    EXPECT_THAT(preview.err, HasSubstr("not found, use default config setting."));
+    EXPECT_FALSE(std::filesystem::exists(path("libstspithrottling.conf")));
+}
+
+TEST_F(Usage, PreviewWarnsOfARateOfZero) {
+    write_settings("THR:SAMPLE_INTERVAL=30\nTHR:OFF_TIME_BANDWIDTH_PERCENT=0\n");
+    const ended preview = tool({"preview", "--conf-dir", path("conf")});
+    EXPECT_THAT(preview.out, HasSubstr("At 0 B/s the plugin ends the process that transfers."));
+}
+
+} // namespace

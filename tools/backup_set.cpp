@@ -1,0 +1,122 @@
+#include "tools/backup_set.h"
+
+#include "tools/failure.h"
+
+#include <algorithm>
+#include <charconv>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <optional>
+#include <set>
+#include <string_view>
+
+namespace {
+
+/// An image's name taken apart.
+struct image_part {
+    std::string backup;
+    size_t number; ///< from 1
+    size_t count;
+};
+
+std::optional<size_t> whole_number(std::string_view text) {
+    size_t number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error != std::errc() || end != text.data() + text.size() || number == 0) {
+        return {};
+    }
+    return number;
+}
+
+std::optional<image_part> part_of(std::string_view image) {
+    const size_t dot = image.rfind('.');
+    const size_t of = image.rfind("of");
+    if (dot == std::string_view::npos || of == std::string_view::npos || of < dot || dot == 0) {
+        return {};
+    }
+    const auto number = whole_number(image.substr(dot + 1, of - dot - 1));
+    const auto count = whole_number(image.substr(of + 2));
+    if (!number || !count || *number > *count) {
+        return {};
+    }
+    return image_part{std::string(image.substr(0, dot)), *number, *count};
+}
+
+failure no_such_backup(const std::vector<listed_image>& images, const std::string& backup) {
+    std::set<std::string> names;
+    for (const listed_image& image : images) {
+        names.insert(backup_of(image.name));
+    }
+    names.erase("");
+    return failure(fmt::format("there is no backup \"{}\" in the LSU{}", backup,
+                               names.empty() ? ", and no other either"
+                                             : fmt::format("; it has {}", fmt::join(names, ", "))));
+}
+
+} // namespace
+
+std::string stream_image(const std::string& backup, size_t index, size_t count) {
+    return fmt::format("{}.{}of{}", backup, index + 1, count);
+}
+
+std::string backup_of(const std::string& image) {
+    const auto part = part_of(image);
+    return part ? part->backup : "";
+}
+
+std::vector<listed_image> find_backup(const std::vector<listed_image>& images,
+                                      const std::string& backup) {
+    std::vector<std::pair<image_part, listed_image>> found;
+    for (const listed_image& image : images) {
+        const auto part = part_of(image.name);
+        if (part && part->backup == backup) {
+            found.emplace_back(*part, image);
+        }
+    }
+    if (found.empty()) {
+        throw no_such_backup(images, backup);
+    }
+    const size_t count = found.front().first.count;
+    std::sort(found.begin(), found.end(), [](const auto& left, const auto& right) {
+        return left.first.number < right.first.number;
+    });
+    std::vector<listed_image> set;
+    for (const auto& [part, image] : found) {
+        if (part.count != count) {
+            throw failure(fmt::format("the backup \"{}\" is there twice, in {} and in {} streams",
+                                      backup, std::min(count, part.count),
+                                      std::max(count, part.count)));
+        }
+        if (part.number != set.size() + 1) {
+            break;
+        }
+        set.push_back(image);
+    }
+    if (set.size() != count) {
+        throw failure(fmt::format("the backup \"{}\" isn't whole: its image \"{}\" is missing",
+                                  backup, stream_image(backup, set.size(), count)));
+    }
+    return set;
+}
+
+image_set::~image_set() {
+    if (run_.is_barred()) {
+        for (host_image& image : images_) {
+            image.let_go();
+        }
+    }
+}
+
+void image_set::open(const host_server& server, const std::string& lsu,
+                     const std::vector<listed_image>& set) {
+    for (size_t index = 0; index < set.size(); ++index) {
+        run_.on_account(index, [&] { add(server.open_image(lsu, set[index].name)); });
+    }
+}
+
+void image_set::close() {
+    for (; closed_ < images_.size(); ++closed_) {
+        run_.check_may_move();
+        run_.on_account(closed_, [&] { images_[closed_].close(STS_CLOSE_COMPLETE); });
+    }
+}

@@ -1,0 +1,19 @@
+// Sizes and rates as people write and read them. All factors are 1024.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+/// "0 B", "12.3 KiB", "100.0 MiB", ...
+std::string size_text(double bytes);
+
+/// The same "/s", or "unlimited".
+std::string rate_text(std::optional<double> bytes_per_second);
+
+/// A unit that shows `largest` bytes as a number from 1 to 1023.
+struct size_unit {
+    const char* name;
+    double bytes;
+};
+size_unit unit_for(double largest);

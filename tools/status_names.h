@@ -1,0 +1,17 @@
+// Statuses in words.
+#pragma once
+
+#include "tools/failure.h"
+
+#include <string>
+
+/// "STS_ERR_BUSY (2060005): a server was closed with images or lists still open".
+std::string status_text(int status);
+
+/// A failure that the plugin or a layer below has told by a status, and may have logged more of.
+struct status_failure : failure {
+    using failure::failure;
+};
+
+/// The failure of `operation` on `object` with `status`.
+status_failure failed(const std::string& operation, const std::string& object, int status);
