@@ -72,7 +72,9 @@ bool fails(const char* call) {
         return false;
     }
     --found->second.times;
-    errno = found->second.error;
+    if (found->second.error != 0) {
+        errno = found->second.error;
+    }
     return true;
 }
 

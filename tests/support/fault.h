@@ -9,9 +9,10 @@
 
 namespace fault {
 
-/// The next call of that name fails with `error` in errno: "fopen", "fputs", "fclose", "fgets",
-/// "chmod", "fcntl" (a record lock or its release) or "onet_chown_service_user_if_root". Further
-/// ones too, while `times` lasts; `after` calls pass before the first that fails.
+/// The next call of that name fails with `error` in errno, or errno as it was for 0: "fopen",
+/// "fputs", "fclose", "fgets", "chmod", "fcntl" (a record lock or its release) or
+/// "onet_chown_service_user_if_root". Further ones too, while `times` lasts; `after` calls pass
+/// before the first that fails.
 void fail(const std::string& call, int error, int times = 1, int after = 0);
 
 /// Sends every fopen below `directory` to the same name below `instead`.
