@@ -61,6 +61,7 @@ struct open_handles {
     sts_lsu_entry_s lsu_entry = {};
     sts_event_s event = {};
     sts_async_status_s async_status = {};
+    sts_copy_params_s copy_params = {};
     char ioctl_buffer = 0;
 };
 
@@ -89,7 +90,9 @@ class pairs {
     void add(const std::string& name, Arguments... arguments) {
         add_pair(
             "`" + name + "`", "its slot",
-            [arguments...] { return (idle_next_layer().*slot)(for_slot(arguments)...); },
+            [&api = idle_next_layer(), arguments...] {
+                return (api.*slot)(for_slot(arguments)...);
+            },
             [&ep = ep_, arguments...] { return (ep.*entry)(for_entry(arguments)...); });
         lines_.back().kind = target::difference;
         lines_.back().limit = limit;
@@ -157,14 +160,14 @@ void add_handles(pairs& all, open_handles& open) {
         });
     all.add_allocating(
         "`async_copy_image`",
-        [&api, lsu = &open.lsu] {
+        [&api, &open] {
             sts_next_operation_s* operation = nullptr;
-            return api.async_copy_image(nullptr, 0, lsu, 0, &operation, 0, sts_copy_params_s{});
+            return api.async_copy_image(nullptr, 0, &open.lsu, 0, &operation, 0, open.copy_params);
         },
-        [&ep, lsu = &open.lsu] {
+        [&ep, &open] {
             sts_next_operation_s** operation = nullptr;
             const int status =
-                ep.async_copy_image(0, 0, lsu, 0, &operation, 0, sts_copy_params_s{});
+                ep.async_copy_image(0, 0, &open.lsu, 0, &operation, 0, open.copy_params);
             free(operation); // the holder is the host's
             return status;
         });

@@ -1,4 +1,5 @@
-// Every entry that hands one call on and keeps nothing of it, beside the slot that it calls.
+// Every entry that hands one call on and keeps nothing of it, beside the slot that it calls; and
+// some that make a handle.
 #pragma once
 
 #include "bench/comparison.h"

@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Measures what the plugin costs and how well it keeps a rate, and prints two Markdown tables, which
+# Measures what the plugin costs and how well it keeps a rate, and prints three Markdown tables, which
 # docs/benchmarks.md explains. Nothing else should run meanwhile.
 #
 #   scripts/bench.sh [SECONDS]     how long each of the four pacers is measured, 30 unless given; the
-#                                  calls take half a minute before that
+#                                  calls take a minute before that
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -49,7 +49,7 @@ flexible_io() {
   row "\`fio --rate=$rate\`" "$figures"
 }
 
-echo "measuring calls, about half a minute" >&2
+echo "measuring calls, about a minute" >&2
 $bin/throttling_bench
 echo
 echo "| Pacer | Bytes | Seconds | Achieved / allowed | Busiest second / allowed | Longest pause, s |"
