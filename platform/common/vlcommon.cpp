@@ -40,7 +40,7 @@ int GetConfDir(char* directory, size_t size) {
     if (length < 0 || static_cast<size_t>(length) >= size) {
         return -1;
     }
-    while (directory[0] != '\0' && directory[strlen(directory) - 1] == '/') {
+    while (strlen(directory) > 1 && directory[strlen(directory) - 1] == '/') {
         directory[strlen(directory) - 1] = '\0';
     }
     return 0;

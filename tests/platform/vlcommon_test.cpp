@@ -41,8 +41,11 @@ TEST_F(ConfDir, TakesAnEmptyNameForNone) {
 TEST_F(ConfDir, HasNoSlashAtItsEnd) {
     setenv("VL_CONF_DIR", "/some/where///", 1);
     EXPECT_EQ(ask(), "/some/where");
+}
+
+TEST_F(ConfDir, MayBeTheRoot) {
     setenv("VL_CONF_DIR", "///", 1);
-    EXPECT_EQ(ask(), "");
+    EXPECT_EQ(ask(), "/");
 }
 
 TEST_F(ConfDir, FailsWhereItDoesntFit) {
