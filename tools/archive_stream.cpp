@@ -10,19 +10,6 @@
 
 namespace {
 
-/// Runs the body of a callback: no exception may pass through the C library that calls it, so it is
-/// kept for later.
-template <typename Body>
-la_ssize_t kept(archive* handle, std::exception_ptr& thrown, Body body) {
-    try {
-        return body();
-    } catch (...) {
-        thrown = std::current_exception();
-        archive_set_error(handle, EIO, "the image can't be moved on");
-        return ARCHIVE_FATAL;
-    }
-}
-
 void require_memory(const archive* handle) {
     if (handle == nullptr) {
         throw std::bad_alloc();
@@ -39,76 +26,79 @@ std::string archive_text(archive* handle) {
 // --- writing
 // --------------------------------------------------------------------------------------
 
-void archive_writer::discard_archive::operator()(archive* handle) const {
-    archive_write_fail(handle); // what isn't finished by now is not to be written
-    archive_write_free(handle);
-}
-
 archive_writer::archive_writer(host_image& image, stream& account, const transfer& run,
                                uint64_t block)
     : image_(image), account_(account), run_(run), archive_(archive_write_new()) {
     archive* const handle = archive_.get();
     require_memory(handle);
-    require(archive_write_set_format_pax(handle));
+    require(archive_write_set_format_pax(handle) == ARCHIVE_OK);
     // Names are bytes: nothing is converted, so every name comes back as it was.
-    require(archive_write_set_format_option(handle, "pax", "hdrcharset", "BINARY"));
-    require(archive_write_set_bytes_per_block(handle, static_cast<int>(block)));
-    require(archive_write_set_bytes_in_last_block(handle, 1));
-    require(archive_write_open2(handle, this, nullptr, write_block, nullptr, nullptr));
+    require(archive_write_set_format_option(handle, "pax", "hdrcharset", "BINARY") == ARCHIVE_OK);
+    require(archive_write_set_bytes_per_block(handle, static_cast<int>(block)) == ARCHIVE_OK);
+    require(archive_write_set_bytes_in_last_block(handle, 1) == ARCHIVE_OK);
+    require(archive_write_open2(handle, this, nullptr, write_block, nullptr, nullptr) ==
+            ARCHIVE_OK);
 }
 
-la_ssize_t archive_writer::write_block(archive* handle, void* self, const void* buffer,
+/// Drops what can't be written rather than say so: the library doesn't release all that it holds
+/// when it is told of a failure. Whoever called the library looks for what was thrown.
+la_ssize_t archive_writer::write_block(archive* /*handle*/, void* self, const void* buffer,
                                        size_t length) {
     auto& writer = *static_cast<archive_writer*>(self);
-    return kept(handle, writer.thrown_, [&]() -> la_ssize_t {
-        writer.run_.check_may_move();
-        uint64_t written = 0;
-        const int status = writer.image_.write(buffer, length, writer.position_, written);
-        if (status != STS_OK) {
-            throw failed("writing the image", writer.image_.name(), status);
-        }
-        if (written == 0) {
-            throw failure(fmt::format("the image \"{}\" takes no more data at byte {}",
-                                      writer.image_.name(), writer.position_));
-        }
-        writer.position_ += written;
-        writer.account_.bytes += written;
-        return static_cast<la_ssize_t>(written);
-    });
+    if (writer.is_over_ || writer.thrown_ != nullptr) {
+        return static_cast<la_ssize_t>(length);
+    }
+    try {
+        return static_cast<la_ssize_t>(writer.write(buffer, length));
+    } catch (...) {
+        writer.thrown_ = std::current_exception();
+        return static_cast<la_ssize_t>(length);
+    }
 }
 
-void archive_writer::fail() {
+/// Returns the bytes written, which may be fewer.
+uint64_t archive_writer::write(const void* buffer, size_t length) {
+    run_.check_may_move();
+    uint64_t written = 0;
+    const int status = image_.write(buffer, length, position_, written);
+    if (status != STS_OK) {
+        throw failed("writing the image", image_.name(), status);
+    }
+    if (written == 0 || written > length) {
+        throw failure(fmt::format("the image \"{}\" took {} of {} bytes at byte {}", image_.name(),
+                                  written, length, position_));
+    }
+    position_ += written;
+    account_.bytes += written;
+    return written;
+}
+
+void archive_writer::require(bool good) {
     if (thrown_ != nullptr) {
         std::rethrow_exception(thrown_);
     }
-    throw failure(fmt::format("writing the archive in the image \"{}\" failed: {}", image_.name(),
-                              archive_text(archive_.get())));
-}
-
-void archive_writer::require(int result) {
-    if (result != ARCHIVE_OK && result != ARCHIVE_WARN) {
-        fail();
+    if (!good) {
+        throw failure(fmt::format("writing the archive in the image \"{}\" failed: {}",
+                                  image_.name(), archive_text(archive_.get())));
     }
 }
 
 bool archive_writer::header(archive_entry* entry, std::string& reason) {
     const int result = archive_write_header(archive_.get(), entry);
-    if (result == ARCHIVE_FATAL) {
-        fail();
-    }
+    require(result != ARCHIVE_FATAL);
     reason = result == ARCHIVE_OK ? "" : archive_text(archive_.get());
     return result == ARCHIVE_OK || result == ARCHIVE_WARN;
 }
 
 void archive_writer::data(const void* bytes, size_t length) {
-    if (archive_write_data(archive_.get(), bytes, length) < 0) {
-        fail();
-    }
+    require(archive_write_data(archive_.get(), bytes, length) >= 0);
 }
 
-void archive_writer::finish_entry() { require(archive_write_finish_entry(archive_.get())); }
+void archive_writer::finish_entry() {
+    require(archive_write_finish_entry(archive_.get()) >= ARCHIVE_WARN);
+}
 
-void archive_writer::finish() { require(archive_write_close(archive_.get())); }
+void archive_writer::finish() { require(archive_write_close(archive_.get()) >= ARCHIVE_WARN); }
 
 // --- reading
 // --------------------------------------------------------------------------------------
@@ -125,26 +115,35 @@ archive_reader::archive_reader(host_image& image, stream& account, const transfe
     }
 }
 
+/// No exception may pass through the library that calls this: it is kept for later.
 la_ssize_t archive_reader::read_block(archive* handle, void* self, const void** buffer) {
     auto& reader = *static_cast<archive_reader*>(self);
-    return kept(handle, reader.thrown_, [&]() -> la_ssize_t {
-        reader.run_.check_may_move();
-        uint64_t read = 0;
-        const int status =
-            reader.image_.read(reader.block_.data(), reader.block_.size(), reader.position_, read);
-        if (status != STS_OK) {
-            throw failed("reading the image", reader.image_.name(), status);
-        }
-        if (read > reader.block_.size()) {
-            throw failure(
-                fmt::format("the image \"{}\" gave more than was asked for", reader.image_.name()));
-        }
-        reader.position_ += read;
-        reader.account_.bytes += read;
-        reader.account_.done += read;
+    try {
         *buffer = reader.block_.data();
-        return static_cast<la_ssize_t>(read);
-    });
+        return static_cast<la_ssize_t>(reader.read());
+    } catch (...) {
+        reader.thrown_ = std::current_exception();
+        archive_set_error(handle, EIO, "the image can't be read on");
+        return ARCHIVE_FATAL;
+    }
+}
+
+/// Fills the block; 0 at the image's end.
+uint64_t archive_reader::read() {
+    run_.check_may_move();
+    uint64_t count = 0;
+    const int status = image_.read(block_.data(), block_.size(), position_, count);
+    if (status != STS_OK) {
+        throw failed("reading the image", image_.name(), status);
+    }
+    if (count > block_.size()) {
+        throw failure(fmt::format("the image \"{}\" gave {} of {} bytes at byte {}", image_.name(),
+                                  count, block_.size(), position_));
+    }
+    position_ += count;
+    account_.bytes += count;
+    account_.done += count;
+    return count;
 }
 
 void archive_reader::fail() {

@@ -30,6 +30,8 @@ class archive_writer {
   public:
     /// `block` in bytes, at most 1 GiB.
     archive_writer(host_image& image, stream& account, const transfer& run, uint64_t block);
+    /// What isn't finished by now isn't written any more.
+    ~archive_writer() { is_over_ = true; }
     archive_writer(const archive_writer&) = delete;
     archive_writer& operator=(const archive_writer&) = delete;
 
@@ -44,18 +46,16 @@ class archive_writer {
 
   private:
     static la_ssize_t write_block(archive* handle, void* self, const void* buffer, size_t length);
-    void require(int result);
-    [[noreturn]] void fail();
+    uint64_t write(const void* buffer, size_t length);
+    void require(bool good);
 
     host_image& image_;
     stream& account_;
     const transfer& run_;
     uint64_t position_ = 0;
+    bool is_over_ = false;
     std::exception_ptr thrown_; ///< by the callback, which can't throw
-    struct discard_archive {
-        void operator()(archive* handle) const;
-    };
-    std::unique_ptr<archive, discard_archive> archive_; ///< last: its end may not call back
+    archive_ptr archive_;       ///< last: its end calls back
 };
 
 /// Reads one image.
@@ -71,10 +71,10 @@ class archive_reader {
     /// The next piece of the entry's content and its place in the file; what lies between pieces is
     /// zeros. False at its end.
     bool data(const void*& bytes, size_t& length, int64_t& offset);
-    archive* handle() { return archive_.get(); }
 
   private:
     static la_ssize_t read_block(archive* handle, void* self, const void** buffer);
+    uint64_t read();
     [[noreturn]] void fail();
 
     host_image& image_;

@@ -22,8 +22,8 @@
 
 namespace {
 
-constexpr uint64_t entry_cost = 1536;    // bytes of a usual header, so that empty files count too
-constexpr size_t read_size = 128 * 1024; // bytes read from a file at once
+constexpr uint64_t entry_cost = 1536; // bytes of a usual header, so that empty files count too
+constexpr size_t read_size = size_t{128} * 1024; // bytes read from a file at once
 
 // --- who archives what
 // ----------------------------------------------------------------------------

@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-constexpr uint64_t default_block = 256 * 1024;
+constexpr uint64_t default_block = uint64_t{256} * 1024;
 
 struct run_options {
     std::string plugin; ///< path; empty: the one beside the program, or the loader's

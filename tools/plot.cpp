@@ -246,8 +246,8 @@ class picture {
                       const char* dashes) {
         constexpr size_t most_characters = 24;
         const double place = left + static_cast<double>(entries_ % legend_columns) * legend_column;
-        const double height =
-            legend_top + static_cast<double>(entries_ / legend_columns) * legend_row;
+        const size_t row = entries_ / legend_columns;
+        const double height = legend_top + static_cast<double>(row) * legend_row;
         ++entries_;
         const std::string shown =
             name.size() > most_characters

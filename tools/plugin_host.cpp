@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
+#include <memory>
 #include <utility>
 
 namespace fs = std::filesystem;
@@ -121,18 +122,16 @@ size_t walk_list(const std::string& what, const std::string& object, Next next, 
 // --- the plugin
 // -----------------------------------------------------------------------------------
 
-void plugin_host::unload::operator()(void* library) const { dlclose(library); }
-
 plugin_host::plugin_host(const std::string& path) {
     const std::string wanted = path.empty() ? default_plugin() : path;
-    library_.reset(dlopen(wanted.c_str(), RTLD_NOW | RTLD_LOCAL));
-    if (library_ == nullptr) {
+    void* const library = dlopen(wanted.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (library == nullptr) {
         throw failure(fmt::format("the plugin can't be loaded: {}", dlerror()));
     }
     using init_function = int (*)(uint64_t, const char*, stspi_api_rec_t*);
     using init2_function = int (*)(uint64_t, stspi_api2_rec_t*);
-    const auto init = find_function<init_function>(library_.get(), "stspi_init", wanted);
-    const auto init2 = find_function<init2_function>(library_.get(), "stspi_init2", wanted);
+    const auto init = find_function<init_function>(library, "stspi_init", wanted);
+    const auto init2 = find_function<init2_function>(library, "stspi_init2", wanted);
 
     const std::string directory = fs::path(wanted).parent_path().string();
     stspi_api_rec_t record = {};

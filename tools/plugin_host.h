@@ -10,14 +10,15 @@
 #include "plugin/stspi_entries.h"
 
 #include <cstdint>
-#include <memory>
+
 #include <string>
 #include <vector>
 
 struct stspi_ep_t;
 
-/// A loaded and started plugin. Stops and unloads it at the end; whatever was opened through it is
-/// closed by then.
+/// A loaded and started plugin. Stops it at the end; whatever was opened through it is closed by
+/// then. The library stays loaded: what it has left with the process, such as handlers for its end,
+/// does.
 class plugin_host {
   public:
     /// `path` empty: libstspithrottling.so of ../lib beside the program, else as the loader finds
@@ -33,10 +34,6 @@ class plugin_host {
     const std::string& version() const { return version_; }
 
   private:
-    struct unload {
-        void operator()(void* library) const;
-    };
-    std::unique_ptr<void, unload> library_;
     const stspi_ep_t* entries_ = nullptr;
     void* create_lsu_ = nullptr;
     std::string version_;

@@ -23,7 +23,7 @@
 
 namespace {
 
-constexpr size_t read_size = 128 * 1024;
+constexpr size_t read_size = size_t{128} * 1024;
 
 /// The differences that all streams find.
 class differences {

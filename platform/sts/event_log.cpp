@@ -15,8 +15,8 @@ namespace disk {
 
 namespace {
 
-const std::string events_name = "events";
-const std::string sequence_name = "sequence";
+constexpr const char* events_name = "events";
+constexpr const char* sequence_name = "sequence";
 constexpr uint64_t longest_number = 20;
 constexpr uint64_t longest_event = sizeof(sts_event_s) + sizeof(sts_event_payload_s);
 constexpr uint32_t last_kind = STS_EVENT_LSU_LABELLED;
@@ -37,14 +37,16 @@ unique_fd find_events(const store& files) {
                : unique_fd();
 }
 
-uint64_t oldest_in(int events) {
+/// The numbers of the events that are there, sorted.
+std::vector<uint64_t> numbers_in(int events) {
+    std::vector<uint64_t> numbers;
     for (const std::string& each : names_in(events)) {
         const uint64_t number = number_in(each);
         if (each == file_name(number)) {
-            return number;
+            numbers.push_back(number);
         }
     }
-    return 0;
+    return numbers;
 }
 
 /// The number of the last event; where that was lost, of the last one that is there.
@@ -53,8 +55,8 @@ uint64_t last_in(int control) {
     if (last != 0 || !is_directory(control, events_name)) {
         return last;
     }
-    const std::vector<std::string> names = names_in(open_directory(control, events_name).get());
-    return names.empty() ? 0 : number_in(names.back());
+    const std::vector<uint64_t> numbers = numbers_in(open_directory(control, events_name).get());
+    return numbers.empty() ? 0 : numbers.back();
 }
 
 std::string content_of(const happening& what, uint64_t number) {
@@ -79,7 +81,7 @@ void record_event(const store& files, const happening& what) noexcept {
     (void)status_of([&] {
         const auto kept = static_cast<uint64_t>(read_settings(files).events_kept);
         if (kept == 0) {
-            return STS_OK;
+            return;
         }
         const unique_fd control = make_control_directory(files);
         const directory_lock lock(control.get(), directory_lock::kind::exclusive);
@@ -91,22 +93,23 @@ void record_event(const store& files, const happening& what) noexcept {
         if (number > kept) {
             (void)unlinkat(events.get(), file_name(number - kept).c_str(), 0);
         }
-        return STS_OK;
     });
 }
 
-void drop_surplus_events(const store& files) {
-    const auto kept = static_cast<uint64_t>(read_settings(files).events_kept);
-    const uint64_t last = last_event(files);
-    const unique_fd events = find_events(files);
-    if (!events || last <= kept) {
-        return;
-    }
-    for (const std::string& each : names_in(events.get())) {
-        if (number_in(each) <= last - kept) {
-            (void)unlinkat(events.get(), each.c_str(), 0);
+void drop_surplus_events(const store& files) noexcept {
+    (void)status_of([&] {
+        const auto kept = static_cast<uint64_t>(read_settings(files).events_kept);
+        const uint64_t last = last_event(files);
+        const unique_fd events = find_events(files);
+        if (!events || last <= kept) {
+            return;
         }
-    }
+        for (const uint64_t number : numbers_in(events.get())) {
+            if (number <= last - kept) {
+                (void)unlinkat(events.get(), file_name(number).c_str(), 0);
+            }
+        }
+    });
 }
 
 uint64_t last_event(const store& files) {
@@ -116,7 +119,9 @@ uint64_t last_event(const store& files) {
 
 uint64_t oldest_event(const store& files) {
     const unique_fd events = find_events(files);
-    return events ? oldest_in(events.get()) : 0;
+    const std::vector<uint64_t> numbers =
+        events ? numbers_in(events.get()) : std::vector<uint64_t>();
+    return numbers.empty() ? 0 : numbers.front();
 }
 
 std::optional<kept_event> read_event(const store& files, uint64_t number) {

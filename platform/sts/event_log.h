@@ -28,8 +28,8 @@ struct kept_event {
 /// can't be written.
 void record_event(const store& files, const happening& what) noexcept;
 
-/// Drops the events that are more than the settings keep.
-void drop_surplus_events(const store& files);
+/// Drops the events that are more than the settings keep. What can't be dropped stays.
+void drop_surplus_events(const store& files) noexcept;
 
 /// The number of the last event that was written, 0 for none.
 uint64_t last_event(const store& files);

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <new>
 #include <system_error>
+#include <type_traits>
 
 namespace disk {
 
@@ -34,11 +35,16 @@ inline void require(bool good) {
     }
 }
 
-/// The status of running `body`, whatever leaves it.
+/// The status of running `body`, whatever leaves it; 0 for a body that returns nothing.
 template <typename Body>
 int status_of(Body body) noexcept {
     try {
-        return body();
+        if constexpr (std::is_void_v<decltype(body())>) {
+            body();
+            return STS_OK;
+        } else {
+            return body();
+        }
     } catch (const failure& reason) {
         return reason.status;
     } catch (const std::bad_alloc&) {

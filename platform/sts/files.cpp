@@ -131,7 +131,9 @@ unique_fd open_directory(int parent, const std::string& name) {
 }
 
 unique_fd make_directory(int parent, const std::string& name) {
-    if (mkdirat(parent, name.c_str(), 0777) != 0 && errno != EEXIST) {
+    if (mkdirat(parent, name.c_str(), 0777) == 0) {
+        checked(fsync(parent));
+    } else if (errno != EEXIST) {
         fail_errno(errno);
     }
     return open_directory(parent, name);
@@ -183,7 +185,6 @@ void remove_directory(int parent, const std::string& name) noexcept {
         for (const std::string& each : names_in(directory.get())) {
             (void)unlinkat(directory.get(), each.c_str(), 0);
         }
-        return STS_OK;
     });
     (void)unlinkat(parent, name.c_str(), AT_REMOVEDIR);
 }
@@ -213,6 +214,15 @@ unique_fd open_file(int parent, const std::string& name, int flags) {
     return file;
 }
 
+unique_fd find_file(int parent, const std::string& name) {
+    unique_fd file;
+    const int status = status_of([&] { file = open_file(parent, name, O_RDONLY); });
+    if (status != STS_OK && status != sts_status_of_errno(ENOENT)) {
+        fail(status);
+    }
+    return file;
+}
+
 uint64_t size_of(int file) {
     struct stat found = {};
     checked(fstat(file, &found));
@@ -220,11 +230,10 @@ uint64_t size_of(int file) {
 }
 
 std::optional<std::string> read_file(int parent, const std::string& name, uint64_t longest) {
-    struct stat found = {};
-    if (fstatat(parent, name.c_str(), &found, AT_SYMLINK_NOFOLLOW) != 0 && errno == ENOENT) {
+    const unique_fd file = find_file(parent, name);
+    if (!file) {
         return std::nullopt;
     }
-    const unique_fd file = open_file(parent, name, O_RDONLY);
     const uint64_t size = size_of(file.get());
     if (size > longest) {
         fail_errno(EBADMSG);

@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace disk {
@@ -60,7 +61,7 @@ void fill(char (&field)[size], std::string_view text) {
 // --- directories
 
 unique_fd open_directory(int parent, const std::string& name);
-/// Makes it first where there is none.
+/// Makes it first, for good, where there is none.
 unique_fd make_directory(int parent, const std::string& name);
 /// Everything in it but "." and "..", sorted.
 std::vector<std::string> names_in(int directory);
@@ -88,6 +89,8 @@ class directory_lock {
 
 /// Opens a regular file; EBADMSG when it is something else.
 unique_fd open_file(int parent, const std::string& name, int flags);
+/// Opens it for reading; none where there is no file of that name.
+unique_fd find_file(int parent, const std::string& name);
 uint64_t size_of(int file);
 /// The whole file; nothing when there is none, EBADMSG when it is longer than one of ours can be.
 std::optional<std::string> read_file(int parent, const std::string& name, uint64_t longest);

@@ -119,10 +119,7 @@ int delete_image(const sts_lsu_ref_s* lsu, const sts_image_def_s* image_def, uin
     const std::string name = name_of(image_def);
     const lsu_place place = open_lsu(lsu);
     std::string payload; // of a damaged image there is nothing to say
-    (void)status_of([&] {
-        payload = payload_of(find_image(place.directory.get(), name).header);
-        return STS_OK;
-    });
+    (void)status_of([&] { payload = payload_of(find_image(place.directory.get(), name).header); });
     remove_image(place.directory.get(), name);
     record_event(*place.files, {STS_EVENT_IMAGE_DELETED, place.name, name, payload});
     return STS_OK;

@@ -15,11 +15,11 @@ namespace disk {
 
 namespace {
 
-const std::string images_name = "images";
-const std::string drafts_name = "new";
-const std::string data_name = "data";
-const std::string header_name = "header";
-const std::string meta_name = "meta";
+constexpr const char* images_name = "images";
+constexpr const char* drafts_name = "new";
+constexpr const char* data_name = "data";
+constexpr const char* header_name = "header";
+constexpr const char* meta_name = "meta";
 constexpr char header_magic[8] = {'S', 'T', 'S', 'I', 'M', 'A', 'G', '1'};
 
 std::string_view bytes_of(const image_header& header) {
@@ -44,22 +44,13 @@ image_header read_header(int image) {
     return header;
 }
 
-bool has_file(int directory, const std::string& name) {
-    return faccessat(directory, name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0;
-}
-
 /// EBADMSG's status when the files don't make an image.
 found_image open_image_files(int directory) {
-    if (!has_file(directory, data_name)) {
-        fail_errno(EBADMSG);
-    }
     found_image found = {};
     found.header = read_header(directory);
-    found.data = open_file(directory, data_name, O_RDONLY);
-    if (has_file(directory, meta_name)) {
-        found.meta = open_file(directory, meta_name, O_RDONLY);
-    }
-    if (size_of(found.data.get()) != found.header.size) {
+    found.data = find_file(directory, data_name);
+    found.meta = find_file(directory, meta_name);
+    if (!found.data || size_of(found.data.get()) != found.header.size) {
         fail_errno(EBADMSG);
     }
     return found;
@@ -80,7 +71,6 @@ bool is_abandoned(int drafts, const std::string& id) {
         const unique_fd directory = open_directory(drafts, id);
         const unique_fd data = open_file(directory.get(), data_name, O_RDONLY);
         locked = !try_lock_file(data.get());
-        return STS_OK;
     });
     return (status == STS_OK && !locked) || status == sts_status_of_errno(ENOENT);
 }
@@ -122,10 +112,7 @@ found_image find_image(int lsu, const std::string& name) {
     for (;;) {
         const unique_fd directory = open_directory(images.get(), name);
         found_image found = {};
-        const int status = status_of([&] {
-            found = open_image_files(directory.get());
-            return STS_OK;
-        });
+        const int status = status_of([&] { found = open_image_files(directory.get()); });
         // Its files are removed only after it has lost its place: while it has that, what was seen
         // is the truth.
         if (!is_same_directory(images.get(), name, directory.get())) {
@@ -142,10 +129,7 @@ std::vector<listed_image> list_images(int lsu) {
     std::vector<listed_image> images;
     for (std::string& name : image_names(lsu)) {
         image_header header = {};
-        const int status = status_of([&] {
-            header = find_image(lsu, name).header;
-            return STS_OK;
-        });
+        const int status = status_of([&] { header = find_image(lsu, name).header; });
         if (status == STS_OK) {
             images.push_back({std::move(name), header});
         } else if (status != sts_status_of_errno(EBADMSG) &&
@@ -216,15 +200,12 @@ void draft::remove() noexcept {
     remove_directory(work_.get(), id_);
 }
 
-unique_fd draft::meta() const {
-    return has_file(directory_.get(), meta_name) ? open_file(directory_.get(), meta_name, O_RDONLY)
-                                                 : unique_fd();
-}
+unique_fd draft::meta() const { return find_file(directory_.get(), meta_name); }
 
 unique_fd draft::make_meta() { return open_file(directory_.get(), meta_name, O_WRONLY | O_CREAT); }
 
 void draft::remove_meta() {
-    if (unlinkat(directory_.get(), meta_name.c_str(), 0) != 0 && errno != ENOENT) {
+    if (unlinkat(directory_.get(), meta_name, 0) != 0 && errno != ENOENT) {
         fail_errno(errno);
     }
 }

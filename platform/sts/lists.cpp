@@ -48,10 +48,8 @@ bool next_image(image_list& list, sts_image_entry_s& entry) {
     while (list.next < list.names.size()) {
         const std::string& name = list.names[list.next++];
         image_header header = {};
-        const int status = status_of([&] {
-            header = find_image(list.directory.get(), name).header;
-            return STS_OK;
-        });
+        const int status =
+            status_of([&] { header = find_image(list.directory.get(), name).header; });
         if (status == sts_status_of_errno(ENOENT)) {
             continue;
         }

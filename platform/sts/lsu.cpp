@@ -21,7 +21,7 @@ struct lsu_handle : object {
     static constexpr handle_kind kind = handle_kind::lsu;
 };
 
-const std::string label_name = "label";
+constexpr const char* label_name = "label";
 
 // All that we put into an LSU's directory; those that have to be empty first.
 constexpr const char* lsu_directories[] = {"new", "images"};
@@ -57,7 +57,6 @@ void make_lsu(const store& files, const std::string& name, const std::string& la
             set_label(open_directory(root, name).get(), label);
         }
         checked(fsync(root));
-        return STS_OK;
     });
     if (status != STS_OK) {
         remove_directory(root, name);
@@ -81,10 +80,7 @@ int create_lsu(sts_next_server_s* server_handle, const sts_lsu_def_s* definition
     const borrowed<server> owner(server_handle);
     const happening created = {STS_EVENT_LSU_CREATED, name, "", "label=" + label + "\n"};
     void* const made = enlist(lsu_handle::kind, std::make_unique<lsu_handle>());
-    const int status = status_of([&] {
-        make_lsu(*owner->files, name, label);
-        return STS_OK;
-    });
+    const int status = status_of([&] { make_lsu(*owner->files, name, label); });
     if (status != STS_OK) {
         (void)retire(made);
         return status;

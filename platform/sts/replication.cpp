@@ -12,7 +12,7 @@ namespace disk {
 
 namespace {
 
-const std::string peers_name = "replication";
+constexpr const char* peers_name = "replication";
 constexpr uint64_t longest_file = 16U << 20U; // of peers: some ten thousand
 
 struct kept_peer {

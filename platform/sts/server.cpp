@@ -7,7 +7,6 @@
 #include "platform/sts/settings.h"
 #include "platform/sts/store.h"
 
-#include <algorithm>
 #include <cstring>
 
 namespace disk {
@@ -33,7 +32,6 @@ void tidy(const store& files) {
             if (const auto lock = directory_lock::try_exclusive(lsu.get())) {
                 remove_abandoned_drafts(lsu.get());
             }
-            return STS_OK;
         });
     }
 }
@@ -76,8 +74,9 @@ int apply_config(const store& files, std::string_view text, std::string* error) 
     if (status == STS_OK) {
         drop_surplus_events(files);
     } else if (error->empty()) {
+        const int reason = sts_errno_of_status(status);
         *error = "the settings of " + files.server_name +
-                 " can't be changed: " + strerror(sts_errno_of_status(status));
+                 " can't be changed: " + strerror(reason != 0 ? reason : ENOMEM);
     }
     return status;
 }

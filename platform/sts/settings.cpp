@@ -24,7 +24,7 @@ constexpr setting all_settings[] = {
      &settings::sync_at_close, 0, 1},
 };
 
-const std::string settings_name = "settings";
+constexpr const char* settings_name = "settings";
 constexpr uint64_t longest_file = 1U << 20U; // of settings
 constexpr std::string_view name_field = "name=";
 constexpr std::string_view own_start = "name=STS:";
@@ -144,10 +144,7 @@ int write_settings(const store& files, std::string_view text, std::string* error
 
 durability image_durability(const store& files) noexcept {
     settings current;
-    (void)status_of([&] {
-        current = read_settings(files);
-        return STS_OK;
-    });
+    (void)status_of([&] { current = read_settings(files); });
     return current.sync_at_close != 0 ? durability::synced : durability::none;
 }
 

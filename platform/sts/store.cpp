@@ -17,7 +17,7 @@ namespace disk {
 namespace {
 
 constexpr std::string_view disk_prefix = "disk:";
-const std::string control_name = ".server";
+constexpr const char* control_name = ".server";
 
 /// Where the root of a name of ours is: absolute as it is, else below VL_STS_ROOT.
 std::string root_path(std::string_view server_name) {

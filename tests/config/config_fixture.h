@@ -18,7 +18,7 @@ class ConfigTest : public testing::Test {
     ConfigTest();
     ~ConfigTest() override;
 
-    /// Every line of a read of our file that isn't there, in the order of the log.
+    /// What a read of that file logs when it is not there.
     std::vector<std::string> missing_file_log(const std::string& path) const;
 
     conf_dir files;

@@ -2,6 +2,7 @@
 // had leaves everything as it was.
 
 #include "tests/platform/disk_store.h"
+#include "tests/platform/system_calls.h"
 #include "tests/support/fault.h"
 
 #include <csignal>
@@ -150,6 +151,59 @@ TEST_F(StsErrors, AreToldWhenTheRootIsTakenAway) {
     void* lsu = nullptr;
     EXPECT_EQ(api->create_lsu(server, &definition, &lsu), errno_status(ENOENT));
     EXPECT_THAT(lsu_names(), IsEmpty());
+}
+
+// --- transfers that fall short
+
+/// The system's calls as they are on a bad day.
+class StsShortTransfers : public StsErrors {
+  protected:
+    ~StsShortTransfers() override { system_calls::clear(); }
+
+    const std::string content = std::string(3000, 'x') + std::string(2000, 'y') + "end";
+};
+
+TEST_F(StsShortTransfers, AndInterruptionsAreMadeUpFor) {
+    system_calls::cut_transfers(700);
+    store("image", content);
+    EXPECT_EQ(content_of("image"), content);
+    sts_next_image_s* const image = open("image");
+    EXPECT_EQ(read(image, 10000, 2999), content.substr(2999));
+}
+
+TEST_F(StsShortTransfers, DontKeepACopyFromGoingThroughMemory) {
+    store("image", content);
+    for (const int error : {EXDEV, EINVAL, ENOSYS, EOPNOTSUPP}) {
+        system_calls::fail_copies(error);
+        system_calls::cut_transfers(700);
+        sts_next_image_s* const target = create("target" + std::to_string(error));
+        uint64_t copied = 0;
+        EXPECT_EQ(api->copy_extent(target, 5, open("image"), 1, 4000, forward(&copied), 0), STS_OK);
+        EXPECT_EQ(copied, 4000U);
+        EXPECT_EQ(read(target, 10000, 5), content.substr(1, 4000));
+        EXPECT_EQ(api->copy_extent(target, 0, open("image"), 4000, 4000, forward(&copied), 0),
+                  STS_OK);
+        EXPECT_EQ(copied, content.size() - 4000);
+    }
+    sts_next_image_s* const again = open("image", STS_IMAGE_WRITE);
+    EXPECT_EQ(read(again, 10000), content);
+}
+
+TEST_F(StsShortTransfers, DontKeepALargeCopyFromGoingThroughMemory) {
+    std::string large;
+    for (int number = 0; large.size() < (3U << 20U); ++number) {
+        large += std::to_string(number);
+    }
+    store("image", large);
+    system_calls::fail_copies(EXDEV);
+    sts_next_image_s* const again = open("image", STS_IMAGE_WRITE);
+    EXPECT_TRUE(read(again, large.size() + 1) == large);
+}
+
+TEST_F(StsShortTransfers, OfACopyThatFailsForAnotherReasonAreTold) {
+    store("image", content);
+    system_calls::fail_copies(EIO);
+    EXPECT_EQ(open_status("image", STS_IMAGE_WRITE), errno_status(EIO));
 }
 
 // --- damage

@@ -250,6 +250,23 @@ TEST_F(StsEvents, OfAServerThatIsntThereCantBeAskedFor) {
     EXPECT_THAT(take(channel), ElementsAre("2 1 lsu/a")); // once: nothing was added
 }
 
+TEST_F(StsEvents, DontMindForeignFilesAmongThem) {
+    const std::string foreign[] = {path("store/.server/events/mine"),
+                                   path("store/.server/events/0"),
+                                   path("store/.server/events/zzz")};
+    for (const std::string& each : foreign) {
+        std::ofstream(each) << "x";
+    }
+    fs::remove(path("store/.server/sequence"));
+    store("a", "");
+    EXPECT_THAT(take(open_channel(STS_EVENTS_KEPT)), ElementsAre("1 4 lsu/", "2 1 lsu/a"));
+    set("STS:EVENTS_KEPT", 0);
+    EXPECT_THAT(take(open_channel(STS_EVENTS_KEPT)), IsEmpty());
+    for (const std::string& each : foreign) {
+        EXPECT_TRUE(fs::exists(each)) << each;
+    }
+}
+
 TEST_F(StsEvents, ThatAreGoneHaveNoPayload) {
     sts_event_s event = {};
     event.number = 77;

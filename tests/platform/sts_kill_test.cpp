@@ -1,10 +1,14 @@
-// A writer killed at any moment leaves whole images or none.
+// A writer killed at any moment leaves whole images or none: at random moments, and then at every
+// single call that changes a file.
 
 #include "tests/platform/disk_store.h"
+#include "tests/platform/system_calls.h"
 
 #include <csignal>
 #include <cstring>
 #include <filesystem>
+#include <functional>
+#include <memory>
 #include <random>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -97,6 +101,8 @@ class StsKill : public DiskStore {
 
 TEST_F(StsKill, AtAnyOf200MomentsLeavesWholeImagesOrNone) {
     set("STS:EVENTS_KEPT", 20);
+    int begun[2];
+    ASSERT_EQ(pipe(begun), 0);
     std::mt19937 random(1);
     size_t found = 0;
     size_t abandoned = 0;
@@ -105,8 +111,11 @@ TEST_F(StsKill, AtAnyOf200MomentsLeavesWholeImagesOrNone) {
         const pid_t writer = fork();
         ASSERT_NE(writer, -1);
         if (writer == 0) {
+            (void)!::write(begun[1], "x", 1);
             write_for_ever(round);
         }
+        char byte = 0;
+        ASSERT_EQ(::read(begun[0], &byte, 1), 1);
         usleep(static_cast<useconds_t>(random() % 12000));
         kill(writer, SIGKILL);
         int status = 0;
@@ -124,9 +133,139 @@ TEST_F(StsKill, AtAnyOf200MomentsLeavesWholeImagesOrNone) {
         }
         expect_readable_events();
     }
-    // The writer was met at its work often enough for this to mean something.
-    EXPECT_GT(found, 100U);
-    EXPECT_GT(abandoned, 50U);
+    EXPECT_GT(found, 0U); // the writer was met at its work
+    EXPECT_GT(abandoned, 0U);
+    ::close(begun[0]);
+    ::close(begun[1]);
+}
+
+class StsKillAtEveryCall : public StsKill {
+  protected:
+    /// Runs `body` in children that are killed at one call after the other, with `check` behind
+    /// each, until one of them comes to its end.
+    void at_every_call(const std::function<void()>& prepare, const std::function<void()>& body,
+                       const std::function<void()>& check) {
+        bool has_ended = false;
+        int killed = 0;
+        while (!has_ended) {
+            ASSERT_LT(killed, 500);
+            prepare();
+            const pid_t child = fork();
+            ASSERT_NE(child, -1);
+            if (child == 0) {
+                prctl(PR_SET_PDEATHSIG, SIGKILL);
+                system_calls::kill_after(killed);
+                body();
+                _exit(HasFailure() ? 1 : 0);
+            }
+            int status = 0;
+            ASSERT_EQ(waitpid(child, &status, 0), child);
+            has_ended = WIFEXITED(status);
+            ASSERT_TRUE((has_ended && WEXITSTATUS(status) == 0) || WIFSIGNALED(status)) << status;
+            SCOPED_TRACE("killed at call " + std::to_string(killed));
+            ASSERT_EQ(close(open_server()), STS_OK); // cleans up
+            ASSERT_TRUE(!fs::exists(path("store/lsu/new")) || drafts() == 0U);
+            check();
+            expect_readable_events();
+            killed += has_ended ? 0 : 1;
+        }
+        EXPECT_GT(killed, 5);
+    }
+    void expect_version(unsigned version) {
+        expect_whole("image");
+        EXPECT_EQ(content_of("image")[0], static_cast<char>(version));
+    }
+    bool is_there() { return !image_names().empty(); }
+    /// Puts the image, in version 7, into its place.
+    void restore() {
+        (void)delete_image("image");
+        sts_next_image_s* const image = create("image");
+        write_version(image, 7);
+        ASSERT_EQ(close(image), STS_OK);
+    }
+};
+
+TEST_F(StsKillAtEveryCall, OfACreateLeavesTheWholeImageOrNone) {
+    at_every_call([this] { (void)delete_image("image"); },
+                  [this] {
+                      sts_next_image_s* const image = create("image");
+                      write_version(image, 8);
+                      EXPECT_EQ(close(image), STS_OK);
+                  },
+                  [this] {
+                      if (is_there()) {
+                          expect_version(8);
+                      }
+                  });
+    EXPECT_TRUE(is_there());
+}
+
+TEST_F(StsKillAtEveryCall, OfARewriteLeavesTheWholeOldImageOrTheWholeNewOne) {
+    bool was_old = false;
+    at_every_call([this] { restore(); },
+                  [this] {
+                      sts_next_image_s* const image = open("image", STS_IMAGE_WRITE);
+                      write_version(image, 8);
+                      EXPECT_EQ(close(image), STS_OK);
+                  },
+                  [&] {
+                      ASSERT_TRUE(is_there());
+                      const bool is_old = content_of("image")[0] == 7;
+                      was_old = was_old || is_old;
+                      expect_version(is_old ? 7 : 8);
+                  });
+    EXPECT_TRUE(was_old);
+    expect_version(8);
+}
+
+TEST_F(StsKillAtEveryCall, OfADeleteLeavesTheWholeImageOrNone) {
+    bool was_there = false;
+    at_every_call([this] { restore(); }, [this] { EXPECT_EQ(delete_image("image"), STS_OK); },
+                  [&] {
+                      if (is_there()) {
+                          expect_version(7);
+                          was_there = true;
+                      }
+                  });
+    EXPECT_TRUE(was_there);
+    EXPECT_FALSE(is_there());
+}
+
+TEST_F(StsKillAtEveryCall, OfALabelLeavesTheOldOneOrTheNewOne) {
+    const sts_lsu_ref_s lsu = ref();
+    at_every_call([&] { ASSERT_EQ(api->label_lsu(&lsu, forward("old label")), STS_OK); },
+                  [&] { EXPECT_EQ(api->label_lsu(&lsu, forward("new")), STS_OK); },
+                  [&] {
+                      const auto info = std::make_unique<sts_lsu_info_s>();
+                      ASSERT_EQ(api->get_lsu_prop_byname(&lsu, info.get()), STS_OK);
+                      const std::string label = info->label;
+                      EXPECT_TRUE(label == "old label" || label == "new") << label;
+                  });
+}
+
+TEST_F(StsKillAtEveryCall, OfASettingLeavesTheOldOnesOrTheNewOnes) {
+    at_every_call(
+        [this] {
+            set("STS:EVENTS_KEPT", 100);
+            set("STS:SYNC_AT_CLOSE", 1);
+        },
+        [this] {
+            char error[100];
+            EXPECT_EQ(api->set_server_config(
+                          server, "name=STS:EVENTS_KEPT,value=20;name=STS:SYNC_AT_CLOSE,value=0;",
+                          error, sizeof error),
+                      STS_OK);
+        },
+        [this] {
+            char text[STS_CONFIG_SIZE];
+            uint32_t used = 0;
+            ASSERT_EQ(api->get_server_config(server, text, sizeof text, &used), STS_OK);
+            const std::string all = text;
+            EXPECT_EQ(all.find("value=100,") != std::string::npos,
+                      all.find("value=1,") != std::string::npos);
+            EXPECT_EQ(all.find("value=20,") != std::string::npos,
+                      all.find("value=0,") != std::string::npos);
+        });
 }
 
 TEST_F(StsKill, LeavesTheDraftOfALivingWriterAlone) {

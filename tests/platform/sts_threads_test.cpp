@@ -160,6 +160,18 @@ TEST_F(StsThreads, TakeEachEntryOfOneListOnce) {
     EXPECT_EQ(taken, 40);
 }
 
+TEST_F(StsThreads, ChangeSettingsWithoutLosingEachOthers) {
+    const char* const keys[] = {"STS:EVENTS_KEPT", "STS:SYNC_AT_CLOSE"};
+    for (int round = 0; round < 50; ++round) {
+        run(2, [&](int thread) { set(keys[thread], round % 2); });
+        char text[STS_CONFIG_SIZE];
+        uint32_t used = 0;
+        ASSERT_EQ(api->get_server_config(server, text, sizeof text, &used), STS_OK);
+        const std::string old_value = round % 2 == 0 ? "value=1," : "value=0,";
+        EXPECT_EQ(std::string(text).find(old_value), std::string::npos) << text;
+    }
+}
+
 TEST_F(StsThreads, OpenAndCloseServersWhileOthersWrite) {
     run(4, [&](int thread) {
         for (int round = 0; round < 10; ++round) {

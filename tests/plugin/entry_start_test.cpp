@@ -33,12 +33,12 @@ TEST_F(LayerStart, ConfigurationIsReadThenTheLogOpenedThenTheNextLayerBound) {
     log_file log = log_everything();
     lines logged_before_binding;
     next_layer().effects["stsm_init"] = [&](const next_call&) {
-        logged_before_binding = log.lines();
+        logged_before_binding = log.entries();
     };
     EXPECT_EQ(stspi_init(12, path, &record), STS_OK);
-    const lines inited = {"[DEBUG][no session][stspi_init]log inited."};
+    const lines inited = {"[DEBUG] [no session][stspi_init]log inited."};
     EXPECT_EQ(logged_before_binding, inited); // at the level that was configured
-    EXPECT_EQ(log.lines(), inited);
+    EXPECT_EQ(log.entries(), inited);
 }
 
 TEST_F(LayerStart, FirstStartWritesTheDefaultSettings) {
@@ -68,12 +68,12 @@ TEST_F(LayerStart, FirstStartWithAVersionOtherThanTwelveOpensAndClosesTheLogAndC
         EXPECT_THAT(next_layer().take(), ElementsAre("stsm_terminate()"));
     }
     EXPECT_FALSE(record_is_filled());
-    const lines start_and_stop = {"[DEBUG][no session][stspi_init]log inited.",
-                                  "[DEBUG][no session][throttling_terminate_v7]enter.",
-                                  "[DEBUG][no session][throttling_terminate_v7]leave."};
+    const lines start_and_stop = {"[DEBUG] [no session][stspi_init]log inited.",
+                                  "[DEBUG] [no session][throttling_terminate_v7]enter.",
+                                  "[DEBUG] [no session][throttling_terminate_v7]leave."};
     lines twice = start_and_stop;
     twice.insert(twice.end(), start_and_stop.begin(), start_and_stop.end());
-    EXPECT_EQ(log.lines(), twice); // the error line finds the log closed
+    EXPECT_EQ(log.entries(), twice); // the error line finds the log closed
 
     EXPECT_EQ(throttling_terminate_v7(), STS_ERR_NOT_INIT); // the counter was at zero
     next_layer().take();
@@ -90,8 +90,8 @@ TEST_F(LayerStart, NullPathIsRefusedWhenTheNextLayerIsBound) {
 TEST_F(LayerStart, StatusOfTheStorageLibraryIsTheResultAndTheStartCanBeRetried) {
     next_layer().answers["stsm_init"] = 4711;
     EXPECT_EQ(stspi_init(12, path, &record), 4711);
-    EXPECT_THAT(next_layer().take(), ElementsAre("stsm_init(12, \"/some/plugins\", sts_api)",
-                                                 "stsm_terminate()"));
+    EXPECT_THAT(next_layer().take(),
+                ElementsAre("stsm_init(12, \"/some/plugins\", sts_api)", "stsm_terminate()"));
     EXPECT_EQ(sts_api, nullptr);
     EXPECT_FALSE(record_is_filled());
     next_layer().answers.clear();
@@ -108,7 +108,7 @@ TEST_F(LayerStart, SecondStartWithVersionElevenFillsTheRecordAndDoesNothingElse)
     EXPECT_EQ(stspi_init(11, nullptr, &record), STS_OK);
     EXPECT_TRUE(record_is_filled());
     EXPECT_THAT(next_layer().calls, IsEmpty());
-    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_THAT(log.entries(), IsEmpty());
 }
 
 TEST_F(LayerStart, SecondStartBelowVersionElevenIsRefusedAndNotCounted) {
@@ -125,7 +125,7 @@ TEST_F(LayerStart, UnreadableConfigurationFailsTheStartAndARepeatReportsSuccessU
     const log_file log = log_everything();
     fault::fail("fopen", EACCES);
     EXPECT_EQ(stspi_init(12, path, &record), STS_ERR_FILE);
-    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_THAT(log.entries(), IsEmpty());
     expect_counted_but_unbound();
 }
 
@@ -142,11 +142,11 @@ TEST_F(LayerStart, ServiceLibraryThatFailsIsLoggedWithAZeroAndLeavesTheLogOpen) 
     wrapped::connector_init = 55;
     EXPECT_EQ(stspi_init(12, path, &record), STS_ERR_NOT_INIT);
     wrapped::clear();
-    EXPECT_EQ(log.lines(), (lines{"[DEBUG][no session][stspi_init]log inited.",
-                                  "[ERROR][no session][stspi_init]fail to init curl:0."}));
+    EXPECT_EQ(log.entries(), (lines{"[DEBUG] [no session][stspi_init]log inited.",
+                                    "[ERROR] [no session][stspi_init]fail to init curl:0."}));
     expect_counted_but_unbound();
     throttling_claim_v7("x");
-    EXPECT_EQ(log.lines().back(), "[DEBUG][no session][throttling_claim_v7]enter.");
+    EXPECT_EQ(log.entries().back(), "[DEBUG] [no session][throttling_claim_v7]enter.");
 }
 
 } // namespace

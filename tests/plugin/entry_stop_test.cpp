@@ -20,16 +20,16 @@ TEST_F(LayerStop, StopsTheNextLayerAndThenTheLog) {
     start();
     lines logged_before_release;
     next_layer().effects["stsm_terminate"] = [&](const next_call&) {
-        logged_before_release = log.lines();
+        logged_before_release = log.entries();
     };
     EXPECT_EQ(throttling_terminate_v7(), STS_OK);
     EXPECT_THAT(next_layer().take(), ElementsAre("stsm_terminate()"));
     EXPECT_EQ(sts_api, nullptr);
-    EXPECT_EQ(logged_before_release.back(), "[DEBUG][no session][throttling_terminate_v7]enter.");
+    EXPECT_EQ(logged_before_release.back(), "[DEBUG] [no session][throttling_terminate_v7]enter.");
     throttling_claim_v7("x"); // finds the log closed
-    EXPECT_EQ(log.lines(), (lines{"[DEBUG][no session][stspi_init]log inited.",
-                                  "[DEBUG][no session][throttling_terminate_v7]enter.",
-                                  "[DEBUG][no session][throttling_terminate_v7]leave."}));
+    EXPECT_EQ(log.entries(), (lines{"[DEBUG] [no session][stspi_init]log inited.",
+                                    "[DEBUG] [no session][throttling_terminate_v7]enter.",
+                                    "[DEBUG] [no session][throttling_terminate_v7]leave."}));
 }
 
 TEST_F(LayerStop, OneStopOfTwoStartsEntersButDoesNotLeaveAndTheLayerStaysUsable) {
@@ -37,8 +37,8 @@ TEST_F(LayerStop, OneStopOfTwoStartsEntersButDoesNotLeaveAndTheLayerStaysUsable)
     start();
     ASSERT_EQ(stspi_init(12, path, &record), STS_OK);
     EXPECT_EQ(throttling_terminate_v7(), STS_OK);
-    EXPECT_EQ(log.lines(), (lines{"[DEBUG][no session][stspi_init]log inited.",
-                                  "[DEBUG][no session][throttling_terminate_v7]enter."}));
+    EXPECT_EQ(log.entries(), (lines{"[DEBUG] [no session][stspi_init]log inited.",
+                                    "[DEBUG] [no session][throttling_terminate_v7]enter."}));
     EXPECT_THAT(next_layer().calls, IsEmpty());
     EXPECT_NE(open(), nullptr);
 }
@@ -60,7 +60,7 @@ TEST_F(LayerStop, StartAfterTheLastStopRunsEveryStepAgain) {
     next_layer().take();
     EXPECT_EQ(stspi_init(12, path, &record), STS_OK);
     EXPECT_THAT(next_layer().take(), ElementsAre("stsm_init(12, \"/some/plugins\", sts_api)"));
-    EXPECT_EQ(log.lines().back(), "[DEBUG][no session][stspi_init]log inited.");
+    EXPECT_EQ(log.entries().back(), "[DEBUG] [no session][stspi_init]log inited.");
 }
 
 TEST_F(LayerStop, ServiceLibraryThatFailsToStopIsLoggedAndTheStopGoesOn) {
@@ -70,10 +70,11 @@ TEST_F(LayerStop, ServiceLibraryThatFailsToStopIsLoggedAndTheStopGoesOn) {
     EXPECT_EQ(throttling_terminate_v7(), STS_ERR_NOT_INIT);
     wrapped::clear();
     EXPECT_THAT(next_layer().take(), ElementsAre("stsm_terminate()"));
-    EXPECT_EQ(log.lines(), (lines{"[DEBUG][no session][stspi_init]log inited.",
-                                  "[DEBUG][no session][throttling_terminate_v7]enter.",
-                                  "[ERROR][no session][throttling_terminate_v7]curl cleanup failed",
-                                  "[DEBUG][no session][throttling_terminate_v7]leave."}));
+    EXPECT_EQ(log.entries(),
+              (lines{"[DEBUG] [no session][stspi_init]log inited.",
+                     "[DEBUG] [no session][throttling_terminate_v7]enter.",
+                     "[ERROR] [no session][throttling_terminate_v7]curl cleanup failed",
+                     "[DEBUG] [no session][throttling_terminate_v7]leave."}));
 }
 
 TEST_F(LayerStop, ShutdownOfALogThatFailsToCloseIsIgnored) {

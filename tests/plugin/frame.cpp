@@ -93,16 +93,15 @@ lines Frame::take_whole_story() {
 }
 
 lines Frame::take_story() {
-    const lines of_settings = {"[get_cssc_security]",          "[read_config_file_to_var]",
-                               "[read_config_file_to_buf]",    "[write_config_file_from_var]",
-                               "[parse_oneline_to_var]",       "[check_time]"};
+    const lines of_settings = {"[get_cssc_security]",       "[read_config_file_to_var]",
+                               "[read_config_file_to_buf]", "[write_config_file_from_var]",
+                               "[parse_oneline_to_var]",    "[check_time]"};
     lines story = take_whole_story();
     story.erase(std::remove_if(story.begin(), story.end(),
                                [&](const std::string& line) {
-                                   return std::any_of(of_settings.begin(), of_settings.end(),
-                                                      [&](const std::string& who) {
-                                                          return line.find(who) == 2;
-                                                      });
+                                   return std::any_of(
+                                       of_settings.begin(), of_settings.end(),
+                                       [&](const std::string& who) { return line.find(who) == 2; });
                                }),
                 story.end());
     return story;

@@ -43,7 +43,8 @@ class Frame : public testing::Test {
     /// calls may rest on variables that are gone.
     void TearDown() override;
 
-    /// Settings that turn throttling on, at 1000 bytes per second in all, reported every 30 seconds.
+    /// Settings that turn throttling on, at 1000 bytes per second in all, reported every 30
+    /// seconds.
     void turn_throttling_on();
 
     /// Opens a server. `name` is that of a storage, "s3", on the next layer's server "disk:s3".

@@ -3,6 +3,8 @@
 
 #include "tests/plugin/frame.h"
 
+#include <cstring>
+
 namespace {
 
 class Handles : public Frame {
@@ -44,8 +46,8 @@ TEST_F(Handles, StaleServerIsRefusedEverywhere) {
 TEST_F(Handles, ServerOfAFailedOpenIsStale) {
     const fault::retained_memory kept;
     const server_ptr other = open();
-    const auto to_session = reinterpret_cast<char*>(&other->next_session) -
-                            reinterpret_cast<char*>(other.get());
+    const auto to_session =
+        reinterpret_cast<char*>(&other->next_session) - reinterpret_cast<char*>(other.get());
     throttling_server_s* seen = nullptr;
     next_layer().effects["open_session"] = [&](const next_call& call) {
         // The place that the next layer stores its session in lies in the handle.
@@ -59,6 +61,30 @@ TEST_F(Handles, ServerOfAFailedOpenIsStale) {
     forget();
     ASSERT_NE(seen, nullptr);
     expect_refused_as_server(seen);
+}
+
+/// The server that the next layer's session was last stored in, and its magic at the last line.
+throttling_server_s* opened = nullptr;
+uint32_t magic_at_leave = 1;
+
+TEST_F(Handles, ServerOfAFailedOpenIsReleasedBeforeTheLastLine) {
+    const fault::retained_memory kept;
+    const server_ptr other = open();
+    const auto to_session =
+        reinterpret_cast<char*>(&other->next_session) - reinterpret_cast<char*>(other.get());
+    next_layer().effects["open_session"] = [&](const next_call& call) {
+        opened = reinterpret_cast<throttling_server_s*>(call.pointer<char>(1) - to_session);
+    };
+    next_layer().answers["open_session"] = 4711;
+    session.log = [](const char*, const char* message, sts_severity_v7_t) {
+        if (opened != nullptr && strcmp(message, "[throttling_open_server_v7]leave.") == 0) {
+            magic_at_leave = opened->magic;
+        }
+    };
+    throttling_server_s* out = nullptr;
+    throttling_open_server_v7(&session, "CS_throttle:cloud:disk:s3", nullptr, 7, &out);
+    EXPECT_EQ(magic_at_leave, 0U);
+    opened = nullptr;
 }
 
 TEST_F(Handles, StaleImageIsRefusedEverywhere) {

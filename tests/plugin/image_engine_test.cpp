@@ -23,8 +23,8 @@ int bandwidth_answer = 0;
 extern "C" {
 
 int __wrap__ZN16ServiceConnector17check_connectionsE16operation_type_tii(ServiceConnector*,
-                                                                       operation_type_t operation,
-                                                                       int delta, int security) {
+                                                                         operation_type_t operation,
+                                                                         int delta, int security) {
     engine_calls.push_back("check_connections(" + std::to_string(operation) + ", " +
                            std::to_string(delta) + ", " + std::to_string(security) + ")");
     return connections_answer;
@@ -85,11 +85,13 @@ TEST_F(EngineCalls, OfAnOpenConnectThenConfigureThenClaim) {
 
 TEST_F(EngineCalls, OfTheFirstTransferOfADirectionClaimAndForceAndOfLaterOnesNeither) {
     read();
-    EXPECT_THAT(take(), ElementsAre("check_connections(0, 1, 6)", "check_bandwidth(sample 0, 6, 1)"));
+    EXPECT_THAT(take(),
+                ElementsAre("check_connections(0, 1, 6)", "check_bandwidth(sample 0, 6, 1)"));
     read();
     EXPECT_THAT(take(), ElementsAre("check_bandwidth(sample 0, 6, 0)"));
     write();
-    EXPECT_THAT(take(), ElementsAre("check_connections(1, 1, 6)", "check_bandwidth(sample 1, 6, 1)"));
+    EXPECT_THAT(take(),
+                ElementsAre("check_connections(1, 1, 6)", "check_bandwidth(sample 1, 6, 1)"));
     write();
     EXPECT_THAT(take(), ElementsAre("check_bandwidth(sample 1, 6, 0)"));
 }
@@ -99,9 +101,9 @@ TEST_F(EngineCalls, OfACloseReportBothDirectionsAndThenGiveBothConnectionsBack) 
     write();
     take();
     image.reset();
-    EXPECT_THAT(take(), ElementsAre("check_bandwidth(sample 0, 6, 1)",
-                                    "check_bandwidth(sample 1, 6, 1)",
-                                    "check_connections(0, -1, 6)", "check_connections(1, -1, 6)"));
+    EXPECT_THAT(take(),
+                ElementsAre("check_bandwidth(sample 0, 6, 1)", "check_bandwidth(sample 1, 6, 1)",
+                            "check_connections(0, -1, 6)", "check_connections(1, -1, 6)"));
 }
 
 TEST_F(EngineCalls, OfACloseTouchOnlyTheDirectionsThatHaveBegun) {
@@ -181,11 +183,13 @@ TEST_F(EngineCalls, ClaimThatFailsIsLoggedAndTheTransferGoesOnForced) {
     EXPECT_EQ(read(), STS_OK);
     EXPECT_EQ(take_whole_story()[0],
               error_line("throttling_read_image_v7", "fail to check connections from service."));
-    EXPECT_THAT(take(), ElementsAre("check_connections(0, 1, 6)", "check_bandwidth(sample 0, 6, 1)"));
+    EXPECT_THAT(take(),
+                ElementsAre("check_connections(0, 1, 6)", "check_bandwidth(sample 0, 6, 1)"));
     EXPECT_EQ(write(), STS_OK);
     EXPECT_EQ(take_whole_story()[0],
               error_line("throttling_write_image_v7", "fail to check connections from service."));
-    EXPECT_THAT(take(), ElementsAre("check_connections(1, 1, 6)", "check_bandwidth(sample 1, 6, 1)"));
+    EXPECT_THAT(take(),
+                ElementsAre("check_connections(1, 1, 6)", "check_bandwidth(sample 1, 6, 1)"));
 }
 
 TEST_F(EngineCalls, CloseWhoseEngineFailsInEveryCallLogsEachAndGoesOn) {
@@ -199,8 +203,7 @@ TEST_F(EngineCalls, CloseWhoseEngineFailsInEveryCallLogsEachAndGoesOn) {
         return error_line("throttling_close_image_v7", message);
     };
     EXPECT_EQ(take_whole_story(),
-              (lines{"-> close_handle(#3, 0)",
-                     failed("fail to check read bandwidth from service."),
+              (lines{"-> close_handle(#3, 0)", failed("fail to check read bandwidth from service."),
                      failed("fail to check write bandwidth from service."),
                      failed("fail to check connections from service."),
                      failed("fail to check connections from service.")}));

@@ -105,8 +105,8 @@ TEST_F(ImageMemory, FailuresOfTheEngineForWantOfMemoryAreLoggedWithTheirStatus) 
     throttling_image_s* out = nullptr;
     EXPECT_EQ(throttling_open_image_v10(&lsu, image_def, 3, &out), STS_OK);
     image.reset(out);
-    EXPECT_TRUE(has_logged(STS_SEV_ERROR,
-                           "[create_or_open_image_v10]set config params error:2060002."));
+    EXPECT_TRUE(
+        has_logged(STS_SEV_ERROR, "[create_or_open_image_v10]set config params error:2060002."));
     EXPECT_TRUE(has_logged(STS_SEV_ERROR,
                            "[create_or_open_image_v10]fail to check connections from service."));
 }
@@ -119,8 +119,7 @@ TEST_F(ImageMemory, ReportWithoutMemoryAnywhereLetsTheDataFlow) {
         fault::fail_new_after(count);
         const int written =
             throttling_write_image_v7(image.get(), 5, buffer, sizeof buffer, 0, &moved);
-        const int read =
-            throttling_read_image_v7(image.get(), buffer, sizeof buffer, 0, &moved);
+        const int read = throttling_read_image_v7(image.get(), buffer, sizeof buffer, 0, &moved);
         fault::fail_new_after(-1);
         EXPECT_EQ(written, STS_OK) << count;
         EXPECT_EQ(read, STS_OK) << count;

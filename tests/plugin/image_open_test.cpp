@@ -36,7 +36,8 @@ TEST_F(ImageOpen, AsksTheNextLayerToOpenAndLogsNothing) {
     throttling_image_s* image = nullptr;
     EXPECT_EQ(throttling_open_image_v10(&lsu, image_def, 0x80000001, &image), STS_OK);
     const image_ptr opened(image);
-    EXPECT_EQ(take_whole_story(), lines{"-> open_image({#2 \"lsu1\"}, image_def, 2147483649, out)"});
+    EXPECT_EQ(take_whole_story(),
+              lines{"-> open_image({#2 \"lsu1\"}, image_def, 2147483649, out)"});
 }
 
 TEST_F(ImageOpen, AsksTheNextLayerToCreateWhereTheHostCreates) {
@@ -154,8 +155,8 @@ TEST_F(ImageOpenThrottled, ConnectsThenSendsTheSettingsThenClaimsAConnectionThen
     const image_ptr image(opened);
     EXPECT_EQ(take_story(),
               (lines{"3 [set_config_params]enter.", "=> set_config_params",
-                     "3 [set_config_params]leaving with status 0",
-                     "3 [check_connections]enter.", "=> check_connections(a:s3, a_b, 1)",
+                     "3 [set_config_params]leaving with status 0", "3 [check_connections]enter.",
+                     "=> check_connections(a:s3, a_b, 1)",
                      "3 [check_connections]response:0,connection# for r:1,connection# for w:1,free "
                      "flow:0,wait seconds:0",
                      "3 [check_connections]leaving with return value =0", open_call}));
@@ -174,8 +175,7 @@ TEST_F(ImageOpenThrottled, SecondOpenSendsTheSettingsAgainButClaimsNoFurtherConn
     const image_ptr second(opened);
     EXPECT_EQ(take_story(),
               (lines{"3 [set_config_params]enter.", "=> set_config_params",
-                     "3 [set_config_params]leaving with status 0",
-                     "3 [check_connections]enter.",
+                     "3 [set_config_params]leaving with status 0", "3 [check_connections]enter.",
                      "3 [check_connections]Has check reference count for r+w == 2, so leave.",
                      "-> create_image({#2 \"lsu1\"}, image_def, 3, out)"}));
     EXPECT_EQ(service().clients_made, 1);
@@ -203,8 +203,8 @@ TEST_F(ImageOpenThrottled, RefusalStopsTheOpenBeforeTheNextLayerIsAsked) {
     EXPECT_EQ(fail_to_open(server.get()), STS_ERR_MAX_CONNECTIONS);
     EXPECT_EQ(take_story(),
               (lines{"3 [set_config_params]enter.", "=> set_config_params",
-                     "3 [set_config_params]leaving with status 0",
-                     "3 [check_connections]enter.", "=> check_connections(a:s3, a_b, 1)",
+                     "3 [set_config_params]leaving with status 0", "3 [check_connections]enter.",
+                     "=> check_connections(a:s3, a_b, 1)",
                      "3 [check_connections]leaving with return value =2060020, response recived "
                      "=full",
                      failure("exceed max connections.")}));

@@ -124,13 +124,11 @@ TEST_F(TransferUnthrottled, PassesEveryForwardedBitOn) {
 TEST_F(TransferUnthrottled, ThatTheNextLayerFailsIsLoggedAndCountsNothingButHasBegun) {
     next_layer().answers = {{"read_image", 4711}, {"write_image", -9}};
     EXPECT_EQ(read(), 4711);
-    EXPECT_EQ(take_whole_story(),
-              (lines{plain_read[0], plain_read[1],
-                     read_failure("fail to read image, return code: 4711")}));
+    EXPECT_EQ(take_whole_story(), (lines{plain_read[0], plain_read[1],
+                                         read_failure("fail to read image, return code: 4711")}));
     EXPECT_EQ(write(), -9);
-    EXPECT_EQ(take_whole_story(),
-              (lines{plain_write[0], plain_write[1],
-                     write_failure("fail to write image , error code: -9.")}));
+    EXPECT_EQ(take_whole_story(), (lines{plain_write[0], plain_write[1],
+                                         write_failure("fail to write image , error code: -9.")}));
     EXPECT_EQ(counted(OPERATION_READ), 0U);
     EXPECT_EQ(counted(OPERATION_WRITE), 0U);
     EXPECT_EQ(image->io_flags, 3U);
@@ -272,13 +270,17 @@ TEST_F(TransferThrottled, DueSampleIsReportedAndRestarts) {
 TEST_F(TransferThrottled, ReportThatFailsIsLoggedAndDataFlows) {
     service().usual = {STS_ERR_FILE, "", false, false};
     EXPECT_EQ(read(), STS_OK);
-    EXPECT_EQ(take_whole_story(),
-              join({claimed, check(0, 0), failed("r:s3, a_b, 0 bytes"),
-                    {read_failure("fail to check bandwidth from service.")}, plain_read}));
+    EXPECT_EQ(take_whole_story(), join({claimed,
+                                        check(0, 0),
+                                        failed("r:s3, a_b, 0 bytes"),
+                                        {read_failure("fail to check bandwidth from service.")},
+                                        plain_read}));
     EXPECT_EQ(write(), STS_OK);
-    EXPECT_EQ(take_whole_story(),
-              join({claimed, check(0, 0), failed("w:s3, a_b, 0 bytes"),
-                    {write_failure("fail to check bandwidth from service.")}, plain_write}));
+    EXPECT_EQ(take_whole_story(), join({claimed,
+                                        check(0, 0),
+                                        failed("w:s3, a_b, 0 bytes"),
+                                        {write_failure("fail to check bandwidth from service.")},
+                                        plain_write}));
 }
 
 TEST_F(TransferThrottled, EvenARefusalOfAReportStopsNothing) {

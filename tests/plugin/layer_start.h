@@ -1,8 +1,8 @@
 // The layer before its first start: what the tests of start and stop share.
 #pragma once
 
+#include "tests/log/log_file.h"
 #include "tests/plugin/frame.h"
-#include "tests/plugin/log_file.h"
 #include "tests/plugin/wrapped.h"
 
 #include <cstring>
@@ -23,7 +23,7 @@ class LayerStart : public Frame {
     /// Configures the log file to take every severity.
     log_file log_everything() {
         files.write_plugin_file("THR:LOG_LEVEL=5\n");
-        return log_file(files.path());
+        return log_file();
     }
 
     void clear_record() { memset(&record, 0x5a, sizeof record); }

@@ -37,9 +37,9 @@ class Lsus : public Frame {
 TEST_F(Lsus, CreationHandsOutAHolderOfTheNextLayersHandle) {
     void** holder = nullptr;
     EXPECT_EQ(throttling_create_lsu(server.get(), definition, &holder), STS_OK);
-    EXPECT_EQ(take_whole_story(), (lines{"3 [throttling_create_lsu]enter.",
-                                         "-> create_lsu(#2, definition, out)",
-                                         "3 [throttling_create_lsu]leave."}));
+    EXPECT_EQ(take_whole_story(),
+              (lines{"3 [throttling_create_lsu]enter.", "-> create_lsu(#2, definition, out)",
+                     "3 [throttling_create_lsu]leave."}));
     ASSERT_NE(holder, nullptr);
     EXPECT_EQ(next_layer().text_of(*holder), "#3");
     free(holder);
@@ -62,9 +62,9 @@ TEST_F(Lsus, CreationThatFailsLeavesItsEmptyHolderAndLogsNothingOfItsOwn) {
     next_layer().answers["create_lsu"] = 4711;
     void** holder = nullptr;
     EXPECT_EQ(throttling_create_lsu(server.get(), definition, &holder), 4711);
-    EXPECT_EQ(take_whole_story(), (lines{"3 [throttling_create_lsu]enter.",
-                                         "-> create_lsu(#2, definition, out)",
-                                         "3 [throttling_create_lsu]leave."}));
+    EXPECT_EQ(take_whole_story(),
+              (lines{"3 [throttling_create_lsu]enter.", "-> create_lsu(#2, definition, out)",
+                     "3 [throttling_create_lsu]leave."}));
     ASSERT_NE(holder, nullptr);
     EXPECT_EQ(*holder, nullptr);
     free(holder);

@@ -22,7 +22,8 @@ namespace {
 /// One loaded plugin.
 class module {
   public:
-    explicit module(const std::string& path) : handle_(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)) {
+    explicit module(const std::string& path)
+        : handle_(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)) {
         EXPECT_NE(handle_, nullptr) << dlerror();
     }
     ~module() { dlclose(handle_); }
@@ -39,7 +40,7 @@ class module {
     int init(uint64_t version) const {
         stspi_api_rec_t record;
         return find<int(uint64_t, const char*, stspi_api_rec_t*)>("stspi_init")(version, "/plugins",
-                                                                               &record);
+                                                                                &record);
     }
     const stspi_ep_t& entries() const { return *find<const stspi_ep_t>("ep"); }
     const sts_api_t* next_table() const { return *find<const sts_api_t*>("sts_api"); }

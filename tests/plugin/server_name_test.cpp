@@ -1,7 +1,7 @@
 // How a server name is taken apart, and which names are claimed.
 
+#include "tests/log/log_file.h"
 #include "tests/plugin/frame.h"
-#include "tests/plugin/log_file.h"
 
 #include "plugin/throttling_log.h"
 
@@ -176,13 +176,13 @@ TEST(Claim, NameShorterThanThePrefixIsNotReadBeyondItsEnd) {
 }
 
 TEST_F(Frame, ClaimLogsItsEntryWithoutASessionAndNoEnd) {
-    const log_file log(files.path());
+    const log_file log;
     ASSERT_EQ(log_init(5), STS_OK);
     throttling_claim_v7("CS_throttle:cloud:disk:s3");
     throttling_claim_v7("disk:s3");
     log_shutdown();
-    const std::string enter = "[DEBUG][no session][throttling_claim_v7]enter.";
-    EXPECT_EQ(log.lines(), (lines{enter, enter}));
+    const std::string enter = "[DEBUG] [no session][throttling_claim_v7]enter.";
+    EXPECT_EQ(log.entries(), (lines{enter, enter}));
     EXPECT_EQ(take_whole_story(), lines{});
 }
 

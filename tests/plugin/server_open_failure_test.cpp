@@ -47,11 +47,11 @@ TEST_F(ServerOpenFailure, NullArgumentsAreRefusedWithoutALine) {
 TEST_F(ServerOpenFailure, NameWithoutASecondColonIsInvalidAndRecordedNowhere) {
     for (const std::string name : {"", "CS_throttle", "CS_throttle:", "CS_throttle:t1", ":a:b"}) {
         EXPECT_EQ(fail_to_open(name.c_str()), STS_ERR_INVALID);
-        EXPECT_EQ(take_story(),
-                  (lines{enter,
-                         "3 [throttling_open_server_v7]the server name to throttling is " + name +
-                             ".",
-                         failure("input server name " + name + " is not valid."), leave}));
+        EXPECT_EQ(
+            take_story(),
+            (lines{enter,
+                   "3 [throttling_open_server_v7]the server name to throttling is " + name + ".",
+                   failure("input server name " + name + " is not valid."), leave}));
         EXPECT_FALSE(std::filesystem::exists(files.plugin_file())) << name;
     }
 }
@@ -81,29 +81,26 @@ TEST_F(ServerOpenFailure, SettingsFileIsntWrittenForAGlobalServer) {
 TEST_F(ServerOpenFailure, SessionThatCantBeOpenedLeavesNothingToClose) {
     next_layer().answers["open_session"] = 4711;
     EXPECT_EQ(fail_to_open(), 4711);
-    EXPECT_EQ(take_story(),
-              (lines{enter, both_names[0], both_names[1], open_session,
-                     failure("fail to open session, return code: 4711"), leave}));
+    EXPECT_EQ(take_story(), (lines{enter, both_names[0], both_names[1], open_session,
+                                   failure("fail to open session, return code: 4711"), leave}));
 }
 
 TEST_F(ServerOpenFailure, SessionThatFailedButWasHandedOutIsClosed) {
     next_layer().answers["open_session"] = 4711;
     next_layer().hands_out_when_failing = true;
     EXPECT_EQ(fail_to_open(), 4711);
-    EXPECT_EQ(take_story(),
-              (lines{enter, both_names[0], both_names[1], open_session,
-                     failure("fail to open session, return code: 4711"), "-> close_handle(#1, 0)",
-                     leave}));
+    EXPECT_EQ(take_story(), (lines{enter, both_names[0], both_names[1], open_session,
+                                   failure("fail to open session, return code: 4711"),
+                                   "-> close_handle(#1, 0)", leave}));
 }
 
 TEST_F(ServerOpenFailure, ServerThatCantBeOpenedClosesTheSession) {
     next_layer().answers["open_server"] = -5;
     EXPECT_EQ(fail_to_open(), -5);
-    EXPECT_EQ(
-        take_story(),
-        (lines{enter, both_names[0], both_names[1], open_session, open_server,
-               failure("fail to open server of the next plugin in stack, return code: -5"),
-               "-> close_handle(#1, 0)", leave}));
+    EXPECT_EQ(take_story(),
+              (lines{enter, both_names[0], both_names[1], open_session, open_server,
+                     failure("fail to open server of the next plugin in stack, return code: -5"),
+                     "-> close_handle(#1, 0)", leave}));
     EXPECT_THAT(next_layer().open_handles(), IsEmpty());
 }
 
@@ -128,6 +125,16 @@ TEST_F(ServerOpenFailure, WithNoNextLayerBoundTheStatusIsNotInit) {
     EXPECT_EQ(fail_to_open(), STS_ERR_NOT_INIT);
     EXPECT_EQ(take_story(), (lines{enter, both_names[0], both_names[1],
                                    failure("fail to open session, return code: 2060010"), leave}));
+}
+
+TEST_F(ServerOpenFailure, TableIsReadAfreshForEachCall) {
+    next_layer().effects["open_session"] = [](const next_call&) { sts_api = nullptr; };
+    EXPECT_EQ(fail_to_open(), STS_ERR_NOT_INIT);
+    EXPECT_EQ(
+        take_story(),
+        (lines{enter, both_names[0], both_names[1], open_session,
+               failure("fail to open server of the next plugin in stack, return code: 2060010"),
+               leave})); // nor is the session closed: that call reads the table too
 }
 
 TEST_F(ServerOpenFailure, ServerWithoutANextLayerOpensWithNoneBound) {

@@ -1,5 +1,5 @@
-// throttling_open_server_v7 where it succeeds: the handle, what is asked of the next layer, and what
-// the settings file learns.
+// throttling_open_server_v7 where it succeeds: the handle, what is asked of the next layer, and
+// what the settings file learns.
 
 #include "tests/plugin/frame.h"
 #include "tests/plugin/wrapped.h"
@@ -22,17 +22,17 @@ TEST_F(ServerOpen, OpensASessionAndThenTheRestOfTheName) {
     const char* const name = "CS_throttle:cloud:disk:s3";
     EXPECT_EQ(throttling_open_server_v7(&session, name, nullptr, 7, &opened), STS_OK);
     const server_ptr server(opened);
-    EXPECT_EQ(take_story(),
-              (lines{"3 [throttling_open_server_v7]enter.",
-                     "3 [throttling_open_server_v7]the server name to throttling is "
-                     "CS_throttle:cloud:disk:s3.",
-                     "3 [throttling_open_server_v7]the server name to the next plugin in stack is "
-                     "disk:s3.",
-                     "-> open_session(session, out)",
-                     "-> open_server(#1, \"disk:s3\", null, 7, out)",
-                     "3 [throttling_open_server_v7]succeed to open server of the next plugin in "
-                     "stack.",
-                     "3 [throttling_open_server_v7]leave."}));
+    EXPECT_EQ(
+        take_story(),
+        (lines{"3 [throttling_open_server_v7]enter.",
+               "3 [throttling_open_server_v7]the server name to throttling is "
+               "CS_throttle:cloud:disk:s3.",
+               "3 [throttling_open_server_v7]the server name to the next plugin in stack is "
+               "disk:s3.",
+               "-> open_session(session, out)", "-> open_server(#1, \"disk:s3\", null, 7, out)",
+               "3 [throttling_open_server_v7]succeed to open server of the next plugin in "
+               "stack.",
+               "3 [throttling_open_server_v7]leave."}));
     EXPECT_THAT(service().exchanges, IsEmpty()); // no contact to the service yet
     EXPECT_EQ(service().clients_made, 0);
 }
@@ -43,23 +43,20 @@ TEST_F(ServerOpen, ReadsTheServicesSecurityThenTheSettingsThenRecordsTheStorage)
               STS_OK);
     const server_ptr server(opened);
     const std::string none = " not found, use default ";
-    EXPECT_EQ(take_whole_story(),
-              (lines{"3 [throttling_open_server_v7]enter.", "3 [get_cssc_security]enter.",
-                     "2 [get_cssc_security]file " + files.service_file() + none +
-                         "issecure value.",
-                     "3 [read_config_file_to_var]enter.",
-                     "2 [read_config_file_to_var]file " + files.service_file() + none +
-                         "config setting.",
-                     "3 [read_config_file_to_var]enter.",
-                     "2 [read_config_file_to_var]file " + files.plugin_file() + none +
-                         "config setting.",
-                     "3 [write_config_file_from_var]enter.",
-                     "3 [write_config_file_from_var]leave.",
-                     "3 [throttling_open_server_v7]the server name to throttling is "
-                     "CS_throttle:cloud:.",
-                     "3 [throttling_open_server_v7]the server name to the next plugin in stack is "
-                     ".",
-                     "3 [throttling_open_server_v7]leave."}));
+    EXPECT_EQ(
+        take_whole_story(),
+        (lines{"3 [throttling_open_server_v7]enter.", "3 [get_cssc_security]enter.",
+               "2 [get_cssc_security]file " + files.service_file() + none + "issecure value.",
+               "3 [read_config_file_to_var]enter.",
+               "2 [read_config_file_to_var]file " + files.service_file() + none + "config setting.",
+               "3 [read_config_file_to_var]enter.",
+               "2 [read_config_file_to_var]file " + files.plugin_file() + none + "config setting.",
+               "3 [write_config_file_from_var]enter.", "3 [write_config_file_from_var]leave.",
+               "3 [throttling_open_server_v7]the server name to throttling is "
+               "CS_throttle:cloud:.",
+               "3 [throttling_open_server_v7]the server name to the next plugin in stack is "
+               ".",
+               "3 [throttling_open_server_v7]leave."}));
 }
 
 TEST_F(ServerOpen, HandleHoldsWhatItWasOpenedWith) {
@@ -138,8 +135,8 @@ TEST_F(ServerOpen, SettingsThatCantBeReadAreLoggedAndTheDefaultsUsed) {
               STS_OK);
     wrapped::clear();
     const server_ptr server(opened);
-    EXPECT_TRUE(has_logged(STS_SEV_ERROR,
-                           "[throttling_open_server_v7]read config error, use default."));
+    EXPECT_TRUE(
+        has_logged(STS_SEV_ERROR, "[throttling_open_server_v7]read config error, use default."));
     EXPECT_EQ(server->config.read_bandwidth_percent, 100);
 }
 
@@ -211,9 +208,9 @@ TEST_F(ServerOpen, SecondColonWithinThePrefixesPlaceIsAServerOfNoType) {
 
 TEST_F(ServerOpen, BytesOfNoEncodingPassThrough) {
     throttling_server_s* opened = nullptr;
-    ASSERT_EQ(throttling_open_server_v7(&session, "CS_throttle:\xff:\x80n:s\xc3", nullptr, 7,
-                                        &opened),
-              STS_OK);
+    ASSERT_EQ(
+        throttling_open_server_v7(&session, "CS_throttle:\xff:\x80n:s\xc3", nullptr, 7, &opened),
+        STS_OK);
     const server_ptr server(opened);
     EXPECT_EQ(next_layer().last("open_server").arguments[1].content, "\x80n:s\xc3");
     EXPECT_THAT(plugin_file(), HasSubstr("THR:s\xc3=10\n"));
@@ -226,7 +223,8 @@ TEST_F(ServerOpen, FirstOpenRecordsTheStorageWithTheConfiguredLimit) {
     files.write_plugin_file("THR:DEFAULT_MAX_CONNECTIONS=7\nTHR:other=3\n");
     const server_ptr server = open();
     EXPECT_THAT(plugin_file(), HasSubstr("THR:other=3\nTHR:s3=7\n"));
-    EXPECT_EQ(server->config.connections, (std::map<std::string, uint32_t>{{"other", 3}, {"s3", 7}}));
+    EXPECT_EQ(server->config.connections,
+              (std::map<std::string, uint32_t>{{"other", 3}, {"s3", 7}}));
 }
 
 TEST_F(ServerOpen, SecondOpenOfAStorageLeavesTheFileAlone) {

@@ -23,8 +23,9 @@ std::atomic<unsigned> exchanges{0};
 /// The service's answer: other counts each time, now and then none at all, and something to wait.
 int answer(std::string& out) {
     const std::string count = std::to_string(exchanges++ % 3);
-    out = "THR_R_CONNECTION_COUNTS,value=" + count + ",fixed=y;THR_W_CONNECTION_COUNTS,value=" +
-          count + ",fixed=y;THR_WAIT_SECONDS,value=2,fixed=y;";
+    out = "THR_R_CONNECTION_COUNTS,value=" + count +
+          ",fixed=y;THR_W_CONNECTION_COUNTS,value=" + count +
+          ",fixed=y;THR_WAIT_SECONDS,value=2,fixed=y;";
     return 0;
 }
 

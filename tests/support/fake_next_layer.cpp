@@ -40,8 +40,7 @@ next_argument describe(const sts_lsu_ref_s* lsu) {
 }
 
 next_argument describe(const sts_session_def_v7_t* session) {
-    next_argument result = {reinterpret_cast<uint64_t>(session), "",
-                            next_layer().text_of(session)};
+    next_argument result = {reinterpret_cast<uint64_t>(session), "", next_layer().text_of(session)};
     if (session != nullptr) {
         result.content = bytes_of(*session);
         if (result.text == "pointer") {
@@ -104,7 +103,7 @@ const char* recording<slot>::name = nullptr;
 sts_api_t make_table() {
     sts_api_t table = {};
 #define RECORD(slot)                                                                               \
-    recording<&sts_api_t::slot>::name = #slot;                                                     \
+    recording<& sts_api_t::slot>::name = #slot;                                                    \
     table.slot = recording<&sts_api_t::slot>::call;
     RECORD(add_evsource)
     RECORD(async_cancel)

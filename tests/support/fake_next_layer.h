@@ -43,8 +43,8 @@ class fake_next_layer {
     std::vector<next_call> calls;
     /// Status of each operation by its name; 0 where there is none.
     std::map<std::string, int> answers;
-    /// What an operation does beside answering, by its name, whatever its status. At the start reads
-    /// and writes store their whole length as the bytes moved.
+    /// What an operation does beside answering, by its name, whatever its status. At the start
+    /// reads and writes store their whole length as the bytes moved.
     std::map<std::string, std::function<void(const next_call&)>> effects;
     /// Sees every call before its effect.
     std::function<void(const next_call&)> observer;

@@ -1,0 +1,135 @@
+#include "tests/platform/system_calls.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdarg>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+std::atomic<int> calls_left{-1};
+std::atomic<size_t> longest_transfer{0}; // 0: any
+std::atomic<unsigned> transfers{0};
+std::atomic<int> copy_error{0};
+
+template <typename Function>
+Function* real(const char* name) {
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+/// Every call that changes files comes through here first.
+void changes_files() {
+    if (calls_left >= 0 && calls_left-- == 0) {
+        kill(getpid(), SIGKILL);
+        pause();
+    }
+}
+
+/// Whether this transfer fails with EINTR; cuts `size` otherwise.
+bool is_interrupted(size_t& size) {
+    if (longest_transfer == 0) {
+        return false;
+    }
+    size = std::min(size, longest_transfer.load());
+    errno = EINTR;
+    return transfers++ % 2 == 0;
+}
+
+} // namespace
+
+namespace system_calls {
+
+void kill_after(int count) { calls_left = count; }
+
+void cut_transfers(size_t longest) { longest_transfer = longest; }
+
+void fail_copies(int error) { copy_error = error; }
+
+void clear() {
+    kill_after(-1);
+    cut_transfers(0);
+    fail_copies(0);
+}
+
+} // namespace system_calls
+
+#define REPLACES __attribute__((visibility("default")))
+
+extern "C" {
+
+REPLACES int openat(int parent, const char* path, int flags, ...) {
+    mode_t mode = 0;
+    if ((flags & O_CREAT) != 0) {
+        changes_files();
+        va_list arguments;
+        va_start(arguments, flags);
+        mode = va_arg(arguments, mode_t);
+        va_end(arguments);
+    }
+    return real<int(int, const char*, int, ...)>("openat")(parent, path, flags, mode);
+}
+
+REPLACES int mkdirat(int parent, const char* path, mode_t mode) noexcept {
+    changes_files();
+    return real<int(int, const char*, mode_t)>("mkdirat")(parent, path, mode);
+}
+
+REPLACES int unlinkat(int parent, const char* path, int flags) noexcept {
+    changes_files();
+    return real<int(int, const char*, int)>("unlinkat")(parent, path, flags);
+}
+
+REPLACES int renameat(int from, const char* old_path, int to, const char* new_path) noexcept {
+    changes_files();
+    return real<int(int, const char*, int, const char*)>("renameat")(from, old_path, to, new_path);
+}
+
+REPLACES int renameat2(int from, const char* old_path, int to, const char* new_path,
+                       unsigned flags) noexcept {
+    changes_files();
+    return real<int(int, const char*, int, const char*, unsigned)>("renameat2")(from, old_path, to,
+                                                                                new_path, flags);
+}
+
+REPLACES int ftruncate(int file, off_t length) noexcept {
+    changes_files();
+    return real<int(int, off_t)>("ftruncate")(file, length);
+}
+
+REPLACES int fsync(int file) {
+    changes_files();
+    return real<int(int)>("fsync")(file);
+}
+
+REPLACES ssize_t pread(int file, void* buffer, size_t size, off_t position) {
+    if (is_interrupted(size)) {
+        return -1;
+    }
+    return real<ssize_t(int, void*, size_t, off_t)>("pread")(file, buffer, size, position);
+}
+
+REPLACES ssize_t pwrite(int file, const void* buffer, size_t size, off_t position) {
+    changes_files();
+    if (is_interrupted(size)) {
+        return -1;
+    }
+    return real<ssize_t(int, const void*, size_t, off_t)>("pwrite")(file, buffer, size, position);
+}
+
+REPLACES ssize_t copy_file_range(int from, off64_t* from_position, int to, off64_t* to_position,
+                                 size_t size, unsigned flags) {
+    changes_files();
+    if (copy_error != 0) {
+        errno = copy_error;
+        return -1;
+    }
+    return real<ssize_t(int, off64_t*, int, off64_t*, size_t, unsigned)>("copy_file_range")(
+        from, from_position, to, to_position, size, flags);
+}
+
+} // extern "C"
