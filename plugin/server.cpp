@@ -138,6 +138,7 @@ int throttling_open_target_server(throttling_server_s* server, sts_forwarded_t f
     return without_throwing([&] {
         // Everything but the next layer's server: that is the slot's to give.
         handle_ptr<throttling_server_s> target(new throttling_server_s(*server));
+        target->magic = SERVER_MAGIC;
         target->next_server = nullptr;
         *out = target.release();
         return next<&sts_api_t::open_target_server>(server->next_server, first, second, third,

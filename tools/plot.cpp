@@ -1,12 +1,13 @@
 #include "tools/plot.h"
 
+#include "tools/plot_scale.h"
 #include "tools/sizes.h"
+#include "tools/xml_text.h"
 
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 namespace {
 
@@ -273,62 +274,7 @@ class picture {
     std::string svg_;
 };
 
-/// UTF-8 with what is none replaced.
-std::string valid_utf8(const std::string& text) {
-    using nlohmann::json;
-    const std::string quoted = json(text).dump(-1, ' ', false, json::error_handler_t::replace);
-    return json::parse(quoted).get<std::string>();
-}
-
-void replace_all(std::string& text, const std::string& from, const std::string& to) {
-    for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at)) {
-        text.replace(at, from.size(), to);
-        at += to.size();
-    }
-}
-
 } // namespace
-
-axis_scale scale_for(double largest, int most) {
-    if (!(largest > 0)) {
-        return {1, 1};
-    }
-    const double power = std::pow(10.0, std::floor(std::log10(largest / most)));
-    double step = power;
-    for (const double factor : {1.0, 2.0, 5.0, 10.0}) {
-        step = factor * power;
-        if (std::ceil(largest / step) <= most) {
-            break;
-        }
-    }
-    return {step, std::ceil(largest / step) * step};
-}
-
-std::string xml_text(const std::string& text) {
-    std::string escaped;
-    for (const char each : valid_utf8(text)) {
-        switch (each) {
-        case '&':
-            escaped += "&amp;";
-            break;
-        case '<':
-            escaped += "&lt;";
-            break;
-        case '>':
-            escaped += "&gt;";
-            break;
-        case '"':
-            escaped += "&quot;";
-            break;
-        default:
-            escaped += static_cast<unsigned char>(each) < ' ' ? '?' : each;
-        }
-    }
-    // The last two characters of the first plane, which XML has no place for.
-    replace_all(escaped, "\xEF\xBF\xBE", "?");
-    replace_all(escaped, "\xEF\xBF\xBF", "?");
-    return escaped;
-}
 
 std::string plot_svg(const plot_data& data) {
     plot_data drawn = data;

@@ -17,6 +17,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fmt/format.h>
+#include <iterator>
 #include <new>
 #include <unistd.h>
 

@@ -34,6 +34,7 @@ void transfer::end() {
     if (running_) {
         seconds_ = seconds();
         running_ = false;
+        say("finishing");
     }
 }
 

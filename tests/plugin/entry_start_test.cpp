@@ -11,7 +11,7 @@ using testing::IsEmpty;
 namespace {
 
 TEST_F(LayerStart, VersionBelowElevenIsRefusedAndLeavesTheCounterAtZero) {
-    for (const uint64_t version : {0, 1, 10}) {
+    for (const uint64_t version : {0UL, 1UL, 10UL}) {
         EXPECT_EQ(stspi_init(version, path, &record), STS_ERR_PLUGIN_VERSION);
     }
     EXPECT_THAT(next_layer().calls, IsEmpty());
@@ -63,7 +63,7 @@ TEST_F(LayerStart, FirstStartWritesTheDefaultSettings) {
 
 TEST_F(LayerStart, FirstStartWithAVersionOtherThanTwelveOpensAndClosesTheLogAndCanBeRetried) {
     const log_file log = log_everything();
-    for (const uint64_t version : {11, 13}) {
+    for (const uint64_t version : {11UL, 13UL}) {
         EXPECT_EQ(stspi_init(version, path, &record), STS_ERR_VERSION);
         EXPECT_THAT(next_layer().take(), ElementsAre("stsm_terminate()"));
     }

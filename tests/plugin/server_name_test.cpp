@@ -141,7 +141,7 @@ TEST_F(ServerNameSplit, LongestTypeIsOneWhoseColonStandsAtByte511) {
 }
 
 TEST_F(ServerNameSplit, StorageIsCutTo511Characters) {
-    for (const size_t length : {511, 512, 513, 4096}) {
+    for (const size_t length : {511UL, 512UL, 513UL, 4096UL}) {
         split("CS_throttle:t:" + std::string(length, 's'));
         EXPECT_EQ(server, std::string(511, 's')) << length;
         EXPECT_STREQ(type, "t");

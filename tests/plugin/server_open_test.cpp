@@ -176,7 +176,7 @@ TEST_F(ServerOpen, EmptyNextNameOpensNothingBelowAndRecordsAnEmptyStorage) {
 }
 
 TEST_F(ServerOpen, NamesAround511BytesAreCutInTheHandleButNotForTheNextLayer) {
-    for (const size_t length : {511, 512, 513, 4096}) {
+    for (const size_t length : {511UL, 512UL, 513UL, 4096UL}) {
         const std::string next_name = "disk:" + std::string(length - 23, 's');
         const std::string name = "CS_throttle:cloud:" + next_name;
         ASSERT_EQ(name.size(), length);

@@ -48,6 +48,13 @@ TEST_F(TargetServer, IsInOutWithoutANextServerWhileTheSlotRuns) {
     close_at_end()(target);
 }
 
+TEST_F(TargetServer, IsValidWhateverItsSourceWas) {
+    source->magic = 0;
+    const server_ptr target = open_target();
+    source->magic = 0xab83356f;
+    EXPECT_EQ(target->magic, 0xab83356fU);
+}
+
 TEST_F(TargetServer, CopiesEveryFieldOfItsSource) {
     memset(&source->server_def, 0x3c, sizeof source->server_def);
     source->security = 5;

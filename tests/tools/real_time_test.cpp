@@ -50,6 +50,21 @@ TEST_F(RealTime, ThrottledBackupIsNoFasterThanAllowedPlusOneSecondsWorth) {
     EXPECT_THAT(backup.err, HasSubstr("of 390.6 KiB/s")) << "no progress was shown";
 }
 
+TEST_F(RealTime, OnATerminalEachStreamHasABarThatIsRedrawnInPlace) {
+    std::string line;
+    for (const std::string& word :
+         command("backup", {path("tree"), "--name", "b", "--streams", "2"})) {
+        line += "'" + word + "' ";
+    }
+    const ended session =
+        run_process({"/usr/bin/script", "-qec", line, path("typescript")}, how); // a terminal
+    EXPECT_EQ(session.code, 0);
+    const std::string shown = conf_dir::read(path("typescript"));
+    EXPECT_THAT(shown, testing::ContainsRegex("b.1of2 +.[#.]{20}. +[0-9]+ % "));
+    EXPECT_THAT(shown, testing::ContainsRegex("b.2of2 +.[#.]{20}. +[0-9]+ % "));
+    EXPECT_THAT(shown, HasSubstr("\033[A\r\033[K\033[A\r\033[K\033[A\r\033[K"));
+}
+
 TEST_F(RealTime, InterruptedBackupAbandonsItsImages) {
     write_settings("THR:SAMPLE_INTERVAL=60\nTHR:AVAIL_BANDWIDTH=400000\n"
                    "THR:WRITE_BANDWIDTH_PERCENT=100\n");
