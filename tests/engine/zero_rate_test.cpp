@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <unistd.h>
 
 using testing::KilledBySignal;
 
@@ -14,6 +15,7 @@ namespace {
 class ZeroRateDeathTest : public engine_test {
   protected:
     void SetUp() override {
+        std::signal(SIGFPE, SIG_DFL); // a sanitizer has a handler of its own
         config.read_bandwidth_percent = 0;
         start();
     }
@@ -61,6 +63,24 @@ TEST_F(ZeroRateDeathTest, EndsItAlsoWhereTheSignalIsBlocked) {
             sigemptyset(&faults);
             sigaddset(&faults, SIGFPE);
             sigprocmask(SIG_BLOCK, &faults, nullptr);
+            check(OPERATION_READ, 1, 0);
+        },
+        KilledBySignal(SIGFPE), "");
+}
+
+TEST_F(ZeroRateDeathTest, LetsTheHostsHandlerHaveItsTurnFirst) {
+    EXPECT_EXIT(
+        {
+            std::signal(SIGFPE, [](int) { _exit(42); });
+            check(OPERATION_READ, 1, 0);
+        },
+        testing::ExitedWithCode(42), "");
+}
+
+TEST_F(ZeroRateDeathTest, EndsItAlsoWhereTheHostsHandlerReturns) {
+    EXPECT_EXIT(
+        {
+            std::signal(SIGFPE, [](int) {});
             check(OPERATION_READ, 1, 0);
         },
         KilledBySignal(SIGFPE), "");

@@ -8,7 +8,6 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 #include <random>
-#include <unistd.h>
 
 namespace fs = std::filesystem;
 using nlohmann::json;
@@ -27,13 +26,6 @@ class RealTime : public ToolTest {
         fs::create_directory(path("tree"));
         for (int file = 0; file < 20; ++file) {
             write_text(path("tree/" + std::to_string(file)), std::string(100000, 'x'));
-        }
-    }
-
-    /// Waits until the tool has shown progress, which it does when it moves data.
-    static void await_progress(const tool_process& process) {
-        while (process.err_so_far().find("of 390.6 KiB/s") == std::string::npos) {
-            usleep(50000);
         }
     }
 };
@@ -72,7 +64,7 @@ TEST_F(RealTime, InterruptedBackupAbandonsItsImages) {
         tool_process backup(command("backup", {path("tree"), "--name", "b", "--streams", "2",
                                                "--json", path("figures.json")}),
                             how);
-        await_progress(backup);
+        ASSERT_TRUE(backup.await_err("of 390.6 KiB/s"));
         backup.send(signal);
         const ended result = backup.wait();
         EXPECT_EQ(result.code, 130);
@@ -107,9 +99,7 @@ TEST_F(RealTime, InterruptDoesNotWaitForALongSleepOfThePlugin) {
     // The first block is worth an hour: the tool must come back long before that.
     write_settings("THR:SAMPLE_INTERVAL=60\nTHR:AVAIL_BANDWIDTH=100\n");
     tool_process backup(command("backup", {path("tree"), "--name", "b"}), how);
-    while (backup.err_so_far().find("of 100 B/s") == std::string::npos) {
-        usleep(50000);
-    }
+    ASSERT_TRUE(backup.await_err("of 100 B/s"));
     backup.send(SIGINT);
     EXPECT_EQ(backup.wait().code, 130); // or the test's own time is over
     EXPECT_THAT(images(), IsEmpty());

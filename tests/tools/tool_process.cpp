@@ -73,7 +73,18 @@ tool_process::~tool_process() {
 
 void tool_process::send(int signal) const { kill(pid_, signal); }
 
-std::string tool_process::err_so_far() const { return conf_dir::read(err_path_); }
+bool tool_process::await_err(const std::string& text) const {
+    const auto is_shown = [&] { return conf_dir::read(err_path_).find(text) != std::string::npos; };
+    while (!is_shown()) {
+        siginfo_t end = {};
+        waitid(P_PID, static_cast<id_t>(pid_), &end, WEXITED | WNOHANG | WNOWAIT);
+        if (end.si_pid != 0) {
+            return is_shown();
+        }
+        usleep(50000);
+    }
+    return true;
+}
 
 ended tool_process::wait() {
     int status = 0;

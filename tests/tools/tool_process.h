@@ -31,7 +31,8 @@ class tool_process {
     tool_process& operator=(const tool_process&) = delete;
 
     void send(int signal) const;
-    std::string err_so_far() const;
+    /// Waits until `text` stands on its standard error. False when it ends before.
+    bool await_err(const std::string& text) const;
     /// Waits for its end.
     ended wait();
 
