@@ -39,8 +39,7 @@ struct throttling_config_s {
     char cssc_host_name[STS_NAME_SIZE] = "localhost"; ///< always terminated
 };
 
-// --- the file
-// -------------------------------------------------------------------------------------
+// --- the file ----------------------------------------------------------------------------------
 
 /// Sets the paths of both files from the platform's configuration directory; logs an error and
 /// leaves them as they are when there is none. The argument isn't read.
@@ -74,8 +73,7 @@ int is_overlap(int start1, int end1, int start2, int end2);
 /// null `path` gives an empty text; a null `out` or a `size` below 1 does nothing.
 char* get_plugin_dir(const char* path, char* out, int size);
 
-// --- the text form
-// --------------------------------------------------------------------------------
+// --- the text form -----------------------------------------------------------------------------
 
 /// Forms the row text of the settings as the files hold them. `buffer` has STS_CONFIG_SIZE bytes; a
 /// text that is longer is cut. `server_type` and `server_name` decide which rows are marked as the
@@ -93,8 +91,7 @@ int read_buf_to_var(const sts_session_def_v7_t* session, const char* text,
 int write_config_file_from_buf(const sts_session_def_v7_t* session, const char* text,
                                char* server_type, char* server_name);
 
-// --- where the service is
-// -------------------------------------------------------------------------
+// --- where the service is ----------------------------------------------------------------------
 
 /// CSSC_IS_SECURE of the service's file: 0 plain, above 0 secure. 1 if it isn't said or is
 /// negative.

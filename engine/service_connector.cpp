@@ -62,8 +62,7 @@ void restart(bandwidth_s* sample) {
 
 } // namespace
 
-// --- lifecycle
-// ------------------------------------------------------------------------------------
+// --- lifecycle ---------------------------------------------------------------------------------
 
 ServiceConnector::ServiceConnector(const ServiceConnector& other)
     : throttling_enabled_(other.throttling_enabled_), config_(other.config_),
@@ -141,8 +140,7 @@ void ServiceConnector::get_bandwidth_per_second(operation_type_t operation, unsi
     log_msg(session_, __func__, 1, STS_SEV_DEBUG, "Leave.");
 }
 
-// --- exchange
-// -------------------------------------------------------------------------------------
+// --- exchange ----------------------------------------------------------------------------------
 
 std::string ServiceConnector::getCurrentOperation() const {
     switch (current_operation_) {
@@ -207,8 +205,7 @@ std::string ServiceConnector::access_uri(const char* operation, int is_secure) c
     return uri + (session_id_ != nullptr ? session_id_ : "");
 }
 
-// --- admission
-// ------------------------------------------------------------------------------------
+// --- admission ---------------------------------------------------------------------------------
 
 int ServiceConnector::check_connections(operation_type_t operation, int delta, int /*is_secure*/) {
     log_msg(session_, __func__, 1, STS_SEV_DEBUG, "enter.");
@@ -249,8 +246,7 @@ int ServiceConnector::check_connections(operation_type_t operation, int delta, i
     return status;
 }
 
-// --- pacing
-// ---------------------------------------------------------------------------------------
+// --- pacing ------------------------------------------------------------------------------------
 
 int ServiceConnector::check_bandwidth(bandwidth_s* bandwidth, int /*is_secure*/, int force) {
     log_msg(session_, __func__, 1, STS_SEV_DEBUG, "enter.");

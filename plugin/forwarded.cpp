@@ -6,8 +6,7 @@
 #include "plugin/throttling_log.h"
 #include "plugin/version_mark.h"
 
-// --- a swap and a call: nothing is checked and nothing logged
-// -------------------------------------
+// --- a swap and a call: nothing is checked and nothing logged ----------------------------------
 
 int throttling_write_image_meta(throttling_image_s* image, sts_forwarded_t first,
                                 sts_forwarded_t second, sts_forwarded_t third,
@@ -71,8 +70,7 @@ int throttling_get_image_group_byname(const sts_lsu_ref_s* lsu, sts_forwarded_t 
     return next<&sts_api_t::get_image_group_byname>(&next_lsu, first, second);
 }
 
-// --- properties: the full server name goes back up in place of the next layer's
-// -------------------
+// --- properties: the full server name goes back up in place of the next layer's ----------------
 
 int throttling_get_lsu_prop_byname_v11(const sts_lsu_ref_s* lsu, sts_lsu_info_s* info) {
     constexpr const char* who =
@@ -153,8 +151,7 @@ int throttling_get_image_prop_v10(void* handle, sts_image_info_s* info) {
     return STS_OK;
 }
 
-// --- deletion
-// -------------------------------------------------------------------------------------
+// --- deletion ----------------------------------------------------------------------------------
 
 int throttling_delete_image_v10(const sts_lsu_ref_s* lsu, const sts_image_def_s* image_def,
                                 uint32_t flags) {

@@ -29,8 +29,7 @@ handle_ptr<throttling_image_list_s> new_image_list(const sts_lsu_ref_s& lsu, int
 
 } // namespace
 
-// --- LSUs
-// -----------------------------------------------------------------------------------------
+// --- LSUs --------------------------------------------------------------------------------------
 
 int throttling_open_lsu_list_v11(throttling_server_s* server, sts_forwarded_t forwarded,
                                  throttling_lsu_list_s** out) {
@@ -91,8 +90,7 @@ int throttling_close_lsu_list_v7(throttling_lsu_list_s* list) {
     return STS_OK;
 }
 
-// --- images and image groups
-// ----------------------------------------------------------------------
+// --- images and image groups -------------------------------------------------------------------
 
 int throttling_open_image_list_v7(const sts_lsu_ref_s* lsu, int32_t type,
                                   throttling_image_list_s** out) {

@@ -13,8 +13,7 @@
 #include <cstddef>
 #include <cstdint>
 
-// --- statuses
-// -------------------------------------------------------------------------------------
+// --- statuses ----------------------------------------------------------------------------------
 
 /// Status of every operation: 0 is success, the constants below are this library's, anything else
 /// comes from the next layer and is passed on as it came.
@@ -38,8 +37,7 @@ enum sts_status_t : int {
     STS_ERR_NO_EVENT = 2060043,        ///< no event is waiting
 };
 
-// --- sessions and logging
-// -------------------------------------------------------------------------
+// --- sessions and logging ----------------------------------------------------------------------
 
 /// Severity of a log message. The numbers are the host's and are not in order of weight.
 enum sts_severity_v7_t : int {
@@ -73,8 +71,7 @@ static_assert(offsetof(sts_session_def_v7_t, session_id) == 520);
 static_assert(offsetof(sts_session_def_v7_t, log) == 528);
 static_assert(offsetof(sts_session_def_v7_t, log_mask) == 536);
 
-// --- records
-// --------------------------------------------------------------------------------------
+// --- records -----------------------------------------------------------------------------------
 
 constexpr size_t STS_NAME_SIZE = 512;      ///< bytes of a server name field, terminator included
 constexpr size_t STS_LSU_NAME_SIZE = 1024; ///< bytes of an LSU name field
@@ -137,8 +134,7 @@ struct sts_next_operation_s;
 /// An argument that is passed on as it came: a pointer or up to 64 bits.
 using sts_forwarded_t = uint64_t;
 
-// --- the next layer's table
-// -----------------------------------------------------------------------
+// --- the next layer's table --------------------------------------------------------------------
 
 /// Slots that nobody here calls.
 using sts_unused_t = void (*)();
@@ -298,8 +294,7 @@ int stsm_terminate();
 
 } // extern "C"
 
-// --- the record for the host
-// ----------------------------------------------------------------------
+// --- the record for the host -------------------------------------------------------------------
 
 struct stspi_ep_t;
 

@@ -21,8 +21,7 @@ extern "C" __attribute__((visibility("default"))) const sts_api_t* sts_api;
 /// The entries as the host calls them.
 extern "C" __attribute__((visibility("default"))) const stspi_ep_t ep;
 
-// --- handles
-// --------------------------------------------------------------------------------------
+// --- handles -----------------------------------------------------------------------------------
 
 /// First word of a handle while it is valid; cleared before the memory is released, so that a stale
 /// pointer is refused.
@@ -139,8 +138,7 @@ int without_throwing(Body body) {
     }
 }
 
-// --- server names
-// ---------------------------------------------------------------------------------
+// --- server names ------------------------------------------------------------------------------
 
 /// Writes a server name into its field of a record, `offset` bytes from the start: the way back up,
 /// so that the host reads a name by which it can reach this layer again. Cut to 511 characters and
@@ -160,8 +158,7 @@ int get_field_ptr_in_name(const char* name, int32_t field, const char** out);
 /// left empty.
 void get_net_server_name_type(const char* name, char* server, char* type);
 
-// --- start and stop
-// -------------------------------------------------------------------------------
+// --- start and stop ----------------------------------------------------------------------------
 
 /// Binds the next layer. STS_ERR_VERSION: `version` isn't 12; STS_ERR_INVALID: `path` is null; else
 /// what the storage library answers.
@@ -173,8 +170,7 @@ int sts_terminate();
 /// What a call answers while no next layer is bound: STS_ERR_NOT_INIT.
 int sts_notinit();
 
-// --- entries
-// --------------------------------------------------------------------------------------
+// --- entries -----------------------------------------------------------------------------------
 
 #define DECLARE_ENTRY(name, arguments) int throttling_##name arguments;
 #define DECLARE_UNSUPPORTED(name) int throttling_##name();

@@ -23,8 +23,7 @@ std::string archive_text(archive* handle) {
     return text != nullptr ? text : "unknown error";
 }
 
-// --- writing
-// --------------------------------------------------------------------------------------
+// --- writing -----------------------------------------------------------------------------------
 
 archive_writer::archive_writer(host_image& image, stream& account, const transfer& run,
                                uint64_t block)
@@ -100,8 +99,7 @@ void archive_writer::finish_entry() {
 
 void archive_writer::finish() { require(archive_write_close(archive_.get()) >= ARCHIVE_WARN); }
 
-// --- reading
-// --------------------------------------------------------------------------------------
+// --- reading -----------------------------------------------------------------------------------
 
 archive_reader::archive_reader(host_image& image, stream& account, const transfer& run,
                                uint64_t block)

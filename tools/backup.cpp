@@ -25,8 +25,7 @@ namespace {
 constexpr uint64_t entry_cost = 1536; // bytes of a usual header, so that empty files count too
 constexpr size_t read_size = size_t{128} * 1024; // bytes read from a file at once
 
-// --- who archives what
-// ----------------------------------------------------------------------------
+// --- who archives what -------------------------------------------------------------------------
 
 /// The entries of each stream, by their index in the listing, in the listing's order.
 using shares = std::vector<std::vector<size_t>>;
@@ -85,8 +84,7 @@ shares spread(const std::vector<tree_entry>& entries, size_t streams) {
 
 uint64_t cost_of(const tree_entry& entry) { return entry_cost + entry.size; }
 
-// --- one stream
-// -----------------------------------------------------------------------------------
+// --- one stream --------------------------------------------------------------------------------
 
 /// Archives one share.
 class share_archiver {
@@ -197,8 +195,7 @@ class share_archiver {
     std::vector<char> buffer_;
 };
 
-// --- the whole
-// ------------------------------------------------------------------------------------
+// --- the whole ---------------------------------------------------------------------------------
 
 void prepare_lsu(host_server& server, const backup_options& options) {
     const std::vector<std::string> lsus = server.lsus();

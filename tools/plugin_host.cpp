@@ -119,8 +119,7 @@ size_t walk_list(const std::string& what, const std::string& object, Next next, 
 
 } // namespace
 
-// --- the plugin
-// -----------------------------------------------------------------------------------
+// --- the plugin --------------------------------------------------------------------------------
 
 plugin_host::plugin_host(const std::string& path) {
     const std::string wanted = path.empty() ? default_plugin() : path;
@@ -162,8 +161,7 @@ int plugin_host::create_lsu(throttling_server_s* server, const sts_lsu_def_s& de
     return status;
 }
 
-// --- a server
-// -------------------------------------------------------------------------------------
+// --- a server ----------------------------------------------------------------------------------
 
 host_server::host_server(const plugin_host& host, const sts_session_def_v7_t& session,
                          std::string name)
@@ -274,8 +272,7 @@ void host_server::delete_image(const std::string& lsu, const std::string& image)
     entries().delete_image_v10(&reference, &definition, no_flags);
 }
 
-// --- an image
-// -------------------------------------------------------------------------------------
+// --- an image ----------------------------------------------------------------------------------
 
 host_image::host_image(const host_server& server, throttling_image_s* handle, std::string name)
     : entries_(server.entries()), handle_(handle), name_(std::move(name)) {}

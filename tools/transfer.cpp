@@ -10,8 +10,7 @@
 #include <system_error>
 #include <thread>
 
-// --- the job
-// --------------------------------------------------------------------------------------
+// --- the job -----------------------------------------------------------------------------------
 
 void transfer::say(const std::string& phase) {
     const std::lock_guard<std::mutex> lock(mutex_);
@@ -103,8 +102,7 @@ void transfer::check_may_move() const {
     }
 }
 
-// --- who looks on
-// ---------------------------------------------------------------------------------
+// --- who looks on ------------------------------------------------------------------------------
 
 std::string transfer::phase() const {
     const std::lock_guard<std::mutex> lock(mutex_);

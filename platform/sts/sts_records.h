@@ -50,8 +50,7 @@
 #include <cstddef>
 #include <cstdint>
 
-// --- statuses
-// -------------------------------------------------------------------------------------
+// --- statuses ----------------------------------------------------------------------------------
 
 /// A failed call of the operating system is told as this plus its errno: 2061002 says ENOENT,
 /// 2061028 ENOSPC. Those in use beyond the system's own: EBADMSG for an image whose header is
@@ -68,8 +67,7 @@ constexpr int sts_errno_of_status(int status) {
                                                                          : 0;
 }
 
-// --- images
-// ---------------------------------------------------------------------------------------
+// --- images ------------------------------------------------------------------------------------
 
 constexpr size_t STS_IMAGE_NAME_SIZE = 256; ///< bytes of an image's name, terminator included
 
@@ -128,8 +126,7 @@ enum sts_image_files_t : uint64_t {
     STS_FILES_META = 2, ///< its metadata
 };
 
-// --- LSUs and servers
-// -----------------------------------------------------------------------------
+// --- LSUs and servers --------------------------------------------------------------------------
 
 /// Describes an LSU to be created.
 struct sts_lsu_def_s {
@@ -167,8 +164,7 @@ struct sts_server_info_s {
 };
 static_assert(offsetof(sts_server_info_s, server_name) == STS_SERVER_INFO_NAME);
 
-// --- asynchronous copies
-// --------------------------------------------------------------------------
+// --- asynchronous copies -----------------------------------------------------------------------
 
 /// The image that an asynchronous copy makes, in the group of its source.
 struct sts_copy_target_s {
@@ -203,8 +199,7 @@ struct sts_async_status_s {
 };
 static_assert(offsetof(sts_async_status_s, result) == STS_ASYNC_STATUS_RESULT);
 
-// --- events
-// ---------------------------------------------------------------------------------------
+// --- events ------------------------------------------------------------------------------------
 
 enum sts_event_kind_t : uint32_t {
     STS_EVENT_IMAGE_CREATED = 1,

@@ -77,8 +77,7 @@ TEST_F(SetAssertion, AConditionCantLiePastTheSetsEnd) {
                  "ret != -1");
 }
 
-// --- locks and conditions
-// -------------------------------------------------------------------------
+// --- locks and conditions ----------------------------------------------------------------------
 
 using Assertion = semaphores;
 

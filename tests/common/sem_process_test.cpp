@@ -177,8 +177,7 @@ TEST_F(Processes, ASetOutlivesTheProcessThatMadeIt) {
     sem_calls::remove(*number);
 }
 
-// --- signals
-// --------------------------------------------------------------------------------------
+// --- signals -----------------------------------------------------------------------------------
 
 class Interrupted : public Processes {
   protected:

@@ -4,8 +4,7 @@
 
 namespace {
 
-// --- which there are
-// ------------------------------------------------------------------------------
+// --- which there are ---------------------------------------------------------------------------
 
 bool has(const std::vector<size_t>& places, size_t place) {
     return std::find(places.begin(), places.end(), place) != places.end();
@@ -105,8 +104,7 @@ class cell_maker {
     std::vector<cell> cells_;
 };
 
-// --- what a cell is to bring about
-// -------------------------------------------------------------------
+// --- what a cell is to bring about -------------------------------------------------------------
 
 bool happens(when it, bool success) {
     return it == when::always || (it == when::on_success && success);

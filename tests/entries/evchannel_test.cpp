@@ -52,8 +52,7 @@ class EventChannel : public Frame {
     throttling_evchannel_s* channel = untouched<throttling_evchannel_s>();
 };
 
-// --- open
-// -----------------------------------------------------------------------------------------
+// --- open --------------------------------------------------------------------------------------
 
 TEST_F(EventChannel, OpenTakesASessionOfItsOwnAndAttachesTheServer) {
     EXPECT_EQ(open_channel(), STS_OK);
@@ -152,8 +151,7 @@ TEST_F(EventChannel, ChannelDoesNotCountOnItsServer) {
     EXPECT_EQ(server->open_handles, 0);
 }
 
-// --- events
-// ---------------------------------------------------------------------------------------
+// --- events ------------------------------------------------------------------------------------
 
 TEST_F(EventChannel, NoEventIsHandedUpWithoutALineOfFailureAndTheNameIsWrittenAllTheSame) {
     open_channel();
@@ -209,8 +207,7 @@ TEST_F(EventChannel, EventsOfAServerWithoutANextLayerGoDownWithNull) {
                      "3 [throttling_get_event_payload]exit stspi_get_event_payload"}));
 }
 
-// --- close
-// ----------------------------------------------------------------------------------------
+// --- close -------------------------------------------------------------------------------------
 
 TEST_F(EventChannel, CloseAnswersTheStatusOfItsSessionAlone) {
     open_channel();

@@ -32,8 +32,7 @@ class Ioctl : public ConfigStore {
     }
 };
 
-// --- command 13
-// -----------------------------------------------------------------------------------
+// --- command 13 --------------------------------------------------------------------------------
 
 TEST_F(Ioctl, ReadingFindsItsBufferClearedAndAppendsOurText) {
     next_layer().effects["ioctl"] = [&](const next_call& arrived) {
@@ -95,8 +94,7 @@ TEST_F(Ioctl, ReadingWithNoLayerBoundHasReadItsOwnFileFirst) {
     EXPECT_TRUE(holds_counted("", 0));
 }
 
-// --- command 14
-// -----------------------------------------------------------------------------------
+// --- command 14 --------------------------------------------------------------------------------
 
 TEST_F(Ioctl, WritingGoesDownFirstAndThenSetsOurOwnLimit) {
     strcpy(config()->text, text_setting(5).c_str());
@@ -151,8 +149,7 @@ TEST_F(Ioctl, WritingWithNoLayerBoundLeavesOurFileAsItWas) {
     EXPECT_EQ(limit_in_file(), "10");
 }
 
-// --- any other command
-// ----------------------------------------------------------------------------
+// --- any other command -------------------------------------------------------------------------
 
 TEST_F(Ioctl, OtherCommandOnAServerWithoutANextLayerPassesNullDown) {
     next_layer().answers["ioctl"] = 4711;

@@ -145,8 +145,7 @@ TEST_F(Lists, NameThatFillsItsFieldIsLoggedAsFarAsItGoes) {
     throttling_close_image_list_v7(list);
 }
 
-// --- image groups
-// ---------------------------------------------------------------------------------
+// --- image groups ------------------------------------------------------------------------------
 
 TEST_F(Lists, GroupListIsHandedOutBeforeItIsOpenAndKeptWhenItFails) {
     throttling_image_list_s* list = nullptr;

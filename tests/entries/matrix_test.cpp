@@ -218,8 +218,7 @@ TEST(Matrix, LeavesOutACellForAReasonOnly) {
                   {unchecked, 25}, {unread_magic, 54}, {no_magic, 4}, {held_by_first, 20}}));
 }
 
-// --- nothing of the table is forgotten
-// -----------------------------------------------------------------
+// --- nothing of the table is forgotten ---------------------------------------------------------
 
 TEST(Matrix, EveryOperationOfTheTablesHasARowOrAReasonForNone) {
     std::set<std::string> with_row;

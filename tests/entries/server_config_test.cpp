@@ -33,8 +33,7 @@ class ServerConfig : public ConfigStore {
     uint32_t used = 77;
 };
 
-// --- reading
-// --------------------------------------------------------------------------------------
+// --- reading -----------------------------------------------------------------------------------
 
 TEST_F(ServerConfig, OwnTextStandsBehindTheNextLayers) {
     next_says("name=NEXT;");
@@ -136,8 +135,7 @@ TEST_F(ServerConfig, ReadWithNoLayerBoundHasReadItsOwnFileFirst) {
     EXPECT_TRUE(holds(buffer, "", 4000));
 }
 
-// --- writing
-// --------------------------------------------------------------------------------------
+// --- writing -----------------------------------------------------------------------------------
 
 TEST_F(ServerConfig, TextGoesDownFirstAndThenSetsOurOwnLimit) {
     std::string limit_at_call;

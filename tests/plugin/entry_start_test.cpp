@@ -118,8 +118,7 @@ TEST_F(LayerStart, SecondStartBelowVersionElevenIsRefusedAndNotCounted) {
     EXPECT_EQ(sts_api, nullptr); // that was the last one
 }
 
-// --- failures that leave the layer counted as started
-// ---------------------------------------------
+// --- failures that leave the layer counted as started ------------------------------------------
 
 TEST_F(LayerStart, UnreadableConfigurationFailsTheStartAndARepeatReportsSuccessUnbound) {
     const log_file log = log_everything();

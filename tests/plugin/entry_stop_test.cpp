@@ -84,8 +84,7 @@ TEST_F(LayerStop, ShutdownOfALogThatFailsToCloseIsIgnored) {
     EXPECT_EQ(throttling_terminate_v7(), STS_OK);
 }
 
-// --- the binding
-// ----------------------------------------------------------------------------------
+// --- the binding -------------------------------------------------------------------------------
 
 TEST_F(LayerStop, BindingChecksTheVersionBeforeThePath) {
     EXPECT_EQ(sts_init(11, nullptr), STS_ERR_VERSION);

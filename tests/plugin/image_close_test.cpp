@@ -76,8 +76,7 @@ TEST_F(ImageClose, OfNothingIsInvalid) {
     EXPECT_EQ(take_whole_story(), lines{});
 }
 
-// --- the service
-// ----------------------------------------------------------------------------------
+// --- the service -------------------------------------------------------------------------------
 
 class ImageCloseThrottled : public ImageClose {
   protected:

@@ -141,8 +141,7 @@ TEST_F(EngineCalls, NoneAreMadeWhileThrottlingIsOff) {
     EXPECT_THAT(take(), IsEmpty());
 }
 
-// --- refusals
-// -------------------------------------------------------------------------------------
+// --- refusals ----------------------------------------------------------------------------------
 
 TEST_F(EngineCalls, RefusedTransferIsStoppedBeforeTheNextLayer) {
     connections_answer = STS_ERR_MAX_CONNECTIONS;

@@ -134,8 +134,7 @@ TEST_F(ImageOpen, BadArgumentsAreRefusedWithoutALine) {
     EXPECT_EQ(take_whole_story(), lines{});
 }
 
-// --- the service
-// ----------------------------------------------------------------------------------
+// --- the service -------------------------------------------------------------------------------
 
 class ImageOpenThrottled : public ImageOpen {
   protected:

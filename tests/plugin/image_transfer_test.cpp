@@ -45,8 +45,7 @@ class Transfer : public Frame {
     image_ptr image;
 };
 
-// --- throttling off
-// -------------------------------------------------------------------------------
+// --- throttling off ----------------------------------------------------------------------------
 
 class TransferUnthrottled : public Transfer {
   protected:
@@ -156,8 +155,7 @@ TEST_F(TransferUnthrottled, BadArgumentsAreRefusedWithoutALineAndBeginNothing) {
     EXPECT_EQ(take_whole_story(), lines{});
 }
 
-// --- throttling on
-// --------------------------------------------------------------------------------
+// --- throttling on -----------------------------------------------------------------------------
 
 class TransferThrottled : public Transfer {
   protected:

@@ -31,8 +31,7 @@ class Lsus : public Frame {
     server_ptr server;
 };
 
-// --- creation
-// -------------------------------------------------------------------------------------
+// --- creation ----------------------------------------------------------------------------------
 
 TEST_F(Lsus, CreationHandsOutAHolderOfTheNextLayersHandle) {
     void** holder = nullptr;
@@ -110,8 +109,7 @@ TEST_F(Lsus, CreationWithNoNextLayerBoundAnswersNotInit) {
     free(holder);
 }
 
-// --- deletion
-// -------------------------------------------------------------------------------------
+// --- deletion ----------------------------------------------------------------------------------
 
 TEST_F(Lsus, DeletionGivesTheNextLayerItsOwnServerAndAllNameBytes) {
     sts_lsu_ref_s* const lsu = record(server.get());

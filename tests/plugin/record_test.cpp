@@ -89,8 +89,7 @@ TEST_F(LayerStart, PrefixAndLabelArePaddedWithZeros) {
     EXPECT_EQ(label, "Throttling Plugin" + std::string(15, '\0'));
 }
 
-// --- the second entry point
-// -----------------------------------------------------------------------
+// --- the second entry point --------------------------------------------------------------------
 
 TEST_F(LayerStart, SecondEntryPointNeedsNoStart) {
     stspi_api2_rec_t second = {};

@@ -98,8 +98,7 @@ TEST_F(ServerClose, NullAndAForeignMagicAreRefusedWithoutALine) {
     EXPECT_EQ(take_whole_story(), lines{});
 }
 
-// --- the service
-// ----------------------------------------------------------------------------------
+// --- the service -------------------------------------------------------------------------------
 
 class ServerCloseThrottled : public ServerClose {
   protected:

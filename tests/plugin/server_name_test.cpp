@@ -67,8 +67,7 @@ TEST(ServerNameField, EmptyNameAndLeadingColonAndNullAreRefused) {
     }
 }
 
-// --- type and storage
-// -----------------------------------------------------------------------------
+// --- type and storage --------------------------------------------------------------------------
 
 /// The two parts of a name in buffers whose every byte is held.
 class ServerNameSplit : public testing::Test {
@@ -154,8 +153,7 @@ TEST_F(ServerNameSplit, BytesOfNoEncodingAreTakenAsTheyAre) {
     EXPECT_STREQ(server, "\xc3\x28");
 }
 
-// --- claims
-// ---------------------------------------------------------------------------------------
+// --- claims ------------------------------------------------------------------------------------
 
 TEST(Claim, TakesNamesThatBeginWithThePrefix) {
     EXPECT_EQ(throttling_claim_v7("CS_throttle:"), STS_OK);

@@ -142,8 +142,7 @@ TEST_F(ServerOpenFailure, ServerWithoutANextLayerOpensWithNoneBound) {
     EXPECT_NE(open("CS_throttle:cloud:"), nullptr);
 }
 
-// --- memory
-// ---------------------------------------------------------------------------------------
+// --- memory ------------------------------------------------------------------------------------
 
 int lines_of_the_open = 0;
 bool left = false;

@@ -140,8 +140,7 @@ TEST_F(ServerOpen, SettingsThatCantBeReadAreLoggedAndTheDefaultsUsed) {
     EXPECT_EQ(server->config.read_bandwidth_percent, 100);
 }
 
-// --- names
-// ----------------------------------------------------------------------------------------
+// --- names -------------------------------------------------------------------------------------
 
 TEST_F(ServerOpen, GlobalServerOpensNothingBelowAndIsRecordedNowhere) {
     const server_ptr server = open("CS_throttle:global:");
@@ -216,8 +215,7 @@ TEST_F(ServerOpen, BytesOfNoEncodingPassThrough) {
     EXPECT_THAT(plugin_file(), HasSubstr("THR:s\xc3=10\n"));
 }
 
-// --- recording the storage
-// ------------------------------------------------------------------------
+// --- recording the storage ---------------------------------------------------------------------
 
 TEST_F(ServerOpen, FirstOpenRecordsTheStorageWithTheConfiguredLimit) {
     files.write_plugin_file("THR:DEFAULT_MAX_CONNECTIONS=7\nTHR:other=3\n");

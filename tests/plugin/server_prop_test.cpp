@@ -37,8 +37,7 @@ class ServerProperties : public Frame {
     info_record info = {};
 };
 
-// --- by handle
-// ------------------------------------------------------------------------------------
+// --- by handle ---------------------------------------------------------------------------------
 
 TEST_F(ServerProperties, OfAHandleCarryItsFullName) {
     const server_ptr server = open();
@@ -91,8 +90,7 @@ TEST_F(ServerProperties, OfAHandleWithNoNextLayerBoundAnswerNotInit) {
     EXPECT_THAT(info.name, Each('\0'));
 }
 
-// --- by name
-// --------------------------------------------------------------------------------------
+// --- by name -----------------------------------------------------------------------------------
 
 TEST_F(ServerProperties, OfANameAreAskedWithTheHostsSessionAndTheRestOfTheName) {
     EXPECT_EQ(throttling_get_server_prop_byname_v8(&session, "CS_throttle:cloud:disk:s3", record()),

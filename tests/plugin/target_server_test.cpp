@@ -144,8 +144,7 @@ TEST_F(TargetServer, WithoutMemoryLeavesOutAsItWas) {
     EXPECT_GE(count, 2); // the handle and what it owns
 }
 
-// --- the service
-// ----------------------------------------------------------------------------------
+// --- the service -------------------------------------------------------------------------------
 
 TEST_F(TargetServer, OfAConnectedServerConnectsAtItsOwnFirstImage) {
     open_image(source).reset();

@@ -10,8 +10,7 @@ namespace {
 
 std::recursive_mutex guard; // calls may come on any thread; an effect may call the plugin again
 
-// --- what an argument looks like
-// --------------------------------------------------------------------
+// --- what an argument looks like ---------------------------------------------------------------
 
 /// How handles of the next layer are handed out: through a pointer to one of these.
 template <typename Type>
@@ -77,8 +76,7 @@ void collect_out(std::vector<void**>& out, Type value) {
     }
 }
 
-// --- the recording slots
-// ------------------------------------------------------------------------------
+// --- the recording slots -----------------------------------------------------------------------
 
 template <typename... Arguments>
 int record(const char* operation, Arguments... arguments) {
@@ -161,8 +159,7 @@ std::function<void(const next_call&)> moves_all(size_t length, size_t count) {
 
 } // namespace
 
-// --- the layer
-// ----------------------------------------------------------------------------------------
+// --- the layer ---------------------------------------------------------------------------------
 
 std::string next_call::line() const {
     std::string all;

@@ -25,8 +25,7 @@ class Refusal : public ToolTest {
     }
 };
 
-// --- the plugin
-// -----------------------------------------------------------------------------------
+// --- the plugin --------------------------------------------------------------------------------
 
 TEST_F(Refusal, NoSuchPlugin) {
     expect_failure(run("list", {"--plugin", "/nowhere.so"}),
@@ -86,8 +85,7 @@ TEST_F(Refusal, LsuThatCanNotBeCreatedTellsTheStatus) {
     expect_failure(backup, "creating the LSU \"other\" failed: STS_ERR_NOT_SUPPORTED (2060016)");
 }
 
-// --- servers, LSUs, backups
-// -----------------------------------------------------------------------
+// --- servers, LSUs, backups --------------------------------------------------------------------
 
 TEST_F(Refusal, ServerNameOfAnotherPlugin) {
     const ended list = tool({"run", "list", "--conf-dir", "conf", "--server", "CS_other:t:disk:x"});
@@ -170,8 +168,7 @@ TEST_F(Refusal, BackupWithoutAllItsImagesIsNotRestored) {
     EXPECT_FALSE(fs::exists(path("r")));
 }
 
-// --- files
-// ----------------------------------------------------------------------------------------
+// --- files -------------------------------------------------------------------------------------
 
 TEST_F(Refusal, TargetThatIsNotEmptyIsLeftAlone) {
     ASSERT_EQ(run("backup", {"tree", "--name", "b"}).code, 0);
@@ -201,8 +198,7 @@ TEST_F(Refusal, FiguresThatCanNotBeWrittenEndTheRunBeforeItBegins) {
     EXPECT_THAT(run("list", {}).out, testing::Not(HasSubstr("b.1of1")));
 }
 
-// --- settings
-// -------------------------------------------------------------------------------------
+// --- settings ----------------------------------------------------------------------------------
 
 TEST_F(Refusal, RateOfZeroIsSaidInsteadOfEndingTheProcess) {
     write_settings("THR:SAMPLE_INTERVAL=30\nTHR:WRITE_BANDWIDTH_PERCENT=0\n");
