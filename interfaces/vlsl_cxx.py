@@ -6,10 +6,15 @@ It is the standard C++ back-end, which makes code either for the named file alon
 this includes. Here it is made for the service's own modules, whatever file they are in, so that one
 file which includes all units gives all stubs; what the ORB's libraries already hold (CORBA's own
 types, the time and notification services) is only included.
+
+Where the service's peers expect something else than the standard back-end makes, the templates are
+mended below, each with the reason. vlsl_support.h holds what the mended code calls.
 """
 
+from omniidl import idltype
 from omniidl_be import cxx
-from omniidl_be.cxx import ast
+from omniidl_be.cxx import ast, output, types, value
+from omniidl_be.cxx.header import template as header_template
 
 cpp_args = cxx.cpp_args
 usage_string = cxx.usage_string
@@ -30,7 +35,142 @@ class OwnModulesWalker(ast.WalkTreeForIncludes):
                 self.add(decl)
 
 
+def mend(module, name, old, new):
+    """Replaces `old`, which must be there, in the template `name` of the standard back-end."""
+    text = getattr(module, name)
+    if old not in text:
+        raise SystemExit("vlsl_cxx: omniidl's template %s isn't the one that is mended here:\n%s" % (name, old))
+    setattr(module, name, text.replace(old, new))
+
+
+def between(text, start, end):
+    """The part of `text` from `start` up to, and without, `end`."""
+    begin = text.index(start)
+    return text[begin : text.index(end, begin)]
+
+
+# A value says what it is: always tag 0x7fffff02 and its repository id. The standard back-end names
+# the formal type, and the ORB leaves the id of a value that is of just that type away. No value is
+# exactly a ValueBase, so with that for the formal type the id is always written.
+def mend_value_tag():
+    mend(
+        value,
+        "value_functions",
+        "omniValueType::marshal(_v, @fqname@::_PD_repoId, _0s);",
+        "omniValueType::marshal(_v, ::CORBA::ValueBase::_PD_repoId, _0s);",
+    )
+
+
+# _copy_value, which the standard back-end makes for every value, out of a registered factory and of
+# copies of the nested values, exists for the first value of a chain of versions alone: a later one
+# inherits it, so its copy is one of the first type. It needs no factory, and the copy holds what
+# the initialising constructor makes of the members that the accessors give.
+DECLARE_COPY = between(value.value_class, "#ifdef OMNI_HAVE_COVARIANT_RETURNS", "  // Definitions in")
+DEFINE_COPY = between(value.value_functions, "#ifdef OMNI_HAVE_COVARIANT_RETURNS", "@fqname@::@name@()  {}")
+VALUE_COPY = """\
+@fqname@*
+@fqname@::_copy_value()
+{
+  return vlsl_support::allocated([this] {
+    return new (std::nothrow) OBV_@fqname@(@members@);
+  });
+}
+"""
+
+
+def mend_copy_value():
+    mend(value, "value_class", DECLARE_COPY, "@declare_copy@\n\n")
+    mend(value, "value_class", "  virtual void _PR_copy_state(@name@*);\n", "")
+    mend(value, "value_functions", DEFINE_COPY, "")
+
+
+# A factory throws CORBA::NO_MEMORY when it can't allocate.
+def mend_factory():
+    mend(
+        value,
+        "valuefactory_create_for_unmarshal",
+        "return new OBV_@fqname@();",
+        "return vlsl_support::allocated([] { return new (std::nothrow) OBV_@fqname@(); });",
+    )
+
+
+# A value's constructor shares the values that it is given, as their modifiers do; that of the
+# standard back-end takes the caller's reference away.
+SHARE_VALUE = """\
+::CORBA::add_ref(_@name@);
+_pd_@name@ = _@name@;"""
+
+
+class ValueType(value.ValueType):
+    """A value type, with its own _copy_value and a state that is never left unset."""
+
+    def __init__(self, astdecl):
+        super().__init__(astdecl)
+        for member in astdecl.statemembers():
+            for decl in member.declarators():
+                # Else a default-built value would send whatever lay in memory for its numbers.
+                decl._cxx_holder = decl._cxx_holder.replace(";", "{};")
+
+    def is_first_of_chain(self):
+        return not self._astdecl.inherits()
+
+    def _gen_statemember_code(self, value_name, mtype, decl, environment):
+        super()._gen_statemember_code(value_name, mtype, decl, environment)
+        if types.Type(mtype).deref().value():
+            share = output.StringStream()
+            share.out(SHARE_VALUE, name=decl._cxx_name)
+            decl._cxx_init_impl = str(share)
+
+    def module_decls(self, stream, visitor):
+        whole = value.value_class
+        declaration = DECLARE_COPY if self.is_first_of_chain() else ""
+        value.value_class = whole.replace("@declare_copy@", declaration)
+        super().module_decls(stream, visitor)
+        value.value_class = whole
+
+    def skel_defs(self, stream, visitor):
+        super().skel_defs(stream, visitor)
+        if self.is_first_of_chain():
+            members = ", ".join("%s()" % name for name in self._astdecl._cxx_statememberl)
+            stream.out(VALUE_COPY, fqname=self._fullname.fullyQualify(), members=members)
+
+
+# A long double travels as IEEE binary128, whatever the machine's own is. The schema has it in
+# sequences alone.
+class Type(types.Type):
+    def sequenceTemplate(self, environment=None, gscope=0):
+        element = types.Type(self.type().seqType()).deref()
+        if element.type().kind() == idltype.tk_longdouble:
+            return "::vlsl_support::LongDoubleSequence"
+        return super().sequenceTemplate(environment, gscope)
+
+
+# An object reference answers for its own interface and the ancestors of it without a call.
+def mend_is_a():
+    mend(
+        header_template,
+        "interface_objref",
+        "  // Constructors\n",
+        """\
+  inline ::CORBA::Boolean _is_a(const char* _id) {
+    const bool known = _id && !_NP_is_nil() && _ptrToObjRef(_id);
+    return known || ::CORBA::Object::_is_a(_id);
+  }
+
+  // Constructors
+""",
+    )
+
+
+def mend_includes():
+    mend(header_template, "main", "@cxx_direct_include@\n", "@cxx_direct_include@\n#include <vlsl_support.h>\n")
+
+
 def run(tree, args):
     """Entry point of a back-end."""
     ast.WalkTreeForIncludes = OwnModulesWalker
+    for mending in (mend_value_tag, mend_copy_value, mend_factory, mend_is_a, mend_includes):
+        mending()
+    value.ValueType = ValueType
+    types.Type = Type
     cxx.run(tree, args)

@@ -1,0 +1,71 @@
+// What the generated stubs of the management service's interface use beside the ORB's own library.
+// vlsl.hh includes it; nothing else needs to.
+#pragma once
+
+#include <omniORB4/CORBA.h>
+
+#include <cstring>
+#include <new>
+
+namespace vlsl_support {
+
+// The value that `make` allocates with a non-throwing new; CORBA::NO_MEMORY when there's no room
+// for it or for what it holds.
+template <class Make>
+auto allocated(Make make) -> decltype(make()) {
+    try {
+        if (auto value = make())
+            return value;
+    } catch (const std::bad_alloc&) {
+    }
+    throw CORBA::NO_MEMORY(0, CORBA::COMPLETED_NO);
+}
+
+// IEEE 754 binary128, the form of a long double on the wire.
+#if __LDBL_MANT_DIG__ == 113
+typedef long double Binary128;
+#else
+typedef __float128 Binary128;
+#endif
+
+// A sequence of long double whose elements travel as binary128: 16 octets, aligned to 8, in the
+// stream's byte order. The ORB's own sequence writes the machine's long double as it lies in
+// memory, which on x86 is 10 octets of another format and 6 that were never set.
+class LongDoubleSequence : public _CORBA_Unbounded_Sequence<CORBA::LongDouble> {
+  public:
+    using _CORBA_Unbounded_Sequence<CORBA::LongDouble>::_CORBA_Unbounded_Sequence;
+    LongDoubleSequence() {}
+
+    void operator>>=(cdrStream& stream) const {
+        length() >>= stream;
+        for (CORBA::ULong i = 0; i < length(); i++) {
+            const Binary128 wide = (*this)[i];
+            CORBA::ULongLong halves[2];
+            static_assert(sizeof wide == sizeof halves, "binary128 has 16 octets");
+            std::memcpy(halves, &wide, sizeof halves);
+            const bool swapped = stream.marshal_byte_swap();
+            halves[swapped] >>= stream;
+            halves[!swapped] >>= stream;
+        }
+    }
+
+    void operator<<=(cdrStream& stream) {
+        CORBA::ULong count;
+        count <<= stream;
+        if (!stream.checkInputOverrun(1, count)) { // before so many are allocated
+            throw CORBA::MARSHAL(0, (CORBA::CompletionStatus)stream.completion());
+        }
+        length(count);
+        for (CORBA::ULong i = 0; i < count; i++) {
+            CORBA::ULongLong halves[2];
+            const bool swapped = stream.unmarshal_byte_swap();
+            halves[swapped] <<= stream;
+            halves[!swapped] <<= stream;
+            Binary128 wide;
+            std::memcpy(&wide, halves, sizeof wide);
+            (*this)[i] = static_cast<CORBA::LongDouble>(wide);
+        }
+    }
+};
+
+} // namespace vlsl_support
