@@ -13,7 +13,6 @@
 #include <unistd.h>
 
 using Orvessa::Vaultaro::CCloudVLSLClient;
-using Orvessa::Vaultaro::ThrottlingBandwidth;
 using Orvessa::Vaultaro::ThrottlingBandwidth_var;
 
 namespace {
@@ -35,6 +34,15 @@ char* session_text(const sts_session_def_v7_t* session) {
         std::replace(text, text + strlen(text), ':', '_');
     }
     return text;
+}
+
+/// Null when there is no memory for it, or for the ORB that it uses.
+CCloudVLSLClient* make_client(const sts_session_def_v7_t* session) {
+    try {
+        return new CCloudVLSLClient(session, service_host, false, 0, exchange_timeout);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
 }
 
 /// Whole seconds that `bytes` take at `rate`. Nothing can be moved at a rate of 0: the process ends
@@ -97,8 +105,7 @@ int ServiceConnector::connect_service(const sts_session_def_v7_t* session, char*
     if (session_id_ == nullptr) {
         return status_ = STS_ERR_NOMEM;
     }
-    client_ =
-        new (std::nothrow) CCloudVLSLClient(session, service_host, false, 0, exchange_timeout);
+    client_ = make_client(session);
     if (client_ != nullptr) {
         status_ = STS_OK;
     }
@@ -300,11 +307,11 @@ int ServiceConnector::report(const char* who, bandwidth_s* bandwidth) {
     bandwidth->end_time = time(nullptr);
     current_operation_ = bandwidth->operation_type;
 
-    const ThrottlingBandwidth_var value(new ThrottlingBandwidth);
-    value->operation_type(static_cast<uint32_t>(bandwidth->operation_type));
-    value->start_time(static_cast<uint32_t>(bandwidth->start_time));
-    value->end_time(static_cast<uint32_t>(bandwidth->end_time));
-    value->data_length(bandwidth->data_length);
+    const ThrottlingBandwidth_var value =
+        new OBV_Corvane::Vaultaro::SL::CloudMgmt::ThrottlingBandwidth(
+            static_cast<uint32_t>(bandwidth->operation_type),
+            static_cast<uint32_t>(bandwidth->start_time),
+            static_cast<uint32_t>(bandwidth->end_time), bandwidth->data_length);
 
     std::string response;
     const int status = client_->check_bandwidth(flow_key().c_str(), session_id_, value, response);

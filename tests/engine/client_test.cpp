@@ -15,7 +15,7 @@
 #include <type_traits>
 
 using Orvessa::Vaultaro::CCloudVLSLClient;
-using Orvessa::Vaultaro::ThrottlingBandwidth;
+using OBV_ThrottlingBandwidth = OBV_Corvane::Vaultaro::SL::CloudMgmt::ThrottlingBandwidth;
 using Orvessa::Vaultaro::ThrottlingBandwidth_var;
 using testing::Contains;
 using testing::ElementsAre;
@@ -40,7 +40,7 @@ class Client : public testing::Test {
 };
 
 ThrottlingBandwidth_var some_value() {
-    ThrottlingBandwidth_var value(new ThrottlingBandwidth);
+    ThrottlingBandwidth_var value(new OBV_ThrottlingBandwidth);
     value->operation_type(1);
     value->start_time(2);
     value->end_time(3);
@@ -90,7 +90,7 @@ TEST_F(Client, AnExchangeLeavesTheCallersValueToTheCaller) {
 // --- the value
 
 TEST(ReportedValue, CarriesItsMembersAtTheirWidths) {
-    const ThrottlingBandwidth_var value(new ThrottlingBandwidth);
+    const ThrottlingBandwidth_var value(new OBV_ThrottlingBandwidth);
     static_assert(std::is_same_v<decltype(value->operation_type()), uint32_t>);
     static_assert(std::is_same_v<decltype(value->start_time()), uint32_t>);
     static_assert(std::is_same_v<decltype(value->end_time()), uint32_t>);
@@ -106,7 +106,7 @@ TEST(ReportedValue, CarriesItsMembersAtTheirWidths) {
 }
 
 TEST(ReportedValue, LivesAsLongAsSomebodyHoldsIt) {
-    auto first = std::make_unique<ThrottlingBandwidth_var>(new ThrottlingBandwidth);
+    auto first = std::make_unique<ThrottlingBandwidth_var>(new OBV_ThrottlingBandwidth);
     const ThrottlingBandwidth_var second(*first);
     (*first)->data_length(7);
     EXPECT_EQ(first->in(), second.in());

@@ -1,0 +1,65 @@
+#include "client/OrbClient.h"
+
+#include <mutex>
+
+Orb* COrbClient::s_pOrb = nullptr;
+bool COrbClient::s_bInitDone = false;
+int COrbClient::s_nRefCount = 0;
+
+namespace {
+
+std::mutex users_guard; // servers open, close and first connect on any thread
+
+} // namespace
+
+COrbClient::COrbClient() {
+    const std::lock_guard lock(users_guard);
+    if (s_pOrb == nullptr) {
+        s_pOrb = new Orb("", "COrbClient", "", false, 1024);
+        s_bInitDone = false;
+        s_nRefCount = 0;
+    }
+    ++s_nRefCount;
+}
+
+COrbClient::~COrbClient() {
+    const std::lock_guard lock(users_guard);
+    if (--s_nRefCount != 0) {
+        return;
+    }
+    delete s_pOrb;
+    s_pOrb = nullptr;
+    s_bInitDone = false;
+}
+
+void COrbClient::init(void (*callback)(CORBA::ORB*)) {
+    const std::lock_guard lock(users_guard);
+    if (s_bInitDone) {
+        return;
+    }
+    s_pOrb->init(nullptr);
+    if (callback != nullptr) {
+        callback(getOrb());
+    }
+    s_bInitDone = true;
+}
+
+CORBA::ORB* COrbClient::getOrb() { return s_pOrb->orb; }
+
+CORBA::Object* COrbClient::connectToObject(const std::string& host, const std::string& service,
+                                           const std::string& object_key,
+                                           const ACE_Time_Value& timeout,
+                                           const ACE_Time_Value& second_timeout) {
+    return s_pOrb->connect(host, service, object_key, timeout, second_timeout, true, false);
+}
+
+CORBA::Object* COrbClient::setObjectRequestTimeout(CORBA::Object* object,
+                                                   const ACE_Time_Value& timeout) {
+    return s_pOrb->setObjectRequestTimeout(object, timeout);
+}
+
+void COrbClient::SetOrbRequestTimeout(ACE_Time_Value timeout) {
+    s_pOrb->setOrbRequestTimeout(timeout);
+}
+
+void COrbClient::forceOxSSIOP() { s_pOrb->force_oxss_iop = true; }

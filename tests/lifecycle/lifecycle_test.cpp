@@ -1,0 +1,151 @@
+// The built plugin, loaded and unloaded again and again by a host that goes on living: each round
+// opens a throttled server, moves data, talks to the service, and leaves nothing behind.
+
+#include "plugin/stsapi.h"
+#include "plugin/stspi_entries.h"
+
+#include "tests/support/conf_dir.h"
+#include "tests/support/fake_next_layer.h"
+#include "tests/support/host_session.h"
+#include "tests/support/scripted_service.h"
+
+#include <algorithm>
+#include <cstring>
+#include <dlfcn.h>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <malloc.h>
+#include <unistd.h>
+
+/// One small object of each load is never deleted, on purpose; AddressSanitizer would tell of each.
+extern "C" const char* __asan_default_options() { return "detect_leaks=0"; }
+
+namespace {
+
+size_t entries_of(const char* directory) {
+    const std::filesystem::directory_iterator files(directory);
+    return static_cast<size_t>(std::distance(begin(files), end(files)));
+}
+size_t threads() { return entries_of("/proc/self/task"); }
+size_t descriptors() { return entries_of("/proc/self/fd"); }
+
+/// Whether `count` comes down to `expected`: a thread that was told to end takes its moment.
+bool comes_down_to(size_t (*count)(), size_t expected) {
+    for (int moment = 0; moment < 500 && count() > expected; ++moment) {
+        usleep(10000);
+    }
+    return count() <= expected;
+}
+
+size_t allocated() { return mallinfo2().uordblks; }
+
+/// The plugin, from dlopen to dlclose.
+class loaded_plugin {
+  public:
+    explicit loaded_plugin(const std::string& file) : file_(file) {
+        library_ = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
+        EXPECT_NE(library_, nullptr) << dlerror();
+        const auto init = reinterpret_cast<int (*)(uint64_t, const char*, stspi_api_rec_t*)>(
+            dlsym(library_, "stspi_init"));
+        EXPECT_EQ(init(12, "/plugins", &record_), STS_OK);
+    }
+    ~loaded_plugin() {
+        EXPECT_EQ(record_.ep->terminate_v7(), STS_OK);
+        EXPECT_EQ(dlclose(library_), 0);
+        EXPECT_EQ(dlopen(file_.c_str(), RTLD_NOW | RTLD_NOLOAD), nullptr) << "it stays loaded";
+    }
+    loaded_plugin(const loaded_plugin&) = delete;
+    loaded_plugin& operator=(const loaded_plugin&) = delete;
+
+    const stspi_ep_t& entries() const { return *record_.ep; }
+
+  private:
+    std::string file_;
+    void* library_;
+    stspi_api_rec_t record_ = {};
+};
+
+class Lifecycle : public testing::Test {
+  protected:
+    Lifecycle() {
+        files.write_plugin_file("THR:AVAIL_BANDWIDTH=1000000000\nTHR:SAMPLE_INTERVAL=1\n");
+    }
+
+    /// What a host does of a day.
+    void live_once() {
+        next_layer() = {};
+        {
+            const loaded_plugin plugin(PLUGIN_FILE);
+            use(plugin.entries());
+        }
+        next_layer() = {};
+        take_log();
+    }
+
+    /// How often the service was asked to end a session since the last time.
+    long sessions_ended() {
+        const std::vector<std::string> asked = service.take();
+        return std::count(asked.begin(), asked.end(), "destroy()");
+    }
+
+    void use(const stspi_ep_t& entries) {
+        const sts_session_def_v7_t session = host_session("host");
+        throttling_server_s* server = nullptr;
+        ASSERT_EQ(
+            entries.open_server_v7(&session, "CS_throttle:cloud:disk:s3", nullptr, 7, &server),
+            STS_OK);
+        sts_lsu_ref_s lsu = {};
+        lsu.server = server;
+        strcpy(lsu.name, "lsu1");
+        char data[100] = {};
+        uint64_t moved = 0;
+        throttling_image_s* image = nullptr;
+        ASSERT_EQ(entries.create_image_v10(&lsu, reinterpret_cast<const sts_image_def_s*>(data), 2,
+                                           &image),
+                  STS_OK);
+        EXPECT_EQ(entries.write_image_v7(image, 5, data, 100, 200, &moved), STS_OK);
+        EXPECT_EQ(entries.close_image_v7(image, 1, 2), STS_OK);
+        EXPECT_EQ(entries.close_server_v7(server), STS_OK);
+    }
+
+    const conf_dir files;
+    remote_service service;
+};
+
+/// Rounds after which what is loaded once and stays is there.
+constexpr int first_rounds = 10;
+constexpr int all_rounds = 100;
+
+TEST_F(Lifecycle, AHundredRoundsLeaveNoThreadNoDescriptorAndNoGrowingMemory) {
+    live_once();
+    const size_t threads_after_one = threads();
+    const size_t descriptors_after_one = descriptors();
+    for (int round = 1; round < first_rounds; ++round) {
+        live_once();
+    }
+    const size_t allocated_early = allocated();
+    for (int round = first_rounds; round < all_rounds; ++round) {
+        live_once();
+    }
+    EXPECT_TRUE(comes_down_to(threads, 1)) << threads_after_one << " after one round";
+    EXPECT_TRUE(comes_down_to(descriptors, descriptors_after_one));
+    const auto growth = static_cast<long>(allocated()) - static_cast<long>(allocated_early);
+    EXPECT_LT(growth / (all_rounds - first_rounds), 256) << "bytes a round";
+    EXPECT_EQ(sessions_ended(), all_rounds);
+}
+
+TEST_F(Lifecycle, ACopyThatIsUnloadedLeavesTheOtherOneItsConnection) {
+    const std::string copy = files.path() + "/copy.so";
+    std::filesystem::copy_file(PLUGIN_FILE, copy);
+    const loaded_plugin stays(PLUGIN_FILE);
+    use(stays.entries());
+    {
+        const loaded_plugin goes(copy);
+        use(goes.entries());
+    }
+    use(stays.entries());
+    EXPECT_EQ(sessions_ended(), 3);
+}
+
+} // namespace
