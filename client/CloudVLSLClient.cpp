@@ -42,6 +42,7 @@ constexpr service_call_s set_blob_call = {
     "setCloudConfigBlob", "occured while", true, refused, -1, STS_OK};
 
 void registerFactory(CORBA::ORB* orb) {
+    vlsl_support::ReferenceFactory::provide_all();
     Corvane::Vaultaro::SL::VLT_77::register_obv_factories(orb);
 }
 

@@ -17,16 +17,16 @@ class COrbClient {
     COrbClient(const COrbClient&) = delete;
     COrbClient& operator=(const COrbClient&) = delete;
 
-    /// Starts the ORB, once for each Orb, and hands it to `callback`, which may be null and must not
-    /// use this class. A later call does nothing. What the start or the callback throws passes out,
-    /// and the next call does it all again.
+    /// Starts the ORB, once for each Orb, and hands it to `callback`, which may be null and must
+    /// not use this class. A later call does nothing. What the start or the callback throws passes
+    /// out, and the next call does it all again.
     void init(void (*callback)(CORBA::ORB*));
 
     /// The ORB, null before init; borrowed.
     CORBA::ORB* getOrb();
 
-    /// The object `object_key` of `service` on `host`; the caller owns it. Null or nil when it can't
-    /// be reached; exceptions of the ORB pass out.
+    /// The object `object_key` of `service` on `host`; the caller owns it. Null or nil when it
+    /// can't be reached; exceptions of the ORB pass out.
     CORBA::Object* connectToObject(const std::string& host, const std::string& service,
                                    const std::string& object_key, const ACE_Time_Value& timeout,
                                    const ACE_Time_Value& second_timeout);

@@ -11,14 +11,19 @@ namespace Corvane::Vaultaro::SL::VLT_77 {
 /// further than the product's log. An exception that would leave it ends the process.
 void register_obv_factories(CORBA::ORB* orb) noexcept;
 
-/// Registers a new `Factory` for the value type `Value`; a factory that was registered for it before
-/// is released. False when anything was thrown on the way.
+/// Another copy of this library may keep the process's ORB running when this one is unloaded: what
+/// was registered and noted here goes before its code does. `id` must be a constant.
+void take_back_at_unload(CORBA::ORB* orb, const char* id, const CORBA::ValueFactoryBase* factory);
+
+/// Registers a new `Factory` for the value type `Value`; a factory that was registered for it
+/// before is released. False when anything was thrown on the way.
 template <class Factory, class Value>
 bool register_value_factory(CORBA::ORB* orb) noexcept {
     try {
         const CORBA::ValueFactoryBase_var factory = new Factory;
         const CORBA::ValueFactoryBase_var former =
             orb->register_value_factory(Value::_PD_repoId, factory);
+        take_back_at_unload(orb, Value::_PD_repoId, factory);
         return true;
     } catch (...) {
         return false;

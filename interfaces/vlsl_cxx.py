@@ -15,6 +15,7 @@ from omniidl import idltype
 from omniidl_be import cxx
 from omniidl_be.cxx import ast, output, types, value
 from omniidl_be.cxx.header import template as header_template
+from omniidl_be.cxx.skel import template as skel_template
 
 cpp_args = cxx.cpp_args
 usage_string = cxx.usage_string
@@ -162,6 +163,17 @@ def mend_is_a():
     )
 
 
+# The ORB knows one factory of references for each interface, the last that was made, and none once
+# that one is gone. Of two libraries with these stubs the first keeps its own instead.
+def mend_reference_factory():
+    mend(
+        skel_template,
+        "interface_pof",
+        "const @pof_name@ _the_pof_@idname@;",
+        "static ::vlsl_support::RegisteredFactory<@pof_name@> _the_pof_@idname@(@name@::_PD_repoId);",
+    )
+
+
 def mend_includes():
     mend(header_template, "main", "@cxx_direct_include@\n", "@cxx_direct_include@\n#include <vlsl_support.h>\n")
 
@@ -169,7 +181,14 @@ def mend_includes():
 def run(tree, args):
     """Entry point of a back-end."""
     ast.WalkTreeForIncludes = OwnModulesWalker
-    for mending in (mend_value_tag, mend_copy_value, mend_factory, mend_is_a, mend_includes):
+    for mending in (
+        mend_value_tag,
+        mend_copy_value,
+        mend_factory,
+        mend_is_a,
+        mend_reference_factory,
+        mend_includes,
+    ):
         mending()
     value.ValueType = ValueType
     types.Type = Type

@@ -6,6 +6,8 @@
 
 #include <cstring>
 #include <new>
+#include <omniORB4/proxyFactory.h>
+#include <optional>
 
 namespace vlsl_support {
 
@@ -66,6 +68,46 @@ class LongDoubleSequence : public _CORBA_Unbounded_Sequence<CORBA::LongDouble> {
             (*this)[i] = static_cast<CORBA::LongDouble>(wide);
         }
     }
+};
+
+// An interface's factory of references. The ORB finds it by the interface's id, in one list for the
+// whole process, and two libraries may hold these stubs at once: two copies of a plugin, say. The
+// first one's factory serves both, so that no reference runs code of a library that is unloaded
+// before the first.
+class ReferenceFactory {
+  public:
+    // Hands this library's factories to the ORB wherever it has none: after the library that
+    // was first is gone. Called before references are made, by one thread at a time.
+    static void provide_all() {
+        for (ReferenceFactory* factory = all_; factory != nullptr; factory = factory->next_) {
+            factory->provide();
+        }
+    }
+
+  protected:
+    ReferenceFactory() : next_(all_) { all_ = this; }
+    ~ReferenceFactory() = default;
+    virtual void provide() = 0;
+
+  private:
+    inline static ReferenceFactory* all_ = nullptr;
+    ReferenceFactory* const next_;
+};
+
+template <class Factory>
+class RegisteredFactory final : ReferenceFactory {
+  public:
+    explicit RegisteredFactory(const char* id) : id_(id) { provide(); }
+
+  private:
+    void provide() override {
+        if (!own_ && omni::proxyObjectFactory::lookup(id_) == nullptr) {
+            own_.emplace();
+        }
+    }
+
+    const char* const id_;
+    std::optional<Factory> own_;
 };
 
 } // namespace vlsl_support

@@ -13,6 +13,7 @@
 #include "interfaces/wide_code_set.h"
 
 #include <cstdlib>
+#include <mutex>
 #include <netdb.h>
 #include <omniORB4/omniORB.h>
 #include <omniORB4/sslContext.h>
@@ -21,16 +22,17 @@ namespace {
 
 constexpr const char* fallback_port = "5638";
 
-unsigned running = 0; ///< Orb objects that are started
+std::mutex running_guard; // two libraries may have an Orb each
+unsigned running = 0;     ///< Orb objects that are started
 
 /// What the wire needs, whatever a machine's own configuration of the ORB says.
 const char* options[][2] = {
-    {"traceLevel", "0"},                 // the host's standard error isn't ours
-    {"nativeCharCodeSet", "ISO-8859-1"},  // narrow text goes byte for byte
+    {"traceLevel", "0"},                   // the host's standard error isn't ours
+    {"nativeCharCodeSet", "ISO-8859-1"},   // narrow text goes byte for byte
     {"nativeWCharCodeSet", WIDE_CODE_SET}, // wide text beyond the first 65,536 characters too
-    {"defaultWCharCodeSet", "UTF-16"},    // a name in a corbaloc carries no code set
-    {"verifyObjectExistsAndType", "0"},   // no question to the service but those that are asked
-    {"resetTimeOutOnRetries", "0"},       // the time-out is that of the whole call
+    {"defaultWCharCodeSet", "UTF-16"},     // a name in a corbaloc carries no code set
+    {"verifyObjectExistsAndType", "0"},    // no question to the service but those that are asked
+    {"resetTimeOutOnRetries", "0"},        // the time-out is that of the whole call
     {nullptr, nullptr},
 };
 
@@ -85,6 +87,7 @@ Orb::~Orb() {
     if (orb == nullptr) {
         return;
     }
+    const std::lock_guard lock(running_guard);
     if (--running == 0) {
         orb->destroy();
     }
@@ -95,6 +98,7 @@ void Orb::init(ACE_Abstract_Timer_Queue<ACE_Event_Handler*>* /*timers*/) {
     if (orb != nullptr) {
         return;
     }
+    const std::lock_guard lock(running_guard);
     if (force_oxss_iop) {
         name_certificates();
     }

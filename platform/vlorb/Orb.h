@@ -1,7 +1,7 @@
 // One ORB of the process, as the plugin's client of the management service uses it. The library is
-// the product's; the one built here stands in for it, over omniORB, on a machine that has nothing of
-// the product. All that only this ORB has (starting it, time-outs, finding an object, TLS) is behind
-// this class.
+// the product's; the one built here stands in for it, over omniORB, on a machine that has nothing
+// of the product. All that only this ORB has (starting it, time-outs, finding an object, TLS) is
+// behind this class.
 #pragma once
 
 #include <ace/Time_Value.h>
@@ -14,8 +14,8 @@
 class ACE_Event_Handler;
 
 /// The order of the virtual operations and the first data member are the library's contract.
-/// Making, starting and deleting objects of this class must be serialised; the rest may be called on
-/// any number of threads.
+/// Making, starting and deleting objects of this class must be serialised; the rest may be called
+/// on any number of threads.
 class __attribute__((visibility("default"))) Orb {
   public:
     /// Starts nothing. The arguments are taken for the contract's sake and aren't used here.
@@ -48,6 +48,6 @@ class __attribute__((visibility("default"))) Orb {
     void setOrbRequestTimeout(const ACE_Time_Value& timeout);
 
   public:
-    CORBA::ORB* orb = nullptr;    ///< owned; null until init
+    CORBA::ORB* orb = nullptr;   ///< owned; null until init
     bool force_oxss_iop = false; ///< objects are reached over TLS; set before init
 };

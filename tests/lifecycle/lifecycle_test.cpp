@@ -16,6 +16,7 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <malloc.h>
+#include <memory>
 #include <unistd.h>
 
 /// One small object of each load is never deleted, on purpose; AddressSanitizer would tell of each.
@@ -66,6 +67,36 @@ class loaded_plugin {
     stspi_api_rec_t record_ = {};
 };
 
+/// A backup to a throttled server: opened and written to at once, closed at the end.
+class backup {
+  public:
+    explicit backup(const stspi_ep_t& entries) : entries_(entries) {
+        EXPECT_EQ(
+            entries.open_server_v7(&session_, "CS_throttle:cloud:disk:s3", nullptr, 7, &server_),
+            STS_OK);
+        sts_lsu_ref_s lsu = {};
+        lsu.server = server_;
+        strcpy(lsu.name, "lsu1");
+        char data[100] = {};
+        const auto* const image_def = reinterpret_cast<const sts_image_def_s*>(data);
+        EXPECT_EQ(entries.create_image_v10(&lsu, image_def, 2, &image_), STS_OK);
+        uint64_t moved = 0;
+        EXPECT_EQ(entries.write_image_v7(image_, 5, data, 100, 200, &moved), STS_OK);
+    }
+    ~backup() {
+        EXPECT_EQ(entries_.close_image_v7(image_, 1, 2), STS_OK);
+        EXPECT_EQ(entries_.close_server_v7(server_), STS_OK);
+    }
+    backup(const backup&) = delete;
+    backup& operator=(const backup&) = delete;
+
+  private:
+    const stspi_ep_t& entries_;
+    const sts_session_def_v7_t session_ = host_session("host");
+    throttling_server_s* server_ = nullptr;
+    throttling_image_s* image_ = nullptr;
+};
+
 class Lifecycle : public testing::Test {
   protected:
     Lifecycle() {
@@ -77,7 +108,7 @@ class Lifecycle : public testing::Test {
         next_layer() = {};
         {
             const loaded_plugin plugin(PLUGIN_FILE);
-            use(plugin.entries());
+            const backup running(plugin.entries());
         }
         next_layer() = {};
         take_log();
@@ -87,26 +118,6 @@ class Lifecycle : public testing::Test {
     long sessions_ended() {
         const std::vector<std::string> asked = service.take();
         return std::count(asked.begin(), asked.end(), "destroy()");
-    }
-
-    void use(const stspi_ep_t& entries) {
-        const sts_session_def_v7_t session = host_session("host");
-        throttling_server_s* server = nullptr;
-        ASSERT_EQ(
-            entries.open_server_v7(&session, "CS_throttle:cloud:disk:s3", nullptr, 7, &server),
-            STS_OK);
-        sts_lsu_ref_s lsu = {};
-        lsu.server = server;
-        strcpy(lsu.name, "lsu1");
-        char data[100] = {};
-        uint64_t moved = 0;
-        throttling_image_s* image = nullptr;
-        ASSERT_EQ(entries.create_image_v10(&lsu, reinterpret_cast<const sts_image_def_s*>(data), 2,
-                                           &image),
-                  STS_OK);
-        EXPECT_EQ(entries.write_image_v7(image, 5, data, 100, 200, &moved), STS_OK);
-        EXPECT_EQ(entries.close_image_v7(image, 1, 2), STS_OK);
-        EXPECT_EQ(entries.close_server_v7(server), STS_OK);
     }
 
     const conf_dir files;
@@ -135,17 +146,47 @@ TEST_F(Lifecycle, AHundredRoundsLeaveNoThreadNoDescriptorAndNoGrowingMemory) {
     EXPECT_EQ(sessions_ended(), all_rounds);
 }
 
-TEST_F(Lifecycle, ACopyThatIsUnloadedLeavesTheOtherOneItsConnection) {
+/// Two copies of the plugin share the process's ORB.
+class TwoCopies : public Lifecycle {
+  protected:
+    TwoCopies() { std::filesystem::copy_file(PLUGIN_FILE, copy); }
+
     const std::string copy = files.path() + "/copy.so";
-    std::filesystem::copy_file(PLUGIN_FILE, copy);
-    const loaded_plugin stays(PLUGIN_FILE);
-    use(stays.entries());
+};
+
+TEST_F(TwoCopies, TheFirstConnectsAgainAfterTheSecondIsGone) {
+    const loaded_plugin first(PLUGIN_FILE);
+    backup(first.entries());
     {
-        const loaded_plugin goes(copy);
-        use(goes.entries());
+        const loaded_plugin second(copy);
+        backup(second.entries());
     }
-    use(stays.entries());
+    backup(first.entries());
     EXPECT_EQ(sessions_ended(), 3);
+}
+
+TEST_F(TwoCopies, TheSecondConnectsAgainAfterTheFirstIsGone) {
+    auto first = std::make_unique<loaded_plugin>(PLUGIN_FILE);
+    const loaded_plugin second(copy);
+    backup(first->entries());
+    first.reset();
+    backup(second.entries());
+    EXPECT_EQ(sessions_ended(), 2);
+}
+
+TEST_F(TwoCopies, TheFirstStaysConnectedWhileTheSecondComesAndGoes) {
+    const loaded_plugin first(PLUGIN_FILE);
+    {
+        const backup running(first.entries());
+        {
+            const loaded_plugin second(copy);
+            backup(second.entries());
+        }
+        EXPECT_EQ(sessions_ended(), 1);
+    }
+    EXPECT_EQ(sessions_ended(), 1);
+    backup(first.entries());
+    EXPECT_EQ(sessions_ended(), 1);
 }
 
 } // namespace
