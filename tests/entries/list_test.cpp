@@ -58,6 +58,21 @@ TEST_F(Lists, CloseThatTheNextLayerRefusesKeepsTheListAndCanBeRepeated) {
     EXPECT_EQ(server->open_handles, 0);
 }
 
+TEST_F(Lists, NameOfAnLsuWithoutAZeroIsLoggedUpToItsField) {
+    struct {
+        sts_lsu_ref_s lsu;
+        char behind[8];
+    } place = {lsu, "behind"};
+    memset(place.lsu.name, 'n', sizeof place.lsu.name);
+    next_layer().answers["open_image_list"] = 4711;
+    throttling_image_list_s* list = nullptr;
+    EXPECT_EQ(throttling_open_image_list_v7(&place.lsu, 6, &list), 4711);
+    EXPECT_EQ(take_story().back(),
+              error_line("throttling_open_image_list_v7",
+                         "fail to open info list handle for lsu: " + std::string(1024, 'n') +
+                             " with type 6, error code: 4711"));
+}
+
 TEST_F(Lists, EndOfTheLsusIsHandedUpAndLoggedAsNoFailure) {
     throttling_lsu_list_s* const list = open_lsus();
     next_layer().answers["list_lsu"] = 2060013;

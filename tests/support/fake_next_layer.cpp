@@ -1,6 +1,7 @@
 #include "tests/support/fake_next_layer.h"
 
 #include <algorithm>
+#include <cstring>
 #include <mutex>
 #include <stdexcept>
 #include <type_traits>
@@ -35,7 +36,8 @@ next_argument describe(const sts_lsu_ref_s* lsu) {
         return {0, "", "null"};
     }
     return {reinterpret_cast<uint64_t>(lsu), bytes_of(*lsu),
-            "{" + next_layer().text_of(lsu->server) + " \"" + lsu->name + "\"}"};
+            "{" + next_layer().text_of(lsu->server) + " \"" +
+                std::string(lsu->name, strnlen(lsu->name, sizeof lsu->name)) + "\"}"};
 }
 
 next_argument describe(const sts_session_def_v7_t* session) {
