@@ -244,7 +244,7 @@ void fill_images(const host_server& server, const backup_options& options, trans
         images.close();
     } catch (...) {
         for (size_t index = 0; index < images.closed(); ++index) {
-            server.delete_image(options.lsu, stream_image(options.backup, index, all.size()));
+            server.discard_image(options.lsu, stream_image(options.backup, index, all.size()));
         }
         throw;
     }

@@ -41,21 +41,6 @@ void hear(const char* message) {
     }
 }
 
-const char* word_for(sts_severity_v7_t severity) {
-    switch (severity) {
-    case STS_SEV_INFO:
-        return "info";
-    case STS_SEV_WARN:
-        return "warning";
-    case STS_SEV_DEBUG:
-        return "debug";
-    case STS_SEV_ERROR:
-        return "error";
-    default:
-        return "host";
-    }
-}
-
 bool is_shown(sts_severity_v7_t severity) {
     switch (shown_messages) {
     case log_choice::nothing:
@@ -76,11 +61,26 @@ void take_message(const char* /*session_id*/, const char* message, sts_severity_
         while (!text.empty() && text.back() == '\n') {
             text.pop_back();
         }
-        console::get().line(std::string("plugin ") + word_for(severity) + ": " + text);
+        console::get().line(std::string("plugin ") + severity_word(severity) + ": " + text);
     }
 }
 
 } // namespace
+
+const char* severity_word(sts_severity_v7_t severity) {
+    switch (severity) {
+    case STS_SEV_INFO:
+        return "info";
+    case STS_SEV_WARN:
+        return "warning";
+    case STS_SEV_DEBUG:
+        return "debug";
+    case STS_SEV_ERROR:
+        return "error";
+    default:
+        return "host";
+    }
+}
 
 sts_session_def_v7_t watching_session(const char* id, log_choice shown) {
     shown_messages = shown;

@@ -14,6 +14,9 @@ enum class log_choice {
     everything, ///< debug messages too
 };
 
+/// "error", "warning", ...
+const char* severity_word(sts_severity_v7_t severity);
+
 /// The session that the tool opens servers with. `id` must live as long as the server; the callback
 /// is one for the whole process, as is `shown`.
 sts_session_def_v7_t watching_session(const char* id, log_choice shown);

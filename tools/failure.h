@@ -16,6 +16,12 @@ struct failure : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+/// The arguments are wrong in a way that only shows when they are looked at together or against a
+/// server.
+struct usage_failure : failure {
+    using failure::failure;
+};
+
 /// Somebody asked for the end, or another stream has failed: not this stream's fault.
 struct abandoned : std::exception {
     const char* what() const noexcept override { return "abandoned"; }

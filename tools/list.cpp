@@ -3,22 +3,13 @@
 #include "tools/backup_set.h"
 #include "tools/failure.h"
 #include "tools/operation.h"
+#include "tools/records.h"
 #include "tools/sizes.h"
 
 #include <algorithm>
-#include <ctime>
 #include <fmt/format.h>
 
 namespace {
-
-std::string time_text(int64_t seconds) {
-    const time_t when = static_cast<time_t>(seconds);
-    tm local = {};
-    localtime_r(&when, &local);
-    char text[32];
-    strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local);
-    return text;
-}
 
 void print_images(host_server& server, const std::string& lsu) {
     const std::vector<listed_image> images = server.images(lsu);

@@ -79,7 +79,7 @@ void report(const run_options& options, const transfer& run, const std::string& 
 
 } // namespace
 
-connection::connection(const run_options& options)
+connection::connection(const server_options& options)
     : host(options.plugin),
       server(host, watching_session(session_id(), options.log), options.server) {}
 

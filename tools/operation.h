@@ -1,5 +1,5 @@
-// What the operations of a run have in common: their options, the way to the server, and the frame
-// in which each is run, watched and reported.
+// What the operations have in common: their options, the way to the server, and the frame in which
+// each of a run is run, watched and reported.
 #pragma once
 
 #include "tools/engine_watch.h"
@@ -15,10 +15,14 @@
 
 constexpr uint64_t default_block = uint64_t{256} * 1024;
 
-struct run_options {
+/// How a server is reached.
+struct server_options {
     std::string plugin; ///< path; empty: the one beside the program, or the loader's
     log_choice log = log_choice::nothing;
-    std::string server;
+    std::string server; ///< its full name
+};
+
+struct run_options : server_options {
     std::string lsu;
     std::string backup;
     uint64_t block = default_block; ///< bytes of a transfer
@@ -43,7 +47,7 @@ struct verify_options : run_options {
 
 /// The plugin, loaded, and the server, opened through it.
 struct connection {
-    explicit connection(const run_options& options);
+    explicit connection(const server_options& options);
 
     plugin_host host;
     host_server server;

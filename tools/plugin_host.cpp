@@ -1,6 +1,7 @@
 #include "tools/plugin_host.h"
 
 #include "tools/console.h"
+#include "tools/records.h"
 #include "tools/status_names.h"
 
 #include <algorithm>
@@ -23,6 +24,7 @@ constexpr uint64_t interface_version = 11;
 constexpr const char* expected_prefix = "CS_throttle:";
 constexpr const char* expected_label = "Throttling Plugin";
 constexpr size_t create_lsu_slot = 4;
+constexpr size_t delete_lsu_slot = 9;
 constexpr uint32_t no_flags = 0;
 constexpr int32_t list_of_images = 0;
 
@@ -42,12 +44,6 @@ Function find_function(void* library, const char* name, const std::string& path)
     return reinterpret_cast<Function>(found);
 }
 
-/// A text field that the other side should have terminated.
-template <size_t size>
-std::string text_of(const char (&field)[size]) {
-    return {field, strnlen(field, size)};
-}
-
 void check_record(const stspi_api_rec_t& record, const std::string& path) {
     const auto require = [&](bool good, const std::string& what) {
         if (!good) {
@@ -63,22 +59,6 @@ void check_record(const stspi_api_rec_t& record, const std::string& path) {
     require(text_of(record.label) == expected_label,
             fmt::format("its label is \"{}\", not \"{}\"", text_of(record.label), expected_label));
     require(record.version_text[0] != '\0', "its record has no version text");
-}
-
-template <size_t size>
-void copy_text(char (&field)[size], const std::string& text, const char* what) {
-    if (text.size() >= size) {
-        throw failure(fmt::format("{} \"{}\" is too long: {} bytes, at most {}", what, text,
-                                  text.size(), size - 1));
-    }
-    memcpy(field, text.c_str(), text.size() + 1);
-}
-
-sts_image_def_s image_definition(const std::string& image, const std::string& group = {}) {
-    sts_image_def_s definition = {};
-    copy_text(definition.name, image, "the image name");
-    copy_text(definition.group, group, "the backup name");
-    return definition;
 }
 
 void require_ok(int status, const char* operation, const std::string& object) {
@@ -141,7 +121,7 @@ plugin_host::plugin_host(const std::string& path) {
 
     stspi_api2_rec_t second = {};
     require_ok(init2(host_version, &second), "asking for the second table of", wanted);
-    create_lsu_ = second.entry_points[create_lsu_slot];
+    second_entries_ = second.entry_points;
 }
 
 plugin_host::~plugin_host() {
@@ -150,24 +130,37 @@ plugin_host::~plugin_host() {
     }
 }
 
+plugin_host::create_lsu_t plugin_host::create_lsu_entry() const {
+    return reinterpret_cast<create_lsu_t>(second_entries_[create_lsu_slot]);
+}
+
+plugin_host::delete_lsu_t plugin_host::delete_lsu_entry() const {
+    return reinterpret_cast<delete_lsu_t>(second_entries_[delete_lsu_slot]);
+}
+
 int plugin_host::create_lsu(throttling_server_s* server, const sts_lsu_def_s& definition) const {
-    using create_function = int (*)(throttling_server_s*, const sts_lsu_def_s*, void***);
-    if (create_lsu_ == nullptr) {
+    const create_lsu_t entry = create_lsu_entry();
+    if (entry == nullptr) {
         return STS_ERR_NOT_SUPPORTED;
     }
     void** holder = nullptr;
-    const int status = reinterpret_cast<create_function>(create_lsu_)(server, &definition, &holder);
+    const int status = entry(server, &definition, &holder);
     free(static_cast<void*>(holder));
     return status;
+}
+
+int plugin_host::delete_lsu(const sts_lsu_ref_s& lsu) const {
+    const delete_lsu_t entry = delete_lsu_entry();
+    return entry != nullptr ? entry(given_up_copy(lsu)) : int{STS_ERR_NOT_SUPPORTED};
 }
 
 // --- a server ----------------------------------------------------------------------------------
 
 host_server::host_server(const plugin_host& host, const sts_session_def_v7_t& session,
                          std::string name)
-    : host_(host), name_(std::move(name)) {
+    : host_(host), session_(session), name_(std::move(name)) {
     require_ok(entries().claim_v7(name_.c_str()), "claiming the server name", name_);
-    require_ok(entries().open_server_v7(&session, name_.c_str(), nullptr, 0, &handle_),
+    require_ok(entries().open_server_v7(&session_, name_.c_str(), nullptr, 0, &handle_),
                "opening the server", name_);
 }
 
@@ -242,8 +235,10 @@ sts_image_info_s host_server::image_info(const std::string& lsu, const std::stri
     const sts_lsu_ref_s reference = ref(lsu);
     const sts_image_def_s definition = image_definition(image);
     sts_image_info_s info = {};
-    require_ok(entries().get_image_prop_byname_v10(&reference, &definition, &info),
-               "reading the properties of", image);
+    const int status = entries().get_image_prop_byname_v10(&reference, &definition, &info);
+    if (status != STS_OK) {
+        throw failed("reading the properties of the image", image, name_, status);
+    }
     return info;
 }
 
@@ -257,19 +252,32 @@ host_image host_server::create_image(const std::string& lsu, const std::string& 
     return {*this, handle, image};
 }
 
-host_image host_server::open_image(const std::string& lsu, const std::string& image) const {
+host_image host_server::open_image(const std::string& lsu, const std::string& image,
+                                   uint32_t flags) const {
     const sts_lsu_ref_s reference = ref(lsu);
     const sts_image_def_s definition = image_definition(image);
     throttling_image_s* handle = nullptr;
-    require_ok(entries().open_image_v10(&reference, &definition, STS_IMAGE_READ, &handle),
-               "opening the image", image);
+    const int status = entries().open_image_v10(&reference, &definition, flags, &handle);
+    if (status != STS_OK) {
+        throw failed("opening the image", image, name_, status);
+    }
     return {*this, handle, image};
 }
 
-void host_server::delete_image(const std::string& lsu, const std::string& image) const {
+int host_server::delete_by_name(const std::string& lsu, const std::string& image) const {
     const sts_lsu_ref_s reference = ref(lsu);
     const sts_image_def_s definition = image_definition(image);
-    entries().delete_image_v10(&reference, &definition, no_flags);
+    return entries().delete_image_v10(&reference, &definition, no_flags);
+}
+
+void host_server::delete_image(const std::string& lsu, const std::string& image) const {
+    if (const int status = delete_by_name(lsu, image)) {
+        throw failed("deleting the image", image, name_, status);
+    }
+}
+
+void host_server::discard_image(const std::string& lsu, const std::string& image) const {
+    (void)delete_by_name(lsu, image);
 }
 
 // --- an image ----------------------------------------------------------------------------------
@@ -297,7 +305,8 @@ int host_image::write(const void* buffer, uint64_t length, uint64_t position, ui
     return entries_.write_image_v7(handle_, 0, buffer, length, position, &moved);
 }
 
-void host_image::close(sts_close_mode_t mode) {
-    throttling_image_s* const handle = std::exchange(handle_, nullptr);
-    require_ok(entries_.close_image_v7(handle, mode, 0), "closing the image", name_);
+void host_image::close(sts_close_mode_t mode) { require_ok(end(mode), "closing the image", name_); }
+
+int host_image::end(sts_close_mode_t mode) {
+    return entries_.close_image_v7(std::exchange(handle_, nullptr), mode, 0);
 }

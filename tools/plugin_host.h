@@ -29,13 +29,22 @@ class plugin_host {
     plugin_host& operator=(const plugin_host&) = delete;
 
     const stspi_ep_t& entries() const { return *entries_; }
-    /// Makes an LSU; not in the entry table, but in the second one.
+    /// Makes and deletes an LSU: STS_ERR_NOT_SUPPORTED when the second table has no such entry.
     int create_lsu(throttling_server_s* server, const sts_lsu_def_s& definition) const;
+    int delete_lsu(const sts_lsu_ref_s& lsu) const;
     const std::string& version() const { return version_; }
+    /// Never stops it: for when somebody else has.
+    void let_go() { entries_ = nullptr; }
+
+    /// The entries of the second table, by the slots that they have there; null where it has none.
+    using create_lsu_t = int (*)(throttling_server_s*, const sts_lsu_def_s*, void***);
+    using delete_lsu_t = int (*)(sts_lsu_ref_s*);
+    create_lsu_t create_lsu_entry() const;
+    delete_lsu_t delete_lsu_entry() const;
 
   private:
     const stspi_ep_t* entries_ = nullptr;
-    void* create_lsu_ = nullptr;
+    void* const* second_entries_ = nullptr;
     std::string version_;
 };
 
@@ -59,10 +68,13 @@ class host_image {
     host_image& operator=(const host_image&) = delete;
 
     const std::string& name() const { return name_; }
+    throttling_image_s* handle() const { return handle_; }
     /// Both return the status and leave the count in `moved`. They wait where the plugin paces.
     int read(void* buffer, uint64_t length, uint64_t position, uint64_t& moved);
     int write(const void* buffer, uint64_t length, uint64_t position, uint64_t& moved);
     void close(sts_close_mode_t mode);
+    /// The same, with the status as its answer.
+    int end(sts_close_mode_t mode);
     /// Never closes it: for when a close would end the process.
     void let_go() { handle_ = nullptr; }
 
@@ -83,6 +95,10 @@ class host_server {
     host_server& operator=(const host_server&) = delete;
 
     const std::string& name() const { return name_; }
+    throttling_server_s* handle() const { return handle_; }
+    const sts_session_def_v7_t& session() const { return session_; }
+    /// The record that names an LSU of it.
+    sts_lsu_ref_s ref(const std::string& lsu) const;
     std::vector<std::string> lsus();
     /// Fails, with the names that are there, unless the LSU is.
     void require_lsu(const std::string& lsu);
@@ -93,17 +109,25 @@ class host_server {
     sts_image_info_s image_info(const std::string& lsu, const std::string& image) const;
     host_image create_image(const std::string& lsu, const std::string& image,
                             const std::string& group) const;
-    host_image open_image(const std::string& lsu, const std::string& image) const;
-    /// Deletes a closed image and says nothing of it: for what is left of a failure.
+    /// `flags` of sts_image_flag_t.
+    host_image open_image(const std::string& lsu, const std::string& image,
+                          uint32_t flags = STS_IMAGE_READ) const;
     void delete_image(const std::string& lsu, const std::string& image) const;
+    /// The same without a word of what came of it: for what is left of a failure.
+    void discard_image(const std::string& lsu, const std::string& image) const;
     void close();
+    /// Never closes it: for when somebody else has.
+    void let_go() { handle_ = nullptr; }
 
     const stspi_ep_t& entries() const { return host_.entries(); }
 
+    const plugin_host& host() const { return host_; }
+
   private:
-    sts_lsu_ref_s ref(const std::string& lsu) const;
+    int delete_by_name(const std::string& lsu, const std::string& image) const;
 
     const plugin_host& host_;
+    const sts_session_def_v7_t session_;
     std::string name_;
     throttling_server_s* handle_ = nullptr;
     size_t passed_over_ = 0;

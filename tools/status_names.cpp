@@ -57,3 +57,9 @@ status_failure failed(const std::string& operation, const std::string& object, i
     return status_failure(
         fmt::format("{} \"{}\" failed: {}", operation, object, status_text(status)));
 }
+
+status_failure failed(const std::string& operation, const std::string& object,
+                      const std::string& server, int status) {
+    return status_failure(fmt::format("{} \"{}\" of the server \"{}\" failed: {}", operation,
+                                      object, server, status_text(status)));
+}

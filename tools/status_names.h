@@ -15,3 +15,7 @@ struct status_failure : failure {
 
 /// The failure of `operation` on `object` with `status`.
 status_failure failed(const std::string& operation, const std::string& object, int status);
+
+/// The same, with the server that the object is of.
+status_failure failed(const std::string& operation, const std::string& object,
+                      const std::string& server, int status);

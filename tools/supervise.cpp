@@ -3,47 +3,24 @@
 #include "tools/console.h"
 #include "tools/failure.h"
 #include "tools/progress.h"
+#include "tools/signals.h"
 
 #include <atomic>
+#include <chrono>
 #include <csignal>
-#include <ctime>
-#include <pthread.h>
 #include <thread>
 #include <unistd.h>
 
 namespace {
 
-constexpr long look_interval = 50'000'000; // nanoseconds
+constexpr auto look_interval = std::chrono::milliseconds(50);
 
-/// While one lives, SIGINT and SIGTERM are only taken by `next`. Threads made meanwhile don't see
-/// them either.
-class signals {
-  public:
-    signals() {
-        sigemptyset(&waited_for_);
-        sigaddset(&waited_for_, SIGINT);
-        sigaddset(&waited_for_, SIGTERM);
-        pthread_sigmask(SIG_BLOCK, &waited_for_, &before_);
-
-        // Cuts a sleep short and does nothing else.
-        struct sigaction nudge = {};
-        nudge.sa_handler = [](int) {};
-        sigaction(SIGUSR1, &nudge, nullptr);
-    }
-    ~signals() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-    signals(const signals&) = delete;
-    signals& operator=(const signals&) = delete;
-
-    /// Waits a moment. True when a signal came.
-    bool next() const {
-        const timespec moment = {0, look_interval};
-        return sigtimedwait(&waited_for_, nullptr, &moment) > 0;
-    }
-
-  private:
-    sigset_t waited_for_ = {};
-    sigset_t before_ = {};
-};
+/// SIGUSR1 ends a sleep and does nothing else.
+void let_sleeps_be_cut_short() {
+    struct sigaction nudge = {};
+    nudge.sa_handler = [](int) {};
+    sigaction(SIGUSR1, &nudge, nullptr);
+}
 
 void take_signal(transfer& run) {
     if (run.is_interrupted()) {
@@ -58,6 +35,7 @@ void take_signal(transfer& run) {
 
 std::exception_ptr supervise(transfer& run, const std::function<void()>& job) {
     const signals caught;
+    let_sleeps_be_cut_short();
     std::exception_ptr thrown;
     std::atomic<bool> done{false};
     std::thread worker([&] {
@@ -73,7 +51,7 @@ std::exception_ptr supervise(transfer& run, const std::function<void()>& job) {
     });
     progress_view view(run);
     while (!done) {
-        if (caught.next()) {
+        if (caught.next(look_interval)) {
             take_signal(run);
         }
         if (run.is_stopping()) {

@@ -116,7 +116,7 @@ class UnprivilegedBackup : public ToolTest {
         fs::create_directories(path("installed/bin"));
         fs::create_directories(path("installed/lib"));
         fs::copy(program, path("installed/bin/throttlectl"));
-        for (const char* library : {PLUGIN, STORAGE_LIBRARY, COMMON_LIBRARY}) {
+        for (const char* library : {PLUGIN, STORAGE_LIBRARY, COMMON_LIBRARY, ORB_LIBRARY}) {
             fs::copy(library, path("installed/lib"));
         }
         give_away("conf");

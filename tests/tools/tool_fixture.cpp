@@ -3,6 +3,7 @@
 #include "tests/support/conf_dir.h"
 #include "tests/support/host_session.h"
 #include "tools/plugin_host.h"
+#include "tools/records.h"
 
 #include <cstdlib>
 #include <regex>
@@ -45,6 +46,17 @@ ended ToolTest::tool(const std::vector<std::string>& arguments) const {
     return run_process(all, how);
 }
 
+ended ToolTest::on_server(const std::vector<std::string>& arguments) const {
+    return on_server(server(), arguments);
+}
+
+ended ToolTest::on_server(const std::string& name,
+                          const std::vector<std::string>& arguments) const {
+    std::vector<std::string> all = arguments;
+    all.insert(all.end(), {"--conf-dir", path("conf"), "--server", name});
+    return tool(all);
+}
+
 void ToolTest::write_settings(const std::string& text) const {
     write_text(path("conf/libstspithrottling.conf"), text);
 }
@@ -83,6 +95,26 @@ std::string ToolTest::get_image(const std::string& image) const {
     read.close(STS_CLOSE_COMPLETE);
     there.close();
     return bytes;
+}
+
+void ToolTest::fill_store() const {
+    setenv("VL_CONF_DIR", path("conf").c_str(), 1);
+    const plugin_host host(PLUGIN);
+    host_server there(host, host_session(), server());
+    EXPECT_EQ(host.create_lsu(there.handle(), lsu_definition("daily", "tape3")), STS_OK);
+    EXPECT_EQ(host.create_lsu(there.handle(), lsu_definition("weekly", "")), STS_OK);
+    const std::string meta = "catalogue";
+    uint64_t moved = 0;
+    host_image first = there.create_image("daily", "a", "full");
+    EXPECT_EQ(first.write("hello there", 11, 0, moved), STS_OK);
+    EXPECT_EQ(there.entries().write_image_meta(first.handle(), forwarded(meta.data()), meta.size(),
+                                               0, forwarded(&moved), 0),
+              STS_OK);
+    first.close(STS_CLOSE_COMPLETE);
+    host_image second = there.create_image("daily", "b", "");
+    EXPECT_EQ(second.write("12345", 5, 0, moved), STS_OK);
+    second.close(STS_CLOSE_COMPLETE);
+    there.close();
 }
 
 void write_text(const std::string& path, const std::string& text) { conf_dir::write(path, text); }

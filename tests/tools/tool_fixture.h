@@ -22,6 +22,10 @@ class ToolTest : public testing::Test {
     /// Runs "throttlectl ARGUMENTS" just so.
     ended tool(const std::vector<std::string>& arguments) const;
 
+    /// Runs "throttlectl ARGUMENTS" on our server, or on another.
+    ended on_server(const std::vector<std::string>& arguments) const;
+    ended on_server(const std::string& name, const std::vector<std::string>& arguments) const;
+
     /// Settings that throttle nothing, unless a test writes others.
     void write_settings(const std::string& text) const;
 
@@ -34,6 +38,9 @@ class ToolTest : public testing::Test {
     /// there.
     void put_image(const std::string& image, const std::string& bytes) const;
     std::string get_image(const std::string& image) const;
+    /// Makes the LSUs "daily", labelled "tape3", and "weekly"; in "daily" the images "a", of the
+    /// group "full", with metadata, and "b".
+    void fill_store() const;
 
     std::filesystem::path root;
     process_options how; ///< to run the tool

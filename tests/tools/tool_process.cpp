@@ -73,8 +73,12 @@ tool_process::~tool_process() {
 
 void tool_process::send(int signal) const { kill(pid_, signal); }
 
-bool tool_process::await_err(const std::string& text) const {
-    const auto is_shown = [&] { return conf_dir::read(err_path_).find(text) != std::string::npos; };
+bool tool_process::await_err(const std::string& text) const { return await(err_path_, text); }
+
+bool tool_process::await_out(const std::string& text) const { return await(out_path_, text); }
+
+bool tool_process::await(const std::string& file, const std::string& text) const {
+    const auto is_shown = [&] { return conf_dir::read(file).find(text) != std::string::npos; };
     while (!is_shown()) {
         siginfo_t end = {};
         waitid(P_PID, static_cast<id_t>(pid_), &end, WEXITED | WNOHANG | WNOWAIT);

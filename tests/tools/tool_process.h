@@ -33,10 +33,13 @@ class tool_process {
     void send(int signal) const;
     /// Waits until `text` stands on its standard error. False when it ends before.
     bool await_err(const std::string& text) const;
+    bool await_out(const std::string& text) const; ///< the same on its standard output
     /// Waits for its end.
     ended wait();
 
   private:
+    bool await(const std::string& file, const std::string& text) const;
+
     pid_t pid_;
     std::string out_path_;
     std::string err_path_;

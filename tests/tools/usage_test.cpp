@@ -63,6 +63,39 @@ TEST_F(Usage, HelpOfEveryCommandShowsAnExample) {
     EXPECT_THAT(tool({"run", "--help"}).out, HasSubstr("slept_seconds"));
 }
 
+TEST_F(Usage, HelpOfEveryCommandOnAServerShowsExamplesOfIt) {
+    for (const std::vector<std::string>& command :
+         std::vector<std::vector<std::string>>{{"lsu"},
+                                               {"lsu", "list"},
+                                               {"lsu", "show"},
+                                               {"lsu", "create"},
+                                               {"lsu", "delete"},
+                                               {"lsu", "label"},
+                                               {"lsu", "find"},
+                                               {"image"},
+                                               {"image", "list"},
+                                               {"image", "groups"},
+                                               {"image", "show"},
+                                               {"image", "delete"},
+                                               {"image", "copy"},
+                                               {"image", "meta"},
+                                               {"events"},
+                                               {"config"},
+                                               {"config", "get"},
+                                               {"config", "set"},
+                                               {"call"}}) {
+        std::vector<std::string> arguments = command;
+        arguments.emplace_back("--help");
+        const ended help = tool(arguments);
+        EXPECT_EQ(help.code, 0);
+        std::string example = "Examples:\n  throttlectl";
+        for (const std::string& each : command) {
+            example += " " + each;
+        }
+        EXPECT_THAT(help.out, HasSubstr(example));
+    }
+}
+
 TEST_F(Usage, PreviewShowsTheWeekOfTheSettings) {
     write_settings("THR:SAMPLE_INTERVAL=30\nTHR:AVAIL_BANDWIDTH=1048576\n"
                    "THR:WORK_TIME_BANDWIDTH_PERCENT=50\nTHR:READ_BANDWIDTH_PERCENT=101\n");

@@ -1,0 +1,73 @@
+// The commands of the program, each in a file of its own: its options, its help and what it does.
+// What has to be done once the arguments are known is left in `request::action`.
+#pragma once
+
+#include "tools/operation.h"
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <string>
+#include <vector>
+
+/// What the arguments ask for.
+struct request {
+    std::string conf_dir;
+    server_options common; ///< the server's name only of commands that have one server and no run
+    bool shows_problems = false;
+    bool is_verbose = false;
+    std::function<int()> action; ///< returns what the program ends with
+};
+
+void add_run(CLI::App& app, request& asked);
+void add_preview(CLI::App& app, request& asked);
+void add_lsu(CLI::App& app, request& asked);
+void add_image(CLI::App& app, request& asked);
+void add_events(CLI::App& app, request& asked);
+void add_config(CLI::App& app, request& asked);
+void add_call(CLI::App& app, request& asked);
+
+// --- what they have in common ------------------------------------------------------------------
+
+constexpr const char* name_help = "NAME is a full server name, CS_throttle:TYPE:disk:ROOT. ROOT is "
+                                  "where the disk storage keeps its\n"
+                                  "LSUs. TYPE is a name of your own; servers of the type "
+                                  "\"global\" are paced by default settings.\n";
+
+constexpr const char* common_help = "--conf-dir, --plugin, --log and -v may stand here too; "
+                                    "\"throttlectl --help\" tells of them.\n";
+
+constexpr const char* exit_help =
+    "Ends with 0 when all is well, 1 when an operation failed or a comparison found differences,\n"
+    "2 when the arguments are wrong, 130 when it was interrupted.\n";
+
+constexpr const char* example_server = " --server CS_throttle:t1:disk:/srv/store";
+
+inline std::string example(const std::string& text) {
+    return "\nExample:\n  throttlectl " + text + "\n";
+}
+
+/// What stands below the options of a command on a server: `more`, and examples of it.
+inline std::string command_help(const std::string& more, const std::vector<std::string>& examples) {
+    std::string text = std::string(name_help) + more + common_help + "\nExamples:\n";
+    for (const std::string& each : examples) {
+        text += "  throttlectl " + each + "\n";
+    }
+    return text;
+}
+
+inline void add_server(CLI::App& app, std::string& server) {
+    app.add_option("--server", server, "The server's full name")->required()->type_name("NAME");
+}
+
+inline void add_lsu_option(CLI::App& app, std::string& lsu) {
+    app.add_option("--lsu", lsu, "The LSU")->required()->type_name("LSU");
+}
+
+inline void add_json(CLI::App& app, bool& as_json) {
+    app.add_flag("--json", as_json, "Print it for a program");
+}
+
+/// `action` is what the arguments ask for when `app` is the command that they name.
+inline void chooses(CLI::App& app, request& asked, const std::function<int()>& action) {
+    app.callback([&asked, action] { asked.action = action; });
+}

@@ -1,0 +1,70 @@
+// The records that cross to the plugin: texts into their fields, and what they hold as the fields
+// of an object, for people and programs alike.
+#pragma once
+
+#include "platform/sts/sts_records.h"
+
+#include <cstring>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+using json = nlohmann::ordered_json;
+
+// --- in ----------------------------------------------------------------------------------------
+
+/// Copies `text` into a field of `size` bytes. Fails, naming `what` it is, when it is too long.
+void copy_text_to(char* field, size_t size, const std::string& text, const std::string& what);
+
+template <size_t size>
+void copy_text(char (&field)[size], const std::string& text, const std::string& what) {
+    copy_text_to(field, size, text, what);
+}
+
+sts_image_def_s image_definition(const std::string& image, const std::string& group = {});
+sts_lsu_def_s lsu_definition(const std::string& lsu, const std::string& label);
+
+/// A copy that the plugin frees.
+sts_lsu_ref_s* given_up_copy(const sts_lsu_ref_s& lsu);
+
+/// A pointer as a forwarded value.
+inline sts_forwarded_t forwarded(const void* pointer) {
+    return reinterpret_cast<sts_forwarded_t>(pointer);
+}
+
+// --- out ---------------------------------------------------------------------------------------
+
+/// A text field that the other side should have terminated.
+template <size_t size>
+std::string text_of(const char (&field)[size]) {
+    return {field, strnlen(field, size)};
+}
+
+json fields_of(const sts_server_info_s& info);
+json fields_of(const sts_lsu_info_s& info);
+json fields_of(const sts_lsu_entry_s& entry);
+json fields_of(const sts_image_info_s& info);
+json fields_of(const sts_image_entry_s& entry);
+json fields_of(const sts_image_group_s& group);
+json fields_of(const sts_async_status_s& status);
+json fields_of(const sts_event_s& event);
+json fields_of(const sts_event_payload_s& payload);
+/// Of all peers before the first that is empty.
+json fields_of(const std::vector<sts_replication_peer_s>& peers);
+
+/// The names of the kinds of events, by sts_event_kind_t - 1: "image-created", ...
+const std::vector<std::string>& event_kinds();
+
+/// As text on one line; `indent` at least 0: on several. Names are bytes: what is no UTF-8 in them
+/// is replaced.
+std::string dumped(const json& value, int indent = -1);
+
+/// A table with a line of headings; the columns stand as wide as they have to.
+std::string columns_text(const std::vector<std::string>& headings,
+                         const std::vector<std::vector<std::string>>& lines);
+
+/// An object as lines, its names in one column and its values behind them.
+std::string field_lines(const json& object);
+
+/// Local time, "2026-11-21 14:03:22".
+std::string time_text(int64_t seconds);
