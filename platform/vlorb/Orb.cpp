@@ -13,10 +13,23 @@
 #include "interfaces/wide_code_set.h"
 
 #include <cstdlib>
+#include <memory>
 #include <mutex>
 #include <netdb.h>
+#include <omniORB4/callDescriptor.h>
+#include <omniORB4/omniInterceptors.h>
 #include <omniORB4/omniORB.h>
 #include <omniORB4/sslContext.h>
+#include <openssl/err.h>
+#include <openssl/ssl.h>
+
+// The call behind a request, which the ORB's interceptors don't tell of; in this order alone.
+// clang-format off
+#include <omniORB4/internal/giopStream.h>
+#include <omniORB4/internal/giopRope.h>
+#include <omniORB4/internal/giopStrand.h>
+#include <omniORB4/internal/GIOP_C.h>
+// clang-format on
 
 namespace {
 
@@ -36,24 +49,77 @@ const char* options[][2] = {
     {nullptr, nullptr},
 };
 
-// Nothing is sent twice: what the ORB would send again by itself fails at once.
-CORBA::Boolean transient(void*, CORBA::ULong, const CORBA::TRANSIENT&) { return false; }
-CORBA::Boolean timed_out(void*, CORBA::ULong, const CORBA::TIMEOUT&) { return false; }
-CORBA::Boolean broken(void*, CORBA::ULong, const CORBA::COMM_FAILURE&) { return false; }
-CORBA::Boolean failed(void*, CORBA::ULong, const CORBA::SystemException&) { return false; }
+// Nothing is sent twice: what the ORB would send again by itself fails at once. It asks these
+// handlers in most cases; a connection that its service closes in good order it replaces without
+// asking, again and again, so a request is stopped on its way when it is the very one that its
+// thread sent last and that has neither an answer nor failed: the same call, the same deadline.
+struct sent_request {
+    const omniCallDescriptor* call = nullptr; ///< null: answered or failed
+    omni_time_t deadline;
+};
+thread_local sent_request last_sent;
 
-void switch_off_retries() {
-    omniORB::installTransientExceptionHandler(nullptr, transient);
-    omniORB::installTimeoutExceptionHandler(nullptr, timed_out);
-    omniORB::installCommFailureExceptionHandler(nullptr, broken);
-    omniORB::installSystemExceptionHandler(nullptr, failed);
+template <class Failure>
+CORBA::Boolean fails_at_once(void*, CORBA::ULong, const Failure&) {
+    last_sent = {};
+    return false;
 }
 
-/// The certificates are read when the ORB starts, and then stand for the whole process.
+CORBA::Boolean starts(omni::omniInterceptors::clientSendRequest_T::info_T& request) {
+    omniCallDescriptor* const call = request.giop_c.calldescriptor();
+    if (call == last_sent.call && call->getDeadline() == last_sent.deadline) {
+        last_sent = {};
+        throw CORBA::COMM_FAILURE(0, CORBA::COMPLETED_MAYBE);
+    }
+    last_sent = {call, call->getDeadline()};
+    return true;
+}
+
+CORBA::Boolean is_answered(omni::omniInterceptors::clientReceiveReply_T::info_T&) {
+    last_sent = {};
+    return true;
+}
+
+void switch_off_repeats() {
+    omniORB::installTransientExceptionHandler(nullptr, fails_at_once<CORBA::TRANSIENT>);
+    omniORB::installTimeoutExceptionHandler(nullptr, fails_at_once<CORBA::TIMEOUT>);
+    omniORB::installCommFailureExceptionHandler(nullptr, fails_at_once<CORBA::COMM_FAILURE>);
+    omniORB::installSystemExceptionHandler(nullptr, fails_at_once<CORBA::SystemException>);
+    omniORB::getInterceptors()->clientSendRequest.add(starts);
+    omniORB::getInterceptors()->clientReceiveReply.add(is_answered);
+}
+
+/// The certificates are read when the ORB starts, and then stand for the whole process. It never
+/// starts again in a process where it couldn't read them, so they are tried before.
 void name_certificates() {
-    sslContext::certificate_authority_file = getenv("VLSL_TLS_CA");
-    sslContext::key_file = getenv("VLSL_TLS_KEY");
+    static std::string authority;
+    static std::string key;
+    const auto named = [](const char* variable) {
+        const char* const file = getenv(variable);
+        return std::string(file != nullptr ? file : "");
+    };
+    authority = named("VLSL_TLS_CA");
+    key = named("VLSL_TLS_KEY");
+    const std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> trial(SSL_CTX_new(TLS_client_method()),
+                                                                  SSL_CTX_free);
+    if (trial != nullptr) { // a key under a passphrase isn't asked for on the host's terminal
+        SSL_CTX_set_default_passwd_cb(trial.get(), [](char*, int, int, void*) { return 0; });
+    }
+    if (trial == nullptr ||
+        SSL_CTX_load_verify_locations(trial.get(), authority.c_str(), nullptr) != 1 ||
+        SSL_CTX_use_certificate_chain_file(trial.get(), key.c_str()) != 1 ||
+        SSL_CTX_use_PrivateKey_file(trial.get(), key.c_str(), SSL_FILETYPE_PEM) != 1) {
+        ERR_clear_error();
+        throw CORBA::INITIALIZE(0, CORBA::COMPLETED_NO);
+    }
+    sslContext::certificate_authority_file = authority.c_str();
+    sslContext::key_file = key.c_str();
     sslContext::key_file_password = "";
+}
+
+void name_no_certificates() {
+    sslContext::certificate_authority_file = nullptr;
+    sslContext::key_file = nullptr;
 }
 
 std::string port_of(const std::string& service) {
@@ -99,15 +165,13 @@ void Orb::init(ACE_Abstract_Timer_Queue<ACE_Event_Handler*>* /*timers*/) {
         return;
     }
     const std::lock_guard lock(running_guard);
-    if (force_oxss_iop) {
-        name_certificates();
-    }
+    force_oxss_iop ? name_certificates() : name_no_certificates();
     register_wide_code_set();
     int argc = 0;
     char* argv[] = {nullptr};
     orb = CORBA::ORB_init(argc, argv, "omniORB4", options);
     ++running;
-    switch_off_retries();
+    switch_off_repeats();
 }
 
 void Orb::setOrbRequestTimeout(const ACE_Time_Value& timeout) {
