@@ -40,7 +40,7 @@ def mend(module, name, old, new):
     """Replaces `old`, which must be there, in the template `name` of the standard back-end."""
     text = getattr(module, name)
     if old not in text:
-        raise SystemExit("vlsl_cxx: omniidl's template %s isn't the one that is mended here:\n%s" % (name, old))
+        raise SystemExit("vlsl_cxx: omniidl's template %s doesn't hold:\n%s" % (name, old))
     setattr(module, name, text.replace(old, new))
 
 
@@ -64,17 +64,24 @@ def mend_value_tag():
 
 # _copy_value, which the standard back-end makes for every value, out of a registered factory and of
 # copies of the nested values, exists for the first value of a chain of versions alone: a later one
-# inherits it, so its copy is one of the first type. It needs no factory, and the copy holds what
-# the initialising constructor makes of the members that the accessors give.
-DECLARE_COPY = between(value.value_class, "#ifdef OMNI_HAVE_COVARIANT_RETURNS", "  // Definitions in")
-DEFINE_COPY = between(value.value_functions, "#ifdef OMNI_HAVE_COVARIANT_RETURNS", "@fqname@::@name@()  {}")
+# inherits it, so its copy is one of the first type. It needs no factory, reads through the accessors
+# and shares nested values. The members are set one by one, since the ORB ends the process when a
+# value's constructor throws, as the initialising one does when there's no room for a text.
+COPY = "#ifdef OMNI_HAVE_COVARIANT_RETURNS"
+DECLARE_COPY = between(value.value_class, COPY, "  // Definitions in")
+DEFINE_COPY = between(value.value_functions, COPY, "@fqname@::@name@()  {}")
 VALUE_COPY = """\
 @fqname@*
 @fqname@::_copy_value()
 {
-  return vlsl_support::allocated([this] {
-    return new (std::nothrow) OBV_@fqname@(@members@);
-  });
+  @fqname@_var _v(vlsl_support::allocated(new (std::nothrow) OBV_@fqname@()));
+  try {
+    @copy_members@
+  }
+  catch (const std::bad_alloc&) {
+    vlsl_support::no_memory();
+  }
+  return _v._retn();
 }
 """
 
@@ -91,7 +98,7 @@ def mend_factory():
         value,
         "valuefactory_create_for_unmarshal",
         "return new OBV_@fqname@();",
-        "return vlsl_support::allocated([] { return new (std::nothrow) OBV_@fqname@(); });",
+        "return vlsl_support::allocated(new (std::nothrow) OBV_@fqname@());",
     )
 
 
@@ -132,8 +139,9 @@ class ValueType(value.ValueType):
     def skel_defs(self, stream, visitor):
         super().skel_defs(stream, visitor)
         if self.is_first_of_chain():
-            members = ", ".join("%s()" % name for name in self._astdecl._cxx_statememberl)
-            stream.out(VALUE_COPY, fqname=self._fullname.fullyQualify(), members=members)
+            members = self._astdecl._cxx_statememberl
+            copies = "\n".join("_v->%s(%s());" % (name, name) for name in members)
+            stream.out(VALUE_COPY, fqname=self._fullname.fullyQualify(), copy_members=copies)
 
 
 # A long double travels as IEEE binary128, whatever the machine's own is. The schema has it in
@@ -175,7 +183,8 @@ def mend_reference_factory():
 
 
 def mend_includes():
-    mend(header_template, "main", "@cxx_direct_include@\n", "@cxx_direct_include@\n#include <vlsl_support.h>\n")
+    includes = "@cxx_direct_include@\n"
+    mend(header_template, "main", includes, includes + "#include <vlsl_support.h>\n")
 
 
 def run(tree, args):

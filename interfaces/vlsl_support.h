@@ -11,16 +11,15 @@
 
 namespace vlsl_support {
 
-// The value that `make` allocates with a non-throwing new; CORBA::NO_MEMORY when there's no room
-// for it or for what it holds.
-template <class Make>
-auto allocated(Make make) -> decltype(make()) {
-    try {
-        if (auto value = make())
-            return value;
-    } catch (const std::bad_alloc&) {
+[[noreturn]] inline void no_memory() { throw CORBA::NO_MEMORY(0, CORBA::COMPLETED_NO); }
+
+// What a non-throwing new gave, which is CORBA::NO_MEMORY if it gave nothing.
+template <class Value>
+Value* allocated(Value* value) {
+    if (!value) {
+        no_memory();
     }
-    throw CORBA::NO_MEMORY(0, CORBA::COMPLETED_NO);
+    return value;
 }
 
 // IEEE 754 binary128, the form of a long double on the wire.
