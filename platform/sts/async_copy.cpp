@@ -4,6 +4,7 @@
 
 #include "platform/sts/image.h"
 #include "platform/sts/operations.h"
+#include "platform/sts/plugin_calls.h"
 #include "platform/sts/replication.h"
 
 #include <algorithm>
@@ -160,6 +161,9 @@ copy_job prepare(const sts_image_def_s& source, const sts_lsu_ref_s* lsu,
 int async_copy_image(const sts_session_def_v7_t* /*session*/, sts_forwarded_t source,
                      const sts_lsu_ref_s* lsu, sts_forwarded_t target, sts_next_operation_s** out,
                      uint32_t flags, sts_copy_params_s params) {
+    if (lsu != nullptr && is_of_plugin(lsu->server)) {
+        return copy_plugin_image(source, lsu, target, out, flags, params);
+    }
     const auto* const image_def = pointer_of<const sts_image_def_s>(source);
     const auto* const copy_target = pointer_of<const sts_copy_target_s>(target);
     require(image_def != nullptr && copy_target != nullptr && out != nullptr && flags == 0);
@@ -169,9 +173,12 @@ int async_copy_image(const sts_session_def_v7_t* /*session*/, sts_forwarded_t so
     return STS_OK;
 }
 
-int async_wait(const sts_session_def_v7_t* /*session*/, sts_next_operation_s* operation_handle,
+int async_wait(const sts_session_def_v7_t* session, sts_next_operation_s* operation_handle,
                int32_t limit, sts_async_status_s* status) {
     require(status != nullptr);
+    if (is_of_plugin(operation_handle)) {
+        return wait_for_plugin_copy(session, operation_handle, limit, status);
+    }
     // Not borrowed while we wait: the operation may be closed meanwhile.
     const std::shared_ptr<progress> shared = borrowed<operation>(operation_handle)->shared;
     *status = shared->wait(limit);
@@ -181,7 +188,10 @@ int async_wait(const sts_session_def_v7_t* /*session*/, sts_next_operation_s* op
     return STS_OK;
 }
 
-int async_cancel(const sts_session_def_v7_t* /*session*/, sts_next_operation_s* operation_handle) {
+int async_cancel(const sts_session_def_v7_t* session, sts_next_operation_s* operation_handle) {
+    if (is_of_plugin(operation_handle)) {
+        return cancel_plugin_copy(session, operation_handle);
+    }
     borrowed<operation>(operation_handle)->shared->cancel();
     return STS_OK;
 }

@@ -4,6 +4,7 @@
 
 #include "platform/sts/event_log.h"
 #include "platform/sts/operations.h"
+#include "platform/sts/plugin_calls.h"
 
 #include <cstring>
 #include <mutex>
@@ -12,39 +13,50 @@ namespace disk {
 
 namespace {
 
-/// What a channel receives of one server.
-struct event_source {
-    std::shared_ptr<store> files;
-    std::string lsu; ///< empty for all
-    uint64_t kinds;  ///< 0 for all
-    uint64_t seen;   ///< the number of the last event that was looked at
+/// The events of a server of ours.
+class disk_event_source : public event_source {
+  public:
+    disk_event_source(std::shared_ptr<store> files, std::string lsu, uint64_t kinds, uint64_t seen)
+        : files_(std::move(files)), lsu_(std::move(lsu)), kinds_(kinds), seen_(seen) {}
+
+    int next(sts_event_s* event) override {
+        for (const uint64_t last = last_event(*files_); seen_ < last;) {
+            ++seen_;
+            const std::optional<kept_event> kept = read_event(*files_, seen_);
+            if (kept && wants(kept->record)) {
+                *event = kept->record;
+                fill(event->server_name, files_->server_name);
+                return STS_OK;
+            }
+        }
+        return STS_ERR_NO_EVENT;
+    }
+
+  private:
+    bool wants(const sts_event_s& event) const {
+        return (kinds_ == 0 || (kinds_ >> event.kind & 1U) != 0) &&
+               (lsu_.empty() || lsu_ == event.lsu);
+    }
+
+    std::shared_ptr<store> files_;
+    std::string lsu_; ///< empty for all
+    uint64_t kinds_;  ///< 0 for all
+    uint64_t seen_;   ///< the number of the last event that was looked at
 };
 
 struct channel : object {
     static constexpr handle_kind kind = handle_kind::channel;
+    channel(const sts_session_def_v7_t& owner, sts_forwarded_t given_first,
+            sts_forwarded_t given_second)
+        : session(owner), first(given_first), second(given_second) {}
+
+    const sts_session_def_v7_t session; // this and the next two are for plugins
+    const sts_forwarded_t first;
+    const sts_forwarded_t second;
     std::mutex guard; // of what follows
-    std::vector<event_source> sources;
+    std::vector<std::unique_ptr<event_source>> sources;
     size_t turn = 0; // the source that is looked at first
 };
-
-bool wants(const event_source& source, const sts_event_s& event) {
-    return (source.kinds == 0 || (source.kinds >> event.kind & 1U) != 0) &&
-           (source.lsu.empty() || source.lsu == event.lsu);
-}
-
-/// Gives the source's next event; false when none is waiting.
-bool next_event(event_source& source, sts_event_s& out) {
-    for (const uint64_t last = last_event(*source.files); source.seen < last;) {
-        ++source.seen;
-        const std::optional<kept_event> event = read_event(*source.files, source.seen);
-        if (event && wants(source, event->record)) {
-            out = event->record;
-            fill(out.server_name, source.files->server_name);
-            return true;
-        }
-    }
-    return false;
-}
 
 /// The number behind which a channel begins.
 uint64_t start_of(const store& files, sts_forwarded_t start) {
@@ -57,26 +69,33 @@ uint64_t start_of(const store& files, sts_forwarded_t start) {
     return oldest == 0 ? last : oldest - 1;
 }
 
+std::unique_ptr<event_source>
+open_disk_events(const char* server_name, const sts_event_source_s& wanted, sts_forwarded_t start) {
+    std::shared_ptr<store> files = open_store(server_name, missing_root::fails);
+    const uint64_t seen = start_of(*files, start);
+    return std::make_unique<disk_event_source>(std::move(files), text_of(wanted.lsu), wanted.kinds,
+                                               seen);
+}
+
 } // namespace
 
-int open_evchannel(sts_next_session_s* session, sts_forwarded_t /*unused_2*/,
-                   sts_forwarded_t /*unused_3*/, sts_next_evchannel_s** out) {
+int open_evchannel(sts_next_session_s* session, sts_forwarded_t first, sts_forwarded_t second,
+                   sts_next_evchannel_s** out) {
     require(out != nullptr);
-    require_session(session);
-    hand_out(std::make_unique<channel>(), out);
+    hand_out(std::make_unique<channel>(definition_of(session), first, second), out);
     return STS_OK;
 }
 
 int add_evsource(sts_next_evchannel_s* channel_handle, int /*unused_2*/, sts_forwarded_t start,
                  const char* server_name, void* given, int /*unused_6*/) {
-    require(given != nullptr);
-    const auto& wanted = *static_cast<const sts_event_source_s*>(given);
-    const borrowed<channel> extended(channel_handle);
-    event_source added = {open_store(server_name, missing_root::fails), text_of(wanted.lsu),
-                          wanted.kinds, 0};
-    added.seen = start_of(*added.files, start);
-    const std::lock_guard<std::mutex> lock(extended->guard);
-    extended->sources.push_back(std::move(added));
+    require(given != nullptr && server_name != nullptr);
+    const borrowed<channel> to(channel_handle);
+    std::unique_ptr<event_source> added =
+        is_disk_name(server_name)
+            ? open_disk_events(server_name, *static_cast<const sts_event_source_s*>(given), start)
+            : open_plugin_events(to->session, server_name, given, to->first, to->second, start);
+    const std::lock_guard<std::mutex> lock(to->guard);
+    to->sources.push_back(std::move(added));
     return STS_OK;
 }
 
@@ -85,10 +104,11 @@ int get_event(sts_next_evchannel_s* channel_handle, sts_event_s* event) {
     const borrowed<channel> asked(channel_handle);
     const std::lock_guard<std::mutex> lock(asked->guard);
     for (size_t tried = 0; tried < asked->sources.size(); ++tried) {
-        event_source& source = asked->sources[asked->turn];
+        event_source& source = *asked->sources[asked->turn];
         asked->turn = (asked->turn + 1) % asked->sources.size();
-        if (next_event(source, *event)) {
-            return STS_OK;
+        const int status = source.next(event);
+        if (status != STS_ERR_NO_EVENT) {
+            return status;
         }
     }
     return STS_ERR_NO_EVENT;

@@ -4,8 +4,10 @@
 
 #include "platform/sts/handles.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
+#include <functional>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -18,16 +20,12 @@ namespace disk {
 struct handle_slot {
     std::atomic<uintptr_t> live{0};
     std::atomic<uint32_t> users{0};
-    uintptr_t generation = 0; // of the next handle; the free list's owner's
-    object* held = nullptr;   // written before `live` is set
+    object* held = nullptr; // written before `live` is set
 };
 
 namespace {
 
-constexpr unsigned slot_bits = 20;
-constexpr unsigned kind_bits = 4;
 constexpr uintptr_t slot_mask = (uintptr_t{1} << slot_bits) - 1;
-constexpr uintptr_t kind_mask = (uintptr_t{1} << kind_bits) - 1;
 constexpr size_t chunk_size = 1024;
 constexpr size_t chunk_count = (slot_mask + 1) / chunk_size;
 
@@ -38,6 +36,7 @@ struct handle_table {
     std::mutex guard; // of what follows
     size_t chunks_made = 0;
     std::vector<uintptr_t> free_slots;
+    uintptr_t made = 0; // handles so far
 };
 
 /// Never destroyed: a thread may still hold a handle when the process ends.
@@ -69,11 +68,47 @@ void grow(handle_table& all) {
     ++all.chunks_made;
 }
 
-} // namespace
+/// A handle that was live and is taken out of use: no call begins on it, and none works on it any
+/// more. It is gone for good unless it is put back.
+class withdrawn_handle {
+  public:
+    explicit withdrawn_handle(const void* handle) : number_(number_of(handle)) {
+        handle_slot* const found = slot_of(number_);
+        uintptr_t expected = number_;
+        if (number_ == 0 || found == nullptr || !found->live.compare_exchange_strong(expected, 0)) {
+            return;
+        }
+        while (found->users.load() != 0) {
+            std::this_thread::yield();
+        }
+        slot_ = found;
+    }
+    ~withdrawn_handle() {
+        if (slot_ != nullptr) {
+            handle_table& all = table();
+            const std::lock_guard<std::mutex> lock(all.guard);
+            all.free_slots.push_back(number_ & slot_mask); // there is room: it was there before
+        }
+    }
+    withdrawn_handle(const withdrawn_handle&) = delete;
+    withdrawn_handle& operator=(const withdrawn_handle&) = delete;
 
-handle_kind kind_of(const void* handle) {
-    return static_cast<handle_kind>((number_of(handle) >> slot_bits) & kind_mask);
-}
+    /// What stood behind it; null when it wasn't live.
+    std::unique_ptr<object> take() {
+        return std::unique_ptr<object>(slot_ != nullptr ? slot_->held : nullptr);
+    }
+    void put_back(std::unique_ptr<object> kept) {
+        slot_->held = kept.release();
+        slot_->live.store(number_);
+        slot_ = nullptr;
+    }
+
+  private:
+    uintptr_t number_;
+    handle_slot* slot_ = nullptr;
+};
+
+} // namespace
 
 void* enlist(handle_kind kind, std::unique_ptr<object> made) {
     handle_table& all = table();
@@ -85,37 +120,39 @@ void* enlist(handle_kind kind, std::unique_ptr<object> made) {
     all.free_slots.pop_back();
     handle_slot& slot = *slot_of(index);
     slot.held = made.release();
-    const uintptr_t number = (++slot.generation << (slot_bits + kind_bits)) |
+    const uintptr_t number = (++all.made << (slot_bits + kind_bits)) |
                              (static_cast<uintptr_t>(kind) << slot_bits) | index;
     slot.live.store(number);
     return handle_of(number);
 }
 
-std::unique_ptr<object> retire(const void* handle) {
-    uintptr_t number = number_of(handle);
-    handle_slot* const slot = slot_of(number);
-    if (number == 0 || slot == nullptr || !slot->live.compare_exchange_strong(number, 0)) {
-        return nullptr;
+std::unique_ptr<object> retire(const void* handle) { return withdrawn_handle(handle).take(); }
+
+int close(const void* handle, int32_t mode) {
+    withdrawn_handle ending(handle);
+    std::unique_ptr<object> closed = ending.take();
+    require(closed != nullptr);
+    const closing result = closed->close(mode);
+    if (result.still_open) {
+        ending.put_back(std::move(closed));
     }
-    while (slot->users.load() != 0) {
-        std::this_thread::yield();
-    }
-    std::unique_ptr<object> released(slot->held);
-    handle_table& all = table();
-    const std::lock_guard<std::mutex> lock(all.guard);
-    all.free_slots.push_back(number & slot_mask); // there is room: it was on the list before
-    return released;
+    return result.status;
 }
 
 void retire_all() {
+    std::vector<uintptr_t> live;
     for (const std::atomic<chunk*>& each : table().chunks) {
         chunk* const slots = each.load(std::memory_order_acquire);
         if (slots == nullptr) {
-            return;
+            break;
         }
         for (const handle_slot& slot : *slots) {
-            (void)retire(handle_of(slot.live.load()));
+            live.push_back(slot.live.load());
         }
+    }
+    std::sort(live.begin(), live.end(), std::greater<>()); // by serial number
+    for (const uintptr_t each : live) {
+        (void)retire(handle_of(each));
     }
 }
 

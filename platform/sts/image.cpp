@@ -5,6 +5,7 @@
 
 #include "platform/sts/event_log.h"
 #include "platform/sts/operations.h"
+#include "platform/sts/plugin_calls.h"
 #include "platform/sts/settings.h"
 
 #include <cstring>
@@ -104,14 +105,12 @@ int open_image(const sts_lsu_ref_s* lsu, const sts_image_def_s* image_def, uint3
     return STS_OK;
 }
 
-int close_image(std::unique_ptr<object> closed, int32_t mode) {
-    auto& ended = static_cast<image&>(*closed);
+closing image::close(int32_t mode) {
     require(mode == STS_CLOSE_COMPLETE || mode == STS_CLOSE_ABANDON);
-    if (ended.writing && mode == STS_CLOSE_COMPLETE) {
-        publish_image(*ended.files, ended.lsu, ended.lsu_directory.get(), *ended.writing,
-                      ended.name, ended.header, ended.place);
+    if (writing && mode == STS_CLOSE_COMPLETE) {
+        publish_image(*files, lsu, lsu_directory.get(), *writing, name, header, place);
     }
-    return STS_OK;
+    return {};
 }
 
 int delete_image(const sts_lsu_ref_s* lsu, const sts_image_def_s* image_def, uint32_t flags) {
@@ -127,6 +126,9 @@ int delete_image(const sts_lsu_ref_s* lsu, const sts_image_def_s* image_def, uin
 
 int get_image_prop(void* handle, sts_image_info_s* info) {
     require(info != nullptr);
+    if (is_of_plugin(handle)) {
+        return get_plugin_image_prop(handle, info);
+    }
     if (kind_of(handle) == handle_kind::image_list) {
         return get_listed_image_prop(handle, info);
     }

@@ -16,6 +16,7 @@ struct image : object {
     image(lsu_place where, std::string image_name)
         : files(std::move(where.files)), lsu(std::move(where.name)),
           lsu_directory(std::move(where.directory)), name(std::move(image_name)) {}
+    closing close(int32_t mode) override;
 
     counted_store files;
     std::string lsu;

@@ -1,9 +1,9 @@
-// The library as a whole: how many users of this process have it open.
+// The library as a whole: whether this process has it open.
 #pragma once
 
 namespace disk {
 
-/// Whether stsm_init was called more often than stsm_terminate.
+/// Whether hosts called stsm_init more often than stsm_terminate.
 bool is_initialised();
 
 } // namespace disk

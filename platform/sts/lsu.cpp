@@ -3,6 +3,7 @@
 #include "platform/sts/event_log.h"
 #include "platform/sts/image_files.h"
 #include "platform/sts/operations.h"
+#include "platform/sts/plugin_calls.h"
 #include "platform/sts/replication.h"
 #include "platform/sts/store.h"
 
@@ -73,6 +74,9 @@ void remove_if_there(int parent, const char* name, int flags) {
 } // namespace
 
 int create_lsu(sts_next_server_s* server_handle, const sts_lsu_def_s* definition, void** out) {
+    if (is_of_plugin(server_handle)) {
+        return create_plugin_lsu(server_handle, definition, out);
+    }
     require(definition != nullptr && out != nullptr);
     const std::string name = text_of(definition->name);
     const std::string label = text_of(definition->label);
@@ -91,6 +95,9 @@ int create_lsu(sts_next_server_s* server_handle, const sts_lsu_def_s* definition
 }
 
 int delete_lsu(const sts_lsu_ref_s* lsu) {
+    if (lsu != nullptr && is_of_plugin(lsu->server)) {
+        return delete_plugin_lsu(lsu);
+    }
     const lsu_place place = open_lsu(lsu);
     const int directory = place.directory.get();
     // Nobody begins an image meanwhile; one that was begun keeps its draft in the LSU.

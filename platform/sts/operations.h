@@ -10,11 +10,11 @@
 namespace disk {
 
 // server.cpp
-/// Fails with STS_ERR_INVALID unless it is a session's handle.
-void require_session(const sts_next_session_s* session);
+/// The definition that a session was opened with; STS_ERR_INVALID unless it is a session's handle.
+sts_session_def_v7_t definition_of(const sts_next_session_s* session);
 int open_session(const sts_session_def_v7_t* session, sts_next_session_s** out);
 int open_server(sts_next_session_s* session, const char* name, const sts_server_def_s* server_def,
-                sts_forwarded_t unused, sts_next_server_s** out);
+                sts_forwarded_t forwarded, sts_next_server_s** out);
 int open_target_server(sts_next_server_s* source, sts_forwarded_t name, sts_forwarded_t unused_2,
                        sts_forwarded_t unused_3, sts_next_server_s** out);
 int get_server_prop(sts_next_server_s* server_handle, sts_server_info_s* info);
@@ -52,7 +52,6 @@ int create_image(const sts_lsu_ref_s* lsu, const sts_image_def_s* image_def, uin
                  sts_next_image_s** out);
 int open_image(const sts_lsu_ref_s* lsu, const sts_image_def_s* image_def, uint32_t flags,
                sts_next_image_s** out);
-int close_image(std::unique_ptr<object> closed, int32_t mode);
 int delete_image(const sts_lsu_ref_s* lsu, const sts_image_def_s* image_def, uint32_t flags);
 int get_image_prop(void* handle, sts_image_info_s* info);
 int get_image_prop_byname(const sts_lsu_ref_s* lsu, const sts_image_def_s* image_def,
@@ -89,7 +88,7 @@ int async_wait(const sts_session_def_v7_t* session, sts_next_operation_s* operat
 int async_cancel(const sts_session_def_v7_t* session, sts_next_operation_s* operation_handle);
 
 // event_channel.cpp
-int open_evchannel(sts_next_session_s* session, sts_forwarded_t, sts_forwarded_t,
+int open_evchannel(sts_next_session_s* session, sts_forwarded_t first, sts_forwarded_t second,
                    sts_next_evchannel_s** out);
 int add_evsource(sts_next_evchannel_s* channel_handle, int, sts_forwarded_t start,
                  const char* server_name, void* event_source, int);

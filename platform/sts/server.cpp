@@ -4,6 +4,7 @@
 #include "platform/sts/image_files.h"
 #include "platform/sts/library.h"
 #include "platform/sts/operations.h"
+#include "platform/sts/plugin_calls.h"
 #include "platform/sts/settings.h"
 #include "platform/sts/store.h"
 
@@ -36,10 +37,18 @@ void tidy(const store& files) {
     }
 }
 
-void hand_out_server(const char* name, sts_next_server_s** out) {
-    auto opened = std::make_unique<server>(open_store(name, missing_root::is_made));
+/// Opens a server of ours or of a plugin's.
+int open_named_server(const sts_session_def_v7_t& owner, const char* name,
+                      const sts_server_def_s* server_def, sts_forwarded_t forwarded,
+                      sts_next_server_s** out) {
+    require(name != nullptr && out != nullptr);
+    if (!is_disk_name(name)) {
+        return open_plugin_server(owner, name, server_def, forwarded, out);
+    }
+    auto opened = std::make_unique<server>(owner, open_store(name, missing_root::is_made));
     tidy(*opened->files);
     hand_out(std::move(opened), out);
+    return STS_OK;
 }
 
 void fill_info(const store& files, sts_server_info_s* info) {
@@ -83,8 +92,8 @@ int apply_config(const store& files, std::string_view text, std::string* error) 
 
 } // namespace
 
-void require_session(const sts_next_session_s* session_handle) {
-    const borrowed<session> owner(session_handle);
+sts_session_def_v7_t definition_of(const sts_next_session_s* session_handle) {
+    return borrowed<session>(session_handle)->definition;
 }
 
 int open_session(const sts_session_def_v7_t* given, sts_next_session_s** out) {
@@ -97,22 +106,19 @@ int open_session(const sts_session_def_v7_t* given, sts_next_session_s** out) {
 }
 
 int open_server(sts_next_session_s* session_handle, const char* name,
-                const sts_server_def_s* /*server_def*/, sts_forwarded_t /*unused*/,
+                const sts_server_def_s* server_def, sts_forwarded_t forwarded,
                 sts_next_server_s** out) {
-    require(out != nullptr);
-    require_session(session_handle);
-    hand_out_server(name, out);
-    return STS_OK;
+    return open_named_server(definition_of(session_handle), name, server_def, forwarded, out);
 }
 
 int open_target_server(sts_next_server_s* source, sts_forwarded_t name,
                        sts_forwarded_t /*unused_2*/, sts_forwarded_t /*unused_3*/,
                        sts_next_server_s** out) {
-    require(out != nullptr);
     const borrowed<server> from(source);
     const auto* const given = pointer_of<const char>(name);
-    hand_out_server(given != nullptr ? given : from->files->server_name.c_str(), out);
-    return STS_OK;
+    return open_named_server(from->session,
+                             given != nullptr ? given : from->files->server_name.c_str(), nullptr,
+                             0, out);
 }
 
 int get_server_prop(sts_next_server_s* server_handle, sts_server_info_s* info) {
@@ -123,9 +129,12 @@ int get_server_prop(sts_next_server_s* server_handle, sts_server_info_s* info) {
 
 int get_server_prop_byname(const sts_session_def_v7_t* given, const char* name,
                            sts_server_info_s* info) {
-    require(given != nullptr && info != nullptr);
+    require(given != nullptr && name != nullptr && info != nullptr);
     if (!is_initialised()) {
         return STS_ERR_NOT_INIT;
+    }
+    if (!is_disk_name(name)) {
+        return get_plugin_server_prop(*given, name, info);
     }
     fill_info(*open_store(name, missing_root::fails), info);
     return STS_OK;

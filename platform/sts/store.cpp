@@ -3,8 +3,6 @@
 #include "platform/sts/store.h"
 
 #include "platform/sts/image_files.h"
-#include "platform/sts/plugins.h"
-
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -33,10 +31,14 @@ std::string root_path(std::string_view server_name) {
 
 } // namespace
 
+bool is_disk_name(const char* server_name) {
+    return strncmp(server_name, disk_prefix.data(), disk_prefix.size()) == 0;
+}
+
 std::shared_ptr<store> open_store(const char* server_name, missing_root treatment) {
     require(server_name != nullptr);
-    if (strncmp(server_name, disk_prefix.data(), disk_prefix.size()) != 0) {
-        fail(find_plugin(server_name));
+    if (!is_disk_name(server_name)) {
+        fail(STS_ERR_NOT_CLAIMED);
     }
     const std::string path = root_path(server_name);
     if (treatment == missing_root::is_made && mkdir(path.c_str(), 0777) != 0 && errno != EEXIST) {
@@ -46,6 +48,13 @@ std::shared_ptr<store> open_store(const char* server_name, missing_root treatmen
     opened->server_name = server_name;
     opened->directory = unique_fd(checked(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)));
     return opened;
+}
+
+closing server::close(int32_t /*mode*/) {
+    if (files->open_handles > 0) {
+        return {STS_ERR_BUSY, true};
+    }
+    return {};
 }
 
 bool is_lsu_name(const std::string& name) {

@@ -46,7 +46,11 @@ class counted_store {
 
 struct server : object {
     static constexpr handle_kind kind = handle_kind::server;
-    explicit server(std::shared_ptr<store> opened) : files(std::move(opened)) {}
+    server(const sts_session_def_v7_t& owner, std::shared_ptr<store> opened)
+        : session(owner), files(std::move(opened)) {}
+    closing close(int32_t mode) override;
+
+    sts_session_def_v7_t session;
     std::shared_ptr<store> files;
 };
 
@@ -58,6 +62,9 @@ struct lsu_place {
 };
 
 enum class missing_root { fails, is_made };
+
+/// Whether a server of that name is ours: all other names are for plugins (plugins.h).
+bool is_disk_name(const char* server_name);
 
 /// The store behind a server name; STS_ERR_NOT_CLAIMED for a name that isn't ours.
 std::shared_ptr<store> open_store(const char* server_name, missing_root treatment);

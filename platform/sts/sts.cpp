@@ -1,5 +1,6 @@
 // The library's two doors and its table: `stsm_init` hands out the one table there is, and counts
-// its users.
+// its users: the hosts, and apart from them the plugins that it loads for them (plugins.h) and that
+// call it in turn.
 //
 //   sts.cpp            the table, start and stop, closing of handles
 //   server.cpp         sessions and servers          settings.cpp     their configuration
@@ -10,68 +11,96 @@
 //   event_channel.cpp  event channels                event_log.cpp    the events' files
 //   store.cpp          where all of it is            files.cpp        how files are reached
 //   handles.cpp        what the caller holds         failure.h        how we fail
-//   plugins.cpp        servers of others
+//   plugins.cpp        plugins, and who claims what  routed.h         calls that are passed to them
+//   plugin_calls.cpp   those that aren't just passed
 
 #include "platform/sts/library.h"
 #include "platform/sts/operations.h"
-#include "platform/sts/store.h"
+#include "platform/sts/plugins.h"
+#include "platform/sts/routed.h"
 
+#include <atomic>
 #include <mutex>
 
 namespace disk {
 
 namespace {
 
-std::mutex users_guard;
-int users = 0;
+/// Starts and stops come one at a time. One that is found to lie within another is that of a plugin
+/// which the outer one is starting or stopping: it is on the same thread.
+std::recursive_mutex life_guard;
+bool is_within = false;    // of a start or stop; behind life_guard
+int plugin_users = 0;      // behind life_guard
+std::atomic<int> hosts{0}; // written behind life_guard
+
+/// Runs what calls plugins.
+template <typename Body>
+int with_plugins(Body body) {
+    is_within = true;
+    const int status = status_of(body);
+    is_within = false;
+    return status;
+}
+
+/// Gives up what is still open, images that are being written and copies too, then the plugins.
+void stop() {
+    (void)with_plugins(retire_all);
+    (void)with_plugins(unload_plugins);
+    (void)with_plugins(retire_all); // what a plugin has left of ours
+    plugin_users = 0;
+}
 
 constexpr sts_api_t make_table() {
     sts_api_t made = {};
-#define DISK_SLOT(name) made.name = guarded<name>::slot
-    DISK_SLOT(add_evsource);
-    DISK_SLOT(async_cancel);
-    DISK_SLOT(async_copy_image);
-    DISK_SLOT(async_wait);
-    DISK_SLOT(close_handle);
-    DISK_SLOT(copy_extent);
-    DISK_SLOT(create_image);
-    DISK_SLOT(create_lsu);
-    DISK_SLOT(delete_event);
-    DISK_SLOT(delete_files);
-    DISK_SLOT(delete_image);
-    DISK_SLOT(delete_lsu);
-    DISK_SLOT(find_lsu);
-    DISK_SLOT(flush);
-    DISK_SLOT(get_event_payload);
-    DISK_SLOT(get_event);
-    DISK_SLOT(get_image_group_byname);
-    DISK_SLOT(get_image_group);
-    DISK_SLOT(get_image_prop_byname);
-    DISK_SLOT(get_image_prop);
-    DISK_SLOT(get_lsu_prop_byname);
-    DISK_SLOT(get_lsu_replication_prop);
-    DISK_SLOT(get_server_config);
-    DISK_SLOT(get_server_prop_byname);
-    DISK_SLOT(get_server_prop);
-    DISK_SLOT(include_in_image);
-    DISK_SLOT(ioctl);
-    DISK_SLOT(label_lsu);
-    DISK_SLOT(list_image);
-    DISK_SLOT(list_lsu);
-    DISK_SLOT(open_evchannel);
-    DISK_SLOT(open_image_group_list);
-    DISK_SLOT(open_image_list);
-    DISK_SLOT(open_image);
-    DISK_SLOT(open_lsu_list);
-    DISK_SLOT(open_server);
-    DISK_SLOT(open_session);
-    DISK_SLOT(open_target_server);
-    DISK_SLOT(read_image_meta);
-    DISK_SLOT(read_image);
-    DISK_SLOT(set_server_config);
-    DISK_SLOT(write_image_meta);
-    DISK_SLOT(write_image);
-#undef DISK_SLOT
+// Ours alone, or one that finds out for itself whose call it is.
+#define OWN(name) made.name = guarded<name>::slot
+// Ours, or the plugin's entry.
+#define ROUTED(name, entry) made.name = routed<name, &stspi_ep_t::entry>::slot
+    OWN(add_evsource);
+    OWN(async_cancel);
+    OWN(async_copy_image);
+    OWN(async_wait);
+    OWN(close_handle);
+    ROUTED(copy_extent, copy_extent);
+    ROUTED(create_image, create_image_v10);
+    OWN(create_lsu);
+    ROUTED(delete_event, delete_event);
+    ROUTED(delete_files, delete_files);
+    ROUTED(delete_image, delete_image_v10);
+    OWN(delete_lsu);
+    ROUTED(find_lsu, find_lsu);
+    ROUTED(flush, async_flush);
+    ROUTED(get_event_payload, get_event_payload);
+    OWN(get_event);
+    ROUTED(get_image_group_byname, get_image_group_byname);
+    ROUTED(get_image_group, get_image_group);
+    ROUTED(get_image_prop_byname, get_image_prop_byname_v10);
+    OWN(get_image_prop);
+    ROUTED(get_lsu_prop_byname, get_lsu_prop_byname_v11);
+    ROUTED(get_lsu_replication_prop, get_lsu_replication_prop);
+    ROUTED(get_server_config, get_server_config_v11);
+    OWN(get_server_prop_byname);
+    ROUTED(get_server_prop, get_server_prop_v8);
+    ROUTED(include_in_image, include_in_image);
+    ROUTED(ioctl, ioctl_v9);
+    ROUTED(label_lsu, label_lsu);
+    ROUTED(list_image, list_image_v10);
+    ROUTED(list_lsu, list_lsu_v7);
+    OWN(open_evchannel);
+    ROUTED(open_image_group_list, open_image_group_list);
+    ROUTED(open_image_list, open_image_list_v7);
+    ROUTED(open_image, open_image_v10);
+    ROUTED(open_lsu_list, open_lsu_list_v11);
+    OWN(open_server);
+    OWN(open_session);
+    ROUTED(open_target_server, open_target_server);
+    ROUTED(read_image_meta, read_image_meta);
+    ROUTED(read_image, read_image_v7);
+    ROUTED(set_server_config, set_server_config_v11);
+    ROUTED(write_image_meta, write_image_meta);
+    ROUTED(write_image, write_image_v7);
+#undef OWN
+#undef ROUTED
     return made;
 }
 
@@ -79,20 +108,43 @@ constexpr sts_api_t table = make_table();
 
 } // namespace
 
-bool is_initialised() {
-    const std::lock_guard<std::mutex> lock(users_guard);
-    return users > 0;
+bool is_initialised() { return hosts > 0; }
+
+int close_handle(void* handle, int32_t mode) { return close(handle, mode); }
+
+namespace {
+
+int begin_use(const char* path) {
+    const std::lock_guard<std::recursive_mutex> lock(life_guard);
+    if (is_within) {
+        ++plugin_users;
+        return STS_OK;
+    }
+    if (++hosts > 1) {
+        return STS_OK;
+    }
+    const int status = with_plugins([&] { load_plugins(path); });
+    if (status != STS_OK) {
+        --hosts;
+        stop();
+    }
+    return status;
 }
 
-int close_handle(void* handle, int32_t mode) {
-    if (kind_of(handle) == handle_kind::server &&
-        borrowed<server>(handle)->files->open_handles > 0) {
-        return STS_ERR_BUSY;
+int end_use() {
+    const std::lock_guard<std::recursive_mutex> lock(life_guard);
+    if ((is_within ? plugin_users : hosts.load()) == 0) {
+        return STS_ERR_NOT_INIT;
     }
-    std::unique_ptr<object> closed = retire(handle);
-    require(closed != nullptr);
-    return kind_of(handle) == handle_kind::image ? close_image(std::move(closed), mode) : STS_OK;
+    if (is_within) {
+        --plugin_users;
+    } else if (--hosts == 0) {
+        stop();
+    }
+    return hosts + plugin_users > 0 ? STS_ERR_TERMINATE_IGNORED : STS_OK;
 }
+
+} // namespace
 
 } // namespace disk
 
@@ -106,24 +158,13 @@ int stsm_init(uint64_t version, const char* path, const sts_api_t** table) {
     if (path == nullptr || table == nullptr) {
         return STS_ERR_INVALID;
     }
-    const std::lock_guard<std::mutex> lock(disk::users_guard);
-    ++disk::users;
-    *table = &disk::table;
-    return STS_OK;
+    const int status = disk::begin_use(path);
+    if (status == STS_OK) {
+        *table = &disk::table;
+    }
+    return status;
 }
 
-int stsm_terminate() {
-    {
-        const std::lock_guard<std::mutex> lock(disk::users_guard);
-        if (disk::users == 0) {
-            return STS_ERR_NOT_INIT;
-        }
-        if (--disk::users > 0) {
-            return STS_ERR_TERMINATE_IGNORED;
-        }
-    }
-    disk::retire_all(); // images that are being written are given up, copies cancelled
-    return STS_OK;
-}
+int stsm_terminate() { return disk::end_use(); }
 
 #pragma GCC visibility pop

@@ -7,7 +7,16 @@
 //
 // Server names: "disk:ROOT", where ROOT is an absolute path, or a plain name below the directory in
 // the environment's VL_STS_ROOT. Opening a server makes ROOT where its parent directory exists.
-// A name that doesn't begin with "disk:" answers STS_ERR_NOT_CLAIMED.
+//
+// Any other name is opened through the first plugin that claims it, of those in VL_STS_PLUGINS:
+//
+//   VL_STS_PLUGINS=/path/to/one.so:/path/to/other.so       read when the library gets its first
+//   user
+//
+// What such a server, its images and its lists are asked goes to the plugin, whose status is that
+// of the call: STS_ERR_NOT_SUPPORTED where it has no entry. A name that no plugin claims answers
+// STS_ERR_NOT_CLAIMED, and the session's log says which plugins couldn't be used and why (plugins.h
+// has more). The target of an asynchronous copy is always a "disk:" server, or the source's.
 //
 // Names of images and LSUs are bytes: not empty, not "." or "..", without "/", at most 255 bytes.
 // An LSU's name doesn't begin with "." either, and isn't "lost+found". Others answer

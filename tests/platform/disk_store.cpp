@@ -1,27 +1,22 @@
 #include "tests/platform/disk_store.h"
 
-#include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 
 namespace fs = std::filesystem;
 
-namespace {
-
-template <size_t size>
-void set_field(char (&field)[size], const std::string& text) {
-    memset(field, 0, size);
-    memcpy(field, text.data(), std::min(text.size(), size));
-}
-
-} // namespace
-
 sts_image_def_s image_def(const std::string& name, const std::string& group) {
     sts_image_def_s definition = {};
     set_field(definition.name, name);
     set_field(definition.group, group);
+    return definition;
+}
+
+sts_lsu_def_s lsu_def(const std::string& name, const std::string& label) {
+    sts_lsu_def_s definition = {};
+    set_field(definition.name, name);
+    set_field(definition.label, label);
     return definition;
 }
 
@@ -51,9 +46,7 @@ sts_next_server_s* DiskStore::open_server(const std::string& root) {
 }
 
 void DiskStore::create_lsu(const std::string& name, const std::string& label) {
-    sts_lsu_def_s definition = {};
-    set_field(definition.name, name);
-    set_field(definition.label, label);
+    const sts_lsu_def_s definition = lsu_def(name, label);
     void* lsu = nullptr;
     EXPECT_EQ(api->create_lsu(server, &definition, &lsu), STS_OK);
     EXPECT_EQ(close(lsu), STS_OK);

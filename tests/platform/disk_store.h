@@ -4,6 +4,8 @@
 
 #include "platform/sts/sts_records.h"
 
+#include <algorithm>
+#include <cstring>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <map>
@@ -17,7 +19,15 @@ inline sts_forwarded_t forward(const void* pointer) {
     return reinterpret_cast<sts_forwarded_t>(pointer);
 }
 
+/// Fills a field of a record, with a terminator only where there is room for one.
+template <size_t size>
+void set_field(char (&field)[size], const std::string& text) {
+    memset(field, 0, size);
+    memcpy(field, text.data(), std::min(text.size(), size));
+}
+
 sts_image_def_s image_def(const std::string& name, const std::string& group = "");
+sts_lsu_def_s lsu_def(const std::string& name, const std::string& label = "");
 
 class DiskStore : public testing::Test {
   protected:

@@ -1,0 +1,49 @@
+// Where a layer is meant to differ from the storage below it. A test that finds one of these says
+// so, in its output and with the reason; everything else must be the same on every stack.
+#pragma once
+
+struct rule {
+    const char* what;
+    const char* reason;
+};
+
+/// Whether the stack has layers, so that the rule holds; then it is printed, once in a test.
+bool differs(const rule& which);
+
+namespace rules {
+
+constexpr rule names_below = {
+    "names of other servers are told as the storage knows them",
+    "a copy's target, a target server and a replication peer stand in records and values that "
+    "layers carry unread"};
+constexpr rule target_keeps_name = {
+    "the properties of a target server carry its source's name",
+    "a layer copies the name of the source and never reads that of the target"};
+constexpr rule target_shares_session = {
+    "closing the second of a server and its target server answers 2060001",
+    "the target shares the source's session below, which the first close has closed"};
+constexpr rule target_left_in_out = {
+    "a target server that can't be opened leaves a handle all the same, which is to be closed",
+    "a layer hands it out before it asks the next one"};
+constexpr rule group_list_count = {
+    "a server on which a list of groups was closed answers 2060005 to its own close",
+    "a layer doesn't count the opening of such a list, but its close"};
+constexpr rule group_list_left_in_out = {
+    "a list of groups that can't be opened leaves a handle all the same",
+    "a layer hands it out before it asks the next one"};
+constexpr rule config_rows = {
+    "the configuration text goes on with the rows of the layers, one copy for each",
+    "each layer appends its own rows to those from below"};
+constexpr rule event_name_always = {
+    "an event record without an event has the server's name all the same",
+    "a layer writes it whatever the status is"};
+constexpr rule trusted_handles = {
+    "entries that only forward are not called with handles that aren't theirs",
+    "a layer follows such a handle without looking at it: the host answers for it"};
+constexpr rule unsupported = {
+    "the host's table has twelve operations more, each of which answers 2060016",
+    "the storage has no slot for them, and a layer passes none of them on"};
+constexpr rule claims = {"the host asks whether a server name is claimed",
+                         "the storage has no slot for that"};
+
+} // namespace rules
