@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
-#include <cstring>
 #include <new>
 #include <utility>
 
@@ -316,13 +315,11 @@ void CCloudVLSLClient::LogMsg(sts_severity_v7_t severity, const char* format, ..
     if (m_session_def == nullptr || m_session_def->log == nullptr) {
         return;
     }
-    char formatted[1024] = {};
+    char text[1024] = {};
     va_list values;
     va_start(values, format);
-    vsnprintf(formatted, sizeof formatted, format, values);
+    vsnprintf(text, sizeof text, format, values);
     va_end(values);
-    char text[1024] = {};
-    strncat(text, formatted, sizeof text - 1);
     m_session_def->log(m_session_def->session_id, text, severity);
 }
 

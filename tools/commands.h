@@ -19,6 +19,7 @@ struct request {
 };
 
 void add_run(CLI::App& app, request& asked);
+void add_plot(CLI::App& app, request& asked);
 void add_preview(CLI::App& app, request& asked);
 void add_lsu(CLI::App& app, request& asked);
 void add_image(CLI::App& app, request& asked);

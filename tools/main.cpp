@@ -68,7 +68,7 @@ int run_program(int argc, char** argv) {
                example("preview --week"));
     add_common(app, asked);
     for (const auto& add :
-         {add_run, add_preview, add_lsu, add_image, add_events, add_config, add_call}) {
+         {add_run, add_plot, add_preview, add_lsu, add_image, add_events, add_config, add_call}) {
         add(app, asked);
     }
     try {

@@ -2,16 +2,14 @@
 
 #include "tools/console.h"
 #include "tools/failure.h"
+#include "tools/output_file.h"
 #include "tools/plot.h"
 #include "tools/printable.h"
 #include "tools/report.h"
 #include "tools/sizes.h"
 #include "tools/supervise.h"
 
-#include <cerrno>
-#include <cstring>
 #include <fmt/format.h>
-#include <fstream>
 #include <unistd.h>
 
 namespace {
@@ -20,29 +18,6 @@ namespace {
 const char* session_id() {
     static const std::string id = fmt::format("throttlectl-{}", getpid());
     return id.c_str();
-}
-
-[[noreturn]] void fail_to_write(const std::string& path) {
-    throw failure(fmt::format("{} can't be written: {}", path, strerror(errno)));
-}
-
-/// So that a run of hours doesn't end with figures that can't be kept.
-void require_writable(const std::string& path) {
-    if (!path.empty() && !std::ofstream(path, std::ios::app)) {
-        fail_to_write(path);
-    }
-}
-
-void write_file(const std::string& path, const std::string& text) {
-    if (path.empty()) {
-        return;
-    }
-    std::ofstream file(path, std::ios::binary | std::ios::trunc);
-    file << text;
-    file.close();
-    if (!file) {
-        fail_to_write(path);
-    }
 }
 
 plot_data plot_of(const run_options& options, const transfer& run) {

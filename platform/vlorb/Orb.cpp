@@ -42,10 +42,11 @@ unsigned running = 0;     ///< Orb objects that are started
 const char* options[][2] = {
     {"traceLevel", "0"},                   // the host's standard error isn't ours
     {"nativeCharCodeSet", "ISO-8859-1"},   // narrow text goes byte for byte
+    {"defaultCharCodeSet", "ISO-8859-1"},  // and a name in a corbaloc carries no code set
     {"nativeWCharCodeSet", WIDE_CODE_SET}, // wide text beyond the first 65,536 characters too
-    {"defaultWCharCodeSet", "UTF-16"},     // a name in a corbaloc carries no code set
-    {"verifyObjectExistsAndType", "0"},    // no question to the service but those that are asked
-    {"resetTimeOutOnRetries", "0"},        // the time-out is that of the whole call
+    {"defaultWCharCodeSet", "UTF-16"},
+    {"verifyObjectExistsAndType", "0"}, // no question to the service but those that are asked
+    {"resetTimeOutOnRetries", "0"},     // the time-out is that of the whole call
     {nullptr, nullptr},
 };
 

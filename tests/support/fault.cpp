@@ -253,6 +253,10 @@ REPLACES void* operator new(size_t size, const std::nothrow_t&) noexcept { retur
 
 REPLACES void* operator new[](size_t size) { return operator new(size); }
 
+REPLACES void* operator new[](size_t size, const std::nothrow_t&) noexcept {
+    return allocate(size);
+}
+
 REPLACES void operator delete(void* memory) noexcept { release(memory); }
 
 REPLACES void operator delete(void* memory, size_t) noexcept { release(memory); }

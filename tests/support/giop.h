@@ -11,7 +11,7 @@
 //     CORBA::Object_var object = orb->string_to_object(giop::corbaloc(peer.port(), "key").c_str());
 //
 // A script other than `answering` does what it likes with the connection: sends any octets, sends
-// nothing, closes. Layouts are those of the CORBA 3.0.3 specification, chapter 15.
+// nothing, closes. Layouts are those of CORBA 3.0.3, chapter 15.
 #pragma once
 
 #include <atomic>

@@ -1,0 +1,114 @@
+#include "tools/joined_runs.h"
+
+#include "tools/failure.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+#include <numeric>
+
+using nlohmann::json;
+
+// --- one run -----------------------------------------------------------------------------------
+
+uint64_t recorded_run::bytes_at(double time) const {
+    const double since = time - began;
+    const auto behind =
+        std::find_if(moments.begin(), moments.end(), [&](const moment& m) { return m.time > since; });
+    if (behind == moments.begin()) {
+        return 0;
+    }
+    if (behind == moments.end()) {
+        return moments.back().bytes;
+    }
+    const moment& before = *std::prev(behind);
+    const double part = (since - before.time) / (behind->time - before.time);
+    return before.bytes +
+           static_cast<uint64_t>(part * static_cast<double>(behind->bytes - before.bytes));
+}
+
+bool recorded_run::is_running_at(double time) const {
+    return time >= began && time < began + moments.back().time;
+}
+
+std::optional<uint64_t> recorded_run::allowed_at(double time) const {
+    const double since = time - began;
+    const auto behind = std::find_if(std::next(moments.begin()), moments.end(),
+                                     [&](const moment& m) { return m.time > since; });
+    return std::prev(behind)->allowed;
+}
+
+namespace {
+
+/// A sample tells of the second before it, and of the rate that is allowed from then on.
+recorded_run run_of(const json& figures) {
+    recorded_run run;
+    run.name = figures.at("backup").get<std::string>();
+    run.began = figures.at("began").get<double>();
+    run.moments.push_back({});
+    for (const json& sample : figures.at("samples")) {
+        const auto bytes = sample.at("bytes").get<std::vector<uint64_t>>();
+        recorded_run::moment moment;
+        moment.time = sample.at("time").get<double>();
+        moment.bytes =
+            std::accumulate(bytes.begin(), bytes.end(), run.moments.back().bytes);
+        if (!sample.at("allowed_rate").is_null()) {
+            moment.allowed = sample.at("allowed_rate").get<uint64_t>();
+        }
+        if (moment.time <= run.moments.back().time) {
+            throw failure(fmt::format("the sample of second {} isn't in order", moment.time));
+        }
+        run.moments.push_back(moment);
+    }
+    if (run.moments.size() == 1) {
+        throw failure("it has no samples");
+    }
+    run.moments.front().allowed = run.moments[1].allowed;
+    return run;
+}
+
+} // namespace
+
+recorded_run read_run(const std::string& file, const std::string& text) {
+    try {
+        return run_of(json::parse(text));
+    } catch (const json::exception& error) {
+        throw failure(fmt::format("{} doesn't hold the figures of a run: {}", file, error.what()));
+    } catch (const failure& error) {
+        throw failure(fmt::format("{} doesn't hold the figures of a run: {}", file, error.what()));
+    }
+}
+
+// --- all of them -------------------------------------------------------------------------------
+
+plot_data joined(const std::string& title, const std::vector<recorded_run>& runs) {
+    plot_data data;
+    data.title = title;
+    std::vector<double> times;
+    for (const recorded_run& run : runs) {
+        data.streams.push_back(run.name);
+        for (const recorded_run::moment& each : run.moments) {
+            times.push_back(run.began + each.time);
+        }
+    }
+    std::sort(times.begin(), times.end());
+    times.erase(std::unique(times.begin(), times.end()), times.end());
+    for (const double time : times) {
+        sample at;
+        at.time = time - times.front();
+        bool is_limited = true;
+        uint64_t allowed = 0;
+        for (const recorded_run& run : runs) {
+            at.bytes.push_back(run.bytes_at(time));
+            if (run.is_running_at(time)) {
+                is_limited = is_limited && run.allowed_at(time).has_value();
+                allowed += run.allowed_at(time).value_or(0);
+            }
+        }
+        if (is_limited && allowed > 0) {
+            at.allowed = allowed;
+        }
+        data.samples.push_back(at);
+    }
+    return data;
+}

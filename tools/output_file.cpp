@@ -1,0 +1,34 @@
+#include "tools/output_file.h"
+
+#include "tools/failure.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fmt/format.h>
+#include <fstream>
+
+namespace {
+
+[[noreturn]] void fail_to_write(const std::string& path) {
+    throw failure(fmt::format("{} can't be written: {}", path, strerror(errno)));
+}
+
+} // namespace
+
+void require_writable(const std::string& path) {
+    if (!path.empty() && !std::ofstream(path, std::ios::app)) {
+        fail_to_write(path);
+    }
+}
+
+void write_file(const std::string& path, const std::string& text) {
+    if (path.empty()) {
+        return;
+    }
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    file << text;
+    file.close();
+    if (!file) {
+        fail_to_write(path);
+    }
+}

@@ -1,0 +1,60 @@
+// "plot": draws several runs in one picture.
+
+#include "tools/commands.h"
+#include "tools/failure.h"
+#include "tools/joined_runs.h"
+#include "tools/output_file.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fmt/format.h>
+#include <fstream>
+#include <memory>
+#include <sstream>
+
+namespace {
+
+struct plot_options {
+    std::vector<std::string> runs;
+    std::string picture;
+    std::string title = "Runs side by side";
+};
+
+std::string content_of(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    if (!file || !(text << file.rdbuf())) {
+        throw failure(fmt::format("{} can't be read: {}", path, strerror(errno)));
+    }
+    return text.str();
+}
+
+int run_plot(const plot_options& options) {
+    std::vector<recorded_run> runs;
+    for (const std::string& path : options.runs) {
+        runs.push_back(read_run(path, content_of(path)));
+    }
+    write_file(options.picture, plot_svg(joined(options.title, runs)));
+    fmt::print("The picture is in {}.\n", options.picture);
+    return EXIT_DONE;
+}
+
+} // namespace
+
+void add_plot(CLI::App& app, request& asked) {
+    const auto kept = std::make_shared<plot_options>();
+    CLI::App* const plot =
+        app.add_subcommand("plot", "Draw several runs in one picture, each as one curve");
+    plot->add_option("RUN", kept->runs, "Files that \"run\" wrote for --json")
+        ->required()
+        ->type_name("");
+    plot->add_option("--to", kept->picture, "The picture")->required()->type_name("FILE.svg");
+    plot->add_option("--title", kept->title, "What stands above it")
+        ->type_name("TEXT")
+        ->capture_default_str();
+    plot->footer("How processes that share a storage share its bandwidth: the rate of each falls when\n"
+                 "another joins and rises when it leaves. The allowed rate is what those at work are\n"
+                 "allowed together.\n" +
+                 example("plot monday.json nightly.json --to both.svg"));
+    chooses(*plot, asked, [kept] { return run_plot(*kept); });
+}
