@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Measures what the plugin costs and how well it keeps a rate, and prints three Markdown tables, which
-# docs/benchmarks.md explains. Nothing else should run meanwhile.
+# Measures what the plugin costs, how well it keeps a rate and what the service carries, and prints
+# Markdown tables, which docs/benchmarks.md explains. Nothing else should run meanwhile.
 #
 #   scripts/bench.sh [SECONDS]     how long each of the four pacers is measured, 30 unless given; the
-#                                  calls take a minute before that
+#                                  calls take a minute before that, the service two behind it
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -16,7 +16,7 @@ fi
 rate=50000000 # bytes a second
 
 scripts/install-deps.sh --all
-scripts/build.sh release throttling_bench pacing
+scripts/build.sh release throttling_bench pacing service_bench
 bin=build/release/bin
 
 # row NAME "BYTES SECONDS RATIO BUSIEST PAUSE"
@@ -58,3 +58,6 @@ plugin 30
 plugin 5
 pipe_viewer
 flexible_io
+echo "measuring the service, about two minutes" >&2
+echo
+$bin/service_bench $bin/vlsld 20

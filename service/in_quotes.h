@@ -1,0 +1,9 @@
+// Text from elsewhere in a message: in quotes, on one line, and no longer than a line may be.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+/// `text` between quotes; quotes, backslashes and control characters are escaped, and what is
+/// beyond 128 bytes is left out.
+std::string in_quotes(std::string_view text);

@@ -1,0 +1,203 @@
+// The service's book: who has a session, what each holds of which storage, and how fast data flows.
+//
+//   session --- hold --- storage     a hold is one session's use of one storage: the connections
+//                                    that it was admitted to, and its flows, reading and writing
+//
+//   a:NAME +1 / -1      takes a connection while the storage has fewer than its limit; gives it
+//   back r:NAME, w:NAME      a report starts or renews the session's flow; -1 ends it, and so does
+//   silence
+//                       for two sample intervals
+//   settings            the last row text that named a storage sets its limit and its rates
+//
+// A session that says nothing for the lease ends and gives back what it held. One that isn't in the
+// book is taken up again when it speaks: the service was started anew under it. So that its
+// connections are counted again too, it is given one when it reports a flow.
+//
+// No CORBA and no clock in here. Every call may come from any thread. The book is bounded: there is
+// a limit to the sessions and to the storages in it.
+#pragma once
+
+#include "service/limits.h"
+#include "service/moment.h"
+
+#include "config/allowed_rate.h"
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <list>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+using session_number = uint64_t;
+
+constexpr size_t most_sessions = 65536;
+constexpr size_t most_storages = 1024;
+constexpr size_t longest_text = 65536;           ///< bytes of a row text
+constexpr int64_t history_step = 2;              ///< seconds
+constexpr size_t history_points = 300;           ///< kept for each storage
+constexpr int64_t shortest_silence_of_flow = 60; ///< seconds until a silent flow ends, at least
+
+/// What a question is answered with.
+struct answer {
+    int32_t status;   ///< 0; 2060020: the limit is reached; other: the question can't be understood
+    std::string text; ///< the rows of the reply, or why there is none
+};
+
+/// Bytes moved between two times, as a client reports them.
+struct sample {
+    uint32_t operation; ///< 0 read, 1 write
+    uint32_t start;     ///< seconds since the epoch
+    uint32_t end;
+    uint64_t bytes;
+};
+
+/// How one direction of a storage is used.
+struct direction_view {
+    int64_t flows;     ///< sessions that read, or write
+    uint64_t allowed;  ///< bytes per second for all of them together
+    uint64_t measured; ///< bytes per second that they last reported
+};
+
+struct storage_point {
+    time_t when; ///< seconds since the epoch
+    int64_t connections;
+    direction_view read;
+    direction_view write;
+};
+
+struct storage_view {
+    std::string name;
+    int64_t limit;
+    int64_t refused; ///< connections refused since the service started
+    int32_t sample_interval;
+    storage_point now;
+    std::vector<storage_point> history; ///< oldest first
+};
+
+/// Everything that can be seen of the book.
+struct ledger_view {
+    int64_t uptime; ///< seconds since the service started
+    int64_t lease;
+    size_t sessions;
+    int64_t sessions_opened; ///< since the start; so are the three below
+    int64_t sessions_expired;
+    int64_t reports;
+    int64_t malformed;
+    std::vector<storage_view> storages; ///< by name
+};
+
+class ledger {
+  public:
+    /// Takes a line of what changed. Called with the book locked: it may not call back.
+    using log_sink = std::function<void(const std::string& line)>;
+
+    /// `lease` in seconds.
+    ledger(int64_t lease, moment now, log_sink log);
+    ledger(const ledger&) = delete;
+    ledger& operator=(const ledger&) = delete;
+
+    int64_t lease() const { return lease_; }
+
+    /// Enters a session. False when the number is taken or the book is full.
+    bool open(session_number number, moment now);
+    /// The session spoke. It is entered when it isn't in the book.
+    void hear(session_number number, moment now);
+    /// Ends a session, which gives back what it held; no matter if it isn't in the book.
+    void close(session_number number, moment now);
+
+    /// Takes up the settings of a row text. 0, or STS_ERR_INVALID: no row of it can be read, and
+    /// nothing has changed.
+    int32_t configure(session_number number, const std::string& text, moment now);
+    /// `delta` is 1 or -1.
+    answer check_connections(session_number number, const std::string& key,
+                             const std::string& session_text, int32_t delta, moment now);
+    answer check_bandwidth(session_number number, const std::string& key,
+                           const std::string& session_text, const sample& reported, moment now);
+    /// A question that can't even be put as one of the two above.
+    answer refuse(session_number number, const std::string& why, moment now);
+
+    /// Ends what has run out, and writes history. To be called about once a second.
+    void tick(moment now);
+    /// With the history behind `since`, seconds since the epoch.
+    ledger_view view(moment now, time_t since = 0);
+
+  private:
+    struct flow {
+        session_number session;
+        int64_t reported; ///< uptime of the last report
+        uint64_t rate;    ///< bytes per second of the last report
+    };
+    using flow_list = std::list<flow>; ///< whoever has been silent longest first
+
+    struct storage {
+        settings_ptr settings; ///< of the last text that named it; null: none did
+        int64_t connections = 0;
+        int64_t refused = 0;
+        flow_list flows[2];
+        std::deque<storage_point> history;
+    };
+    using storage_map = std::map<std::string, storage>;
+    using storage_entry = storage_map::value_type;
+
+    struct hold {
+        int64_t connections = 0;
+        std::optional<flow_list::iterator> flows[2];
+        bool is_empty() const { return connections == 0 && !flows[0] && !flows[1]; }
+    };
+
+    struct session {
+        std::string label; ///< the client's own text for it, once known
+        int64_t heard;     ///< uptime
+        std::list<session_number>::iterator place;
+        bool is_taken_up; ///< what it held before isn't known
+        std::map<storage_entry*, hold> holds;
+    };
+    using session_map = std::unordered_map<session_number, session>;
+    using session_entry = session_map::value_type;
+
+    session_entry* enter(session_number number, bool is_taken_up, moment now);
+    session_entry* heard(session_number number, moment now);
+    void end(session_map::iterator which, const char* why);
+    void expire(moment now);
+
+    storage_entry* find_or_add(const std::string& name);
+    const throttling_config_s& settings_of(const storage_entry& which) const;
+    bool can_be_dropped(const storage_entry& which) const;
+
+    answer connect(session_entry& who, storage_entry& what, moment now);
+    void disconnect(session_entry& who, storage_entry& what);
+    void report(session_entry& who, storage_entry& what, operation_type_t operation, uint64_t rate,
+                moment now);
+    void end_flow(session_entry& who, storage_entry& what, operation_type_t operation,
+                  const char* why);
+    void expire_flows(storage_entry& what, moment now);
+    void drop_if_empty(session_entry& who, storage_entry& what);
+
+    uint64_t measured(const storage_entry& what, operation_type_t operation, moment now) const;
+    storage_point point_of(const storage_entry& what, moment now) const;
+    answer reply(const storage_entry& what, operation_type_t operation, int64_t wait,
+                 moment now) const;
+    answer malformed(session_number number, int32_t status, const std::string& why);
+    void log(const session_entry& who, const std::string& what) const;
+
+    const int64_t lease_;
+    const int64_t started_;
+    const log_sink log_;
+
+    std::mutex lock_;
+    session_map sessions_;
+    std::list<session_number> silent_longest_; ///< the sessions, whoever spoke last at the end
+    storage_map storages_;
+    settings_ptr latest_ = std::make_shared<throttling_config_s>();
+    std::string latest_text_;
+    int64_t last_point_;
+    int64_t sessions_opened_ = 0;
+    int64_t sessions_expired_ = 0;
+    int64_t reports_ = 0;
+    int64_t malformed_ = 0;
+};

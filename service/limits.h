@@ -1,0 +1,20 @@
+// The settings that clients send as row text: what of them the service reads.
+#pragma once
+
+#include "config/throttling_util.h"
+
+#include <memory>
+#include <string>
+
+using settings_ptr = std::shared_ptr<const throttling_config_s>;
+
+/// The settings of a row text; what it doesn't name has its default. Null when no row can be read.
+settings_ptr read_settings(const std::string& text);
+
+/// Connections that `storage` may have at once.
+int64_t limit_of(const throttling_config_s& config, const std::string& storage);
+
+/// What differs for `storage` from `old` to `now`, as in "limit 10 -> 2, THR:SAMPLE_INTERVAL 0 ->
+/// 30"; empty when nothing does.
+std::string changes(const throttling_config_s& old, const throttling_config_s& now,
+                    const std::string& storage);

@@ -1,0 +1,225 @@
+// vlsld: what it is asked to do, and how it starts, runs and stops.
+
+#include "service/corba_server.h"
+#include "service/ledger.h"
+#include "service/listening.h"
+#include "service/moment.h"
+#include "service/service_log.h"
+#include "service/web_server.h"
+
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <fmt/format.h>
+#include <fstream>
+#include <optional>
+#include <sys/resource.h>
+
+namespace {
+
+constexpr int exit_failed = 1;
+constexpr int exit_usage = 2;
+
+constexpr const char* about =
+    "Counts who uses each storage and shares its bandwidth: the management service that the "
+    "throttling plugin asks, on this host.";
+
+constexpr const char* more =
+    "Clients find it at corbaloc:iiop:1.2@HOST:PORT/HSFactory; with TLS, at\n"
+    "corbaloc:ssliop:1.2@HOST:PORT/HSFactory. Its limits are those of the settings that they "
+    "send.\n"
+    "The web page shows each storage, live; beside it are /status (JSON) and /metrics "
+    "(Prometheus).\n"
+    "It runs until SIGTERM or SIGINT. What it counts isn't kept, but sessions that are open go on\n"
+    "with a service that is started anew on the same port.\n\n"
+    "Ends with 0 when it was stopped, 1 when it can't start, 2 when the arguments are wrong.\n\n"
+    "Examples:\n"
+    "  vlsld                              on port 5638 of this host\n"
+    "  vlsld --port 0 --http-port 0 --port-file ports\n"
+    "                                     on free ports, which stand in the file\n"
+    "  vlsld --tls-ca ca.pem --tls-key service.pem --tls-port 5640\n"
+    "                                     TLS too, on a port of its own\n";
+
+struct request {
+    int port = -1;
+    corba_options corba = {"127.0.0.1", 0, "", "", -1};
+    std::string web_address = "127.0.0.1";
+    int web_port = 5639;
+    bool has_web = true;
+    int64_t lease = 3600;
+    std::string port_file;
+    std::string log_file;
+};
+
+void add_options(CLI::App& app, request& asked) {
+    const auto is_port = CLI::Range(0, 65535).description("");
+    app.add_option("--port", asked.port,
+                   "Port to listen on; 0: a free one (default: VLSL_PORT of the environment, else "
+                   "the service vlsl/tcp, else 5638)")
+        ->check(is_port)
+        ->type_name("PORT");
+    app.add_option("--listen", asked.corba.address,
+                   "Address to listen on; 0.0.0.0: all. Whoever reaches it is served")
+        ->type_name("ADDRESS")
+        ->capture_default_str();
+    CLI::Option* const web_port =
+        app.add_option("--http-port", asked.web_port, "Port of the web page; 0: a free one")
+            ->check(is_port)
+            ->type_name("PORT")
+            ->capture_default_str();
+    CLI::Option* const web_address =
+        app.add_option("--http-listen", asked.web_address, "Address of the web page")
+            ->type_name("ADDRESS")
+            ->capture_default_str();
+    app.add_flag("!--no-http", asked.has_web, "No web page")
+        ->excludes(web_port)
+        ->excludes(web_address);
+    app.add_option(
+           "--lease", asked.lease,
+           "Seconds after which a session that says nothing ends and gives back what it held")
+        ->check(CLI::Range(int64_t{1}, int64_t{31536000}).description(""))
+        ->type_name("SECONDS")
+        ->capture_default_str();
+    app.add_option("--port-file", asked.port_file,
+                   "Write the ports there, for a shell to read, once clients are answered: "
+                   "VLSL_PORT=, VLSL_TLS_PORT=, VLSL_HTTP_PORT=")
+        ->type_name("FILE");
+    app.add_option("--log-file", asked.log_file, "Append the log there (default: standard error)")
+        ->type_name("FILE");
+    CLI::Option* const ca =
+        app.add_option(
+               "--tls-ca", asked.corba.tls_ca,
+               "Speak TLS, with clients whose certificate this authority's PEM file vouches for")
+            ->check(CLI::ExistingFile.description(""))
+            ->type_name("FILE");
+    CLI::Option* const key = app.add_option("--tls-key", asked.corba.tls_key,
+                                            "PEM file of the service's private key and certificate")
+                                 ->check(CLI::ExistingFile.description(""))
+                                 ->type_name("FILE");
+    ca->needs(key);
+    key->needs(ca);
+    app.add_option(
+           "--tls-port", asked.corba.tls_port,
+           "Port for TLS; 0: a free one (default: TLS takes --port, and nothing else is spoken)")
+        ->check(is_port)
+        ->needs(ca)
+        ->type_name("PORT");
+}
+
+/// Thousands of clients have a connection each.
+void raise_descriptor_limit() {
+    rlimit limit = {};
+    if (getrlimit(RLIMIT_NOFILE, &limit) == 0) {
+        limit.rlim_cur = limit.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &limit);
+    }
+}
+
+/// The signals that stop the service. All threads that are started from now on leave them to main.
+sigset_t take_stop_signals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    signal(SIGPIPE, SIG_IGN);
+    return signals;
+}
+
+/// Ticks once a second until a stop signal comes; which one.
+int tick_until_stopped(ledger& book, const sigset_t& signals) {
+    for (;;) {
+        const timespec second = {1, 0};
+        const int signal = sigtimedwait(&signals, nullptr, &second);
+        if (signal > 0) {
+            return signal;
+        }
+        book.tick(this_moment());
+    }
+}
+
+/// Whole or not at all, since somebody may be waiting for it.
+void write_port_file(const std::string& path, const std::string& lines) {
+    const std::string draft = path + ".new";
+    std::ofstream file(draft);
+    file << lines;
+    file.close();
+    if (!file || std::rename(draft.c_str(), path.c_str()) != 0) {
+        throw std::runtime_error("--port-file " + path + " can't be written");
+    }
+}
+
+/// Says where the service can be reached.
+void announce(const request& asked, const corba_server& corba, const web_server* web,
+              service_log& log) {
+    struct place {
+        const char* what;
+        const char* variable;
+        const std::string& address;
+        int port; ///< 0: not there
+    };
+    const place places[] = {
+        {"listening on", "VLSL_PORT", asked.corba.address, corba.port()},
+        {"listening with TLS on", "VLSL_TLS_PORT", asked.corba.address, corba.tls_port()},
+        {"web page at", "VLSL_HTTP_PORT", asked.web_address, web != nullptr ? web->port() : 0}};
+    std::string variables;
+    for (const place& each : places) {
+        if (each.port != 0) {
+            const bool is_v6 = each.address.find(':') != std::string::npos;
+            const std::string line =
+                fmt::format(is_v6 ? "{} [{}]:{}" : "{} {}:{}", each.what, each.address, each.port);
+            puts(line.c_str());
+            log.line(line);
+            variables += fmt::format("{}={}\n", each.variable, each.port);
+        }
+    }
+    fflush(stdout);
+    if (!asked.port_file.empty()) {
+        write_port_file(asked.port_file, variables);
+    }
+    log.line("is ready");
+}
+
+void serve(request& asked) {
+    const sigset_t stop_signals = take_stop_signals();
+    raise_descriptor_limit();
+    asked.corba.port = choose_port(asked.port);
+    service_log log(asked.log_file);
+    const auto log_line = [&](const std::string& line) { log.line(line); };
+    ledger book(asked.lease, this_moment(), log_line);
+    {
+        std::optional<web_server> web;
+        if (asked.has_web) {
+            web.emplace(asked.web_address, asked.web_port, book);
+        }
+        const corba_server corba(asked.corba, book, log_line);
+        announce(asked, corba, web ? &*web : nullptr, log);
+        const int signal = tick_until_stopped(book, stop_signals);
+        log.line(fmt::format("stopping: {}", strsignal(signal)));
+    }
+    log.line("stopped");
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    request asked;
+    CLI::App app(about, "vlsld");
+    app.footer(more);
+    add_options(app, asked);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? EXIT_SUCCESS : exit_usage;
+    }
+    try {
+        serve(asked);
+        return EXIT_SUCCESS;
+    } catch (const std::exception& error) {
+        fprintf(stderr, "vlsld: %s\n", error.what());
+    } catch (const CORBA::Exception& error) {
+        fprintf(stderr, "vlsld: the ORB says CORBA::%s\n", error._name());
+    }
+    return exit_failed;
+}

@@ -1,0 +1,75 @@
+#include "tests/service/service_process.h"
+
+#include "tests/support/conf_dir.h"
+
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <httplib.h>
+#include <stdexcept>
+
+service_process::service_process(const std::vector<std::string>& arguments) {
+    directory_ = (std::filesystem::temp_directory_path() / "vlsld-XXXXXX").string();
+    if (mkdtemp(directory_.data()) == nullptr) {
+        throw std::runtime_error("no temporary directory");
+    }
+    const std::string port_file = directory_ + "/ports";
+    std::vector<std::string> command = {program(), "--port-file", port_file};
+    const auto has = [&](const char* option) {
+        return std::find(arguments.begin(), arguments.end(), option) != arguments.end();
+    };
+    if (!has("--port")) {
+        command.insert(command.end(), {"--port", "0"});
+    }
+    if (!has("--http-port") && !has("--no-http")) {
+        command.insert(command.end(), {"--http-port", "0"});
+    }
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    process_.emplace(command, process_options{});
+    if (!process_->await_err("is ready")) {
+        throw std::runtime_error("vlsld ended: " + process_->wait().err);
+    }
+    ports_ = conf_dir::read(port_file);
+}
+
+service_process::~service_process() {
+    process_.reset();
+    std::filesystem::remove_all(directory_);
+}
+
+int service_process::port_of(const std::string& variable) const {
+    const size_t found = ports_.find(variable + "=");
+    return found == std::string::npos ? 0 : std::stoi(ports_.substr(found + variable.size() + 1));
+}
+
+std::string service_process::get(const std::string& path) const {
+    httplib::Client client("127.0.0.1", http_port());
+    const auto response = client.Get(path.c_str());
+    if (!response || response->status != 200) {
+        throw std::runtime_error("no answer for " + path);
+    }
+    return response->body;
+}
+
+nlohmann::json service_process::storage(const std::string& name) const {
+    const nlohmann::json seen = status();
+    for (const nlohmann::json& each : seen["storages"]) {
+        if (each["name"] == name) {
+            return each;
+        }
+    }
+    return nullptr;
+}
+
+double service_process::metric(const std::string& name) const {
+    const std::string text = get("/metrics");
+    const size_t found = text.find("\n" + name + " ");
+    return found == std::string::npos ? -1 : std::stod(text.substr(found + name.size() + 2));
+}
+
+ended service_process::stop(int signal) {
+    process_->send(signal);
+    return process_->wait();
+}
+
+const char* service_process::program() { return VLSLD; }
