@@ -170,6 +170,9 @@ CORBA::Any exception_of(const scripted_answer& answer) {
         exception.eventSeq.length(1);
         CORBA::Any reason;
         reason <<= "of the service's own";
+        exception.eventSeq[0].when = 9;
+        exception.eventSeq[0].id.domain = 7;
+        exception.eventSeq[0].id.number = 8;
         exception.eventSeq[0].msg_info.unknownError(reason);
         any <<= exception;
     } else if (answer.raises == "NO_RESOURCES") {
