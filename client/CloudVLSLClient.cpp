@@ -187,6 +187,13 @@ long CCloudVLSLClient::getInactivityTimeout() {
     });
 }
 
+int CCloudVLSLClient::getSessionID() { return m_session_id; }
+
+CORBA::Object* CCloudVLSLClient::setObjectRequestTimeout(CORBA::Object* object,
+                                                         const ACE_Time_Value& timeout) {
+    return m_orb_client.setObjectRequestTimeout(object, timeout);
+}
+
 // --- the exchanges -----------------------------------------------------------------------------
 
 /// The facet, once the chain is tried where it is nil; it may be nil still. An exchange that waited

@@ -39,7 +39,7 @@ struct service_call_s;
 /// overlap with anything. From Initialize, InitializeCloudManager, GetCloudManager,
 /// getInactivityTimeout and Shutdown only ActionFailedException and CORBA::SystemException come
 /// out; any other exception ends the process.
-class CCloudVLSLClient {
+class __attribute__((visibility("default"))) CCloudVLSLClient {
   public:
     /// Nothing remote happens. `session` gets the log lines; it is borrowed for the client's life
     /// and may be null. `value` is kept and nothing reads it. Each remote call gives up after
@@ -72,12 +72,10 @@ class CCloudVLSLClient {
     long getInactivityTimeout();
 
     /// Sessions made so far.
-    int getSessionID() { return m_session_id; }
+    int getSessionID();
 
     /// Bounds each call on `object`.
-    CORBA::Object* setObjectRequestTimeout(CORBA::Object* object, const ACE_Time_Value& timeout) {
-        return m_orb_client.setObjectRequestTimeout(object, timeout);
-    }
+    CORBA::Object* setObjectRequestTimeout(CORBA::Object* object, const ACE_Time_Value& timeout);
 
     /// Sends the whole configuration in its row form. The service's status, or STS_ERR_FILE when
     /// the call failed in any way.

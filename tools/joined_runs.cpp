@@ -13,8 +13,8 @@ using nlohmann::json;
 
 uint64_t recorded_run::bytes_at(double time) const {
     const double since = time - began;
-    const auto behind =
-        std::find_if(moments.begin(), moments.end(), [&](const moment& m) { return m.time > since; });
+    const auto behind = std::find_if(moments.begin(), moments.end(),
+                                     [&](const moment& m) { return m.time > since; });
     if (behind == moments.begin()) {
         return 0;
     }
@@ -50,8 +50,7 @@ recorded_run run_of(const json& figures) {
         const auto bytes = sample.at("bytes").get<std::vector<uint64_t>>();
         recorded_run::moment moment;
         moment.time = sample.at("time").get<double>();
-        moment.bytes =
-            std::accumulate(bytes.begin(), bytes.end(), run.moments.back().bytes);
+        moment.bytes = std::accumulate(bytes.begin(), bytes.end(), run.moments.back().bytes);
         if (!sample.at("allowed_rate").is_null()) {
             moment.allowed = sample.at("allowed_rate").get<uint64_t>();
         }

@@ -1,5 +1,5 @@
-// Several runs in one picture, each as one curve: how processes share a bandwidth shows only side by
-// side.
+// Several runs in one picture, each as one curve: how processes share a bandwidth shows only side
+// by side.
 #pragma once
 
 #include "tools/plot.h"

@@ -74,9 +74,9 @@ TEST(JoinedRuns, WhatIsNoRunIsRefusedByItsFileAndKey) {
     EXPECT_THAT(refusal_of("{\"backup\": \"a\", \"began\": 1, \"samples\": []}"),
                 HasSubstr("it has no samples"));
     const std::string second = R"({"time": 1, "bytes": [1], "allowed_rate": null})";
-    EXPECT_THAT(refusal_of(R"({"backup": "a", "began": 1, "samples": [)" + second + ", " + second +
-                           "]}"),
-                HasSubstr("the sample of second 1 isn't in order"));
+    EXPECT_THAT(
+        refusal_of(R"({"backup": "a", "began": 1, "samples": [)" + second + ", " + second + "]}"),
+        HasSubstr("the sample of second 1 isn't in order"));
 }
 
 } // namespace
