@@ -16,7 +16,7 @@ fi
 rate=50000000 # bytes a second
 
 scripts/install-deps.sh --all
-scripts/build.sh release throttling_bench pacing service_bench
+scripts/build.sh release throttling_bench pacing service_bench client_bench load_bench stspithrottling
 bin=build/release/bin
 
 # row NAME "BYTES SECONDS RATIO BUSIEST PAUSE"
@@ -60,4 +60,8 @@ pipe_viewer
 flexible_io
 echo "measuring the service, about two minutes" >&2
 echo
+$bin/client_bench $bin/vlsld
+echo
 $bin/service_bench $bin/vlsld 20
+echo
+$bin/load_bench build/release/lib/libstspithrottling.so build/release/lib/libvlorbST.so

@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <grp.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -28,6 +29,7 @@ void drop_privileges() {
 
 [[noreturn]] void run_child(const std::vector<std::string>& command, const process_options& options,
                             int out, int err) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL); // it doesn't outlive a test that crashes
     dup2(out, STDOUT_FILENO);
     dup2(err, STDERR_FILENO);
     for (const auto& [name, value] : options.environment) {
