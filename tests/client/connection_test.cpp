@@ -217,7 +217,7 @@ TEST_F(Connection, ASystemExceptionForTheManagerOrAFacetPassesOut) {
 }
 
 TEST_F(Connection, FillsTheFirstEventOfAFailedActionAndLeavesTheOthers) {
-    const auto client = make();
+    const auto client = make_connected();
     Orvessa::Vaultaro::ActionFailedEventSeq_var events =
         new Orvessa::Vaultaro::ActionFailedEventSeq;
     events->length(2);

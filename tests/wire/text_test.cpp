@@ -47,7 +47,6 @@ class Texts : public testing::Test {
 
     /// The octets of a text as member of a value, its count before them.
     static giop::octets wide_to(const wchar_t* text) {
-        orb();
         cdrMemoryStream stream;
         stream.marshalWString(text);
         return written(stream);

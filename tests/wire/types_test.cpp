@@ -40,7 +40,6 @@ owned_value filled(const value_class& of_class, uint64_t round) {
 
 template <typename Body>
 void for_each_value(Body body) {
-    orb();
     for (int i = 0; i < value_class_count; ++i) {
         for (uint64_t round = 0; round < ROUNDS; ++round) {
             SCOPED_TRACE(std::string(types[value_classes[i].type].id) + " " +
@@ -53,7 +52,6 @@ void for_each_value(Body body) {
 } // namespace
 
 TEST(Types, ThatAreNoValuesAreWrittenAsTheirTablesSay) {
-    orb();
     for (int i = 0; i < plain_class_count; ++i) {
         const int type = plain_classes[i].type;
         for (uint64_t round = 0; round < ROUNDS; ++round) {
@@ -70,7 +68,6 @@ TEST(Types, ThatAreNoValuesAreWrittenAsTheirTablesSay) {
 }
 
 TEST(Types, ThatAreNoValuesAreReadInBothByteOrders) {
-    orb();
     for (int i = 0; i < plain_class_count; ++i) {
         const int type = plain_classes[i].type;
         for (uint64_t round = 0; round < 2 * ROUNDS; ++round) {
@@ -121,7 +118,6 @@ TEST(Types, ValuesAreReadAsWhatTheyAreWhereAnAncestorIsDeclared) {
 }
 
 TEST(Types, ValuesDoNotPassForTypesThatTheyDoNotDeriveFrom) {
-    orb();
     int refused = 0;
     for (int i = 0; i < value_class_count; ++i) {
         const type& formal = types[value_classes[i].type];
@@ -142,7 +138,6 @@ TEST(Types, ValuesDoNotPassForTypesThatTheyDoNotDeriveFrom) {
 }
 
 TEST(Types, DefaultBuiltValuesHaveEmptyTextsZerosAndNulls) {
-    orb();
     mallopt(M_PERTURB, 0xa5); // what isn't set shows
     for (int i = 0; i < value_class_count; ++i) {
         const value_class& of_class = value_classes[i];
@@ -163,7 +158,6 @@ TEST(Types, DefaultBuiltValuesHaveEmptyTextsZerosAndNulls) {
 }
 
 TEST(Types, EachSequenceOfValuesHoldsEveryVersionANullAndTheSameValueTwice) {
-    orb();
     int versions = 0;
     for (int i = 0; i < value_sequence_count; ++i) {
         const value_sequence& sequence = value_sequences[i];

@@ -111,7 +111,6 @@ TEST(JobInfoSeq, HoldsEveryVersionOfAJob) {
 }
 
 TEST(JobInfoSeq, WithAVersionThatHasNoFactoryIsRefusedWhole) {
-    orb();
     const no_factory without(JOB_INFO_9_1_0);
     giop::cdr_writer body;
     sampler values(1, 1);
@@ -234,7 +233,6 @@ TEST(CopyValue, OfAVersionedValueIsOneOfTheFirstType) {
 }
 
 TEST(CopyValue, OfAnyValueHasTheMembersOfItsChainsFirst) {
-    orb();
     for (int i = 0; i < value_class_count; ++i) {
         const int first = first_of_chain(value_classes[i].type);
         SCOPED_TRACE(types[value_classes[i].type].id);
@@ -255,7 +253,6 @@ TEST(CopyValue, OfAnyValueHasTheMembersOfItsChainsFirst) {
 }
 
 TEST(CopyValue, NeedsNoFactory) {
-    orb();
     const no_factory without(PAIR);
     const CloudMgmt::SRKeyValuePair_var pair = new Pair("region", "address");
     const CloudMgmt::SRKeyValuePair_var copy = pair->_copy_value();
