@@ -1,6 +1,7 @@
 // How long the plugin takes to load, with all the libraries that it needs, beside the ORB's library
-// alone, and how large they are. Prints a Markdown table. This program uses nothing of either, so that
-// each load, in a process of its own, is a first one; their files are in memory after the first.
+// alone, and how large they are. Prints a Markdown table. This program uses nothing of either, so
+// that each load, in a process of its own, is a first one; their files are in memory after the
+// first.
 //
 //   load_bench PLUGIN ORB    the two libraries by their files
 

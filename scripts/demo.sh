@@ -35,6 +35,14 @@ trap clean_up EXIT
 throttlectl=build/release/bin/throttlectl
 source_tree=/usr/include
 
+# A local time zone of the demo's own, the service's too, in which the work window (a quarter of the
+# bandwidth) closes and the off window (all of it) opens eight seconds from now.
+now=$(date -u +%s)
+boundary=$((now + 8))
+shift_by=$(((18 * 3600 - boundary % 86400 + 86400) % 86400))
+TZ=$(printf 'DEMO-%d:%02d:%02d' $((shift_by / 3600)) $((shift_by / 60 % 60)) $((shift_by % 60)))
+export TZ
+
 # --- the service ------------------------------------------------------------------------------------
 build/release/bin/vlsld --port 0 --http-port 0 --port-file "$out/ports" >/dev/null 2>"$out/vlsld.log" &
 service=$!
@@ -53,15 +61,6 @@ export VLSL_PORT
 echo "== the service counts; its live page: http://127.0.0.1:$VLSL_HTTP_PORT/"
 
 # --- one process, two windows -----------------------------------------------------------------------
-
-# A local time zone of the demo's own, in which the work window (a quarter of the bandwidth) closes and
-# the off window (all of it) opens eight seconds from now.
-now=$(date -u +%s)
-boundary=$((now + 8))
-shift_by=$(((18 * 3600 - boundary % 86400 + 86400) % 86400))
-TZ=$(printf 'DEMO-%d:%02d:%02d' $((shift_by / 3600)) $((shift_by / 60 % 60)) $((shift_by % 60)))
-export TZ
-
 # Bandwidth for about eight seconds on either side of the boundary.
 bytes=$(du -sb --apparent-size "$source_tree" | cut -f1)
 bandwidth=$((bytes / 10))

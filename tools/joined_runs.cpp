@@ -109,5 +109,8 @@ plot_data joined(const std::string& title, const std::vector<recorded_run>& runs
         }
         data.samples.push_back(at);
     }
+    if (data.samples.size() > 1) { // the end has no time of its own
+        data.samples.back().allowed = data.samples[data.samples.size() - 2].allowed;
+    }
     return data;
 }

@@ -1,5 +1,5 @@
-// The ORB runs in every test of the program, also in one that runs alone: values, anys and wide text
-// need its tables.
+// The ORB runs in every test of the program, also in one that runs alone: values, anys and wide
+// text need its tables.
 
 #include "tests/wire/calls.h"
 
