@@ -17,6 +17,7 @@ std::string content_of(const std::string& path) {
 }
 
 TEST_F(PlotCommand, DrawsTheRunsThatItIsGiven) {
+    std::filesystem::create_directory(path("tree"));
     write_text(path("tree/file"), std::string(100000, 'x'));
     for (const char* name : {"monday", "tuesday"}) {
         ASSERT_EQ(run("backup", {path("tree"), "--name", name, "--json", path(name)}).code, 0);
