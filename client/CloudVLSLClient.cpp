@@ -1,6 +1,7 @@
 #include "client/CloudVLSLClient.h"
 
 #include "client/ValuetypeRegistrations.h"
+#include "common/onet_proxy_hint.h"
 
 #include <cerrno>
 #include <cstdarg>
@@ -41,7 +42,6 @@ constexpr service_call_s set_blob_call = {
     "setCloudConfigBlob", "occured while", true, refused, -1, STS_OK};
 
 void registerFactory(CORBA::ORB* orb) {
-    vlsl_support::ReferenceFactory::provide_all();
     Corvane::Vaultaro::SL::VLT_77::register_obv_factories(orb);
 }
 

@@ -1,5 +1,7 @@
 #include "client/OrbClient.h"
 
+#include "common/onet_proxy_hint.h"
+
 #include <mutex>
 
 Orb* COrbClient::s_pOrb = nullptr;

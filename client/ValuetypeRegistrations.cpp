@@ -1,5 +1,6 @@
 #include "client/ValuetypeRegistrations.h"
 
+#include "common/onet_proxy_hint.h"
 #include "platform/common/vlcommon.h"
 
 #include <map>
@@ -7,38 +8,28 @@
 
 namespace Corvane::Vaultaro::SL::VLT_77 {
 
-namespace {
-
-class registration {
-  public:
-    registration(CORBA::ORB* orb, const char* id, const CORBA::ValueFactoryBase* factory)
-        : orb_(CORBA::ORB::_duplicate(orb)), id_(id), factory_(factory) {}
-    ~registration() {
-        try {
-            const CORBA::ValueFactoryBase_var present = orb_->lookup_value_factory(id_);
-            if (present.in() == factory_) {
-                orb_->unregister_value_factory(id_);
-            }
-        } catch (const CORBA::Exception&) {
-            // the ORB is gone, and what it held
-        }
+registration::~registration() {
+    if (factory_ == nullptr) {
+        return;
     }
-    registration(const registration&) = delete;
-    registration& operator=(const registration&) = delete;
+    try {
+        const CORBA::ValueFactoryBase_var present = orb_->lookup_value_factory(id_);
+        if (present.in() == factory_) {
+            orb_->unregister_value_factory(id_);
+        }
+    } catch (const CORBA::Exception&) {
+        // the ORB is gone, and what it held
+    }
+}
 
-  private:
-    CORBA::ORB_var orb_;
-    const char* id_;
-    const CORBA::ValueFactoryBase* factory_; ///< never followed: the ORB may have released it
-};
+void registration::note(CORBA::ORB* orb, const CORBA::ValueFactoryBase* factory) noexcept {
+    orb_ = CORBA::ORB::_duplicate(orb);
+    factory_ = factory;
+}
 
-std::map<std::string, registration> last_registrations; ///< by repository id
-
-} // namespace
-
-void take_back_at_unload(CORBA::ORB* orb, const char* id, const CORBA::ValueFactoryBase* factory) {
-    last_registrations.erase(id);
-    last_registrations.try_emplace(id, orb, id, factory);
+registration& registration_of(const char* id) {
+    static std::map<std::string, registration> all;
+    return all.try_emplace(id, id).first->second;
 }
 
 void register_obv_factories(CORBA::ORB* orb) noexcept {

@@ -11,9 +11,27 @@ namespace Corvane::Vaultaro::SL::VLT_77 {
 /// further than the product's log. An exception that would leave it ends the process.
 void register_obv_factories(CORBA::ORB* orb) noexcept;
 
-/// Another copy of this library may keep the process's ORB running when this one is unloaded: what
-/// was registered and noted here goes before its code does. `id` must be a constant.
-void take_back_at_unload(CORBA::ORB* orb, const char* id, const CORBA::ValueFactoryBase* factory);
+/// What this library registered last for one value type. Another copy of it may keep the process's
+/// ORB running when this one is unloaded: what is registered still goes before its code does.
+class registration {
+  public:
+    /// `id` is the value type's repository id, a constant.
+    explicit registration(const char* id) : id_(id) {}
+    ~registration();
+    registration(const registration&) = delete;
+    registration& operator=(const registration&) = delete;
+
+    /// `factory` is registered with `orb` now.
+    void note(CORBA::ORB* orb, const CORBA::ValueFactoryBase* factory) noexcept;
+
+  private:
+    const char* id_;
+    CORBA::ORB_var orb_;
+    const CORBA::ValueFactoryBase* factory_ = nullptr; ///< never followed: it may be gone
+};
+
+/// The one of a value type. It lives as long as this library.
+registration& registration_of(const char* id);
 
 /// Registers a new `Factory` for the value type `Value`; a factory that was registered for it
 /// before is released. False when anything was thrown on the way.
@@ -21,9 +39,10 @@ template <class Factory, class Value>
 bool register_value_factory(CORBA::ORB* orb) noexcept {
     try {
         const CORBA::ValueFactoryBase_var factory = new Factory;
+        registration& last = registration_of(Value::_PD_repoId);
         const CORBA::ValueFactoryBase_var former =
             orb->register_value_factory(Value::_PD_repoId, factory);
-        take_back_at_unload(orb, Value::_PD_repoId, factory);
+        last.note(orb, factory);
         return true;
     } catch (...) {
         return false;

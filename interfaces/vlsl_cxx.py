@@ -172,7 +172,7 @@ def mend_is_a():
 
 
 # The ORB knows one factory of references for each interface, the last that was made, and none once
-# that one is gone. Of two libraries with these stubs the first keeps its own instead.
+# that one is gone. Two libraries with these stubs use those of the first instead.
 def mend_reference_factory():
     mend(
         skel_template,

@@ -5,6 +5,7 @@
 #include <omniORB4/CORBA.h>
 
 #include <cstring>
+#include <dlfcn.h>
 #include <new>
 #include <omniORB4/proxyFactory.h>
 #include <optional>
@@ -53,7 +54,8 @@ class LongDoubleSequence : public _CORBA_Unbounded_Sequence<CORBA::LongDouble> {
     void operator<<=(cdrStream& stream) {
         CORBA::ULong count;
         count <<= stream;
-        if (!stream.checkInputOverrun(1, count)) { // before so many are allocated
+        if (!stream.checkInputOverrun(1,
+                                      count)) { // before so many are allocated; 16 would overflow
             throw CORBA::MARSHAL(0, (CORBA::CompletionStatus)stream.completion());
         }
         length(count);
@@ -69,43 +71,51 @@ class LongDoubleSequence : public _CORBA_Unbounded_Sequence<CORBA::LongDouble> {
     }
 };
 
-// An interface's factory of references. The ORB finds it by the interface's id, in one list for the
-// whole process, and two libraries may hold these stubs at once: two copies of a plugin, say. The
-// first one's factory serves both, so that no reference runs code of a library that is unloaded
-// before the first.
-class ReferenceFactory {
+// Keeps a library loaded as long as this one is.
+class LoadedLibrary {
   public:
-    // Hands this library's factories to the ORB wherever it has none: after the library that
-    // was first is gone. Called before references are made, by one thread at a time.
-    static void provide_all() {
-        for (ReferenceFactory* factory = all_; factory != nullptr; factory = factory->next_) {
-            factory->provide();
+    LoadedLibrary() {}
+    LoadedLibrary(const LoadedLibrary&) = delete;
+    LoadedLibrary& operator=(const LoadedLibrary&) = delete;
+    ~LoadedLibrary() {
+        if (handle_ != nullptr) {
+            dlclose(handle_);
         }
     }
 
-  protected:
-    ReferenceFactory() : next_(all_) { all_ = this; }
-    ~ReferenceFactory() = default;
-    virtual void provide() = 0;
+    // Keeps the one that `place` is in. False when it can't be kept.
+    bool keep(const void* place) {
+        Dl_info library;
+        if (handle_ == nullptr && dladdr(place, &library) != 0) {
+            handle_ = dlopen(library.dli_fname, RTLD_NOW | RTLD_NOLOAD);
+        }
+        return handle_ != nullptr;
+    }
 
   private:
-    inline static ReferenceFactory* all_ = nullptr;
-    ReferenceFactory* const next_;
+    void* handle_ = nullptr;
 };
 
-template <class Factory>
-class RegisteredFactory final : ReferenceFactory {
-  public:
-    explicit RegisteredFactory(const char* id) : id_(id) { provide(); }
+inline LoadedLibrary& first_library() {
+    static LoadedLibrary first;
+    return first;
+}
 
-  private:
-    void provide() override {
-        if (!own_ && omni::proxyObjectFactory::lookup(id_) == nullptr) {
+// An interface's factory of references. The ORB finds it by the interface's id, in one list for the
+// whole process, and two libraries may hold these stubs at once: two copies of a plugin, say. The
+// first one's factories serve both, and stay loaded as long as the other needs them, since the
+// references that they make run their code.
+template <class Factory>
+class RegisteredFactory {
+  public:
+    explicit RegisteredFactory(const char* id) {
+        const void* const present = omni::proxyObjectFactory::lookup(id);
+        if (present == nullptr || !first_library().keep(present)) {
             own_.emplace();
         }
     }
 
-    const char* const id_;
+  private:
     std::optional<Factory> own_;
 };
 

@@ -12,7 +12,9 @@
 
 #include "interfaces/wide_code_set.h"
 
+#include <algorithm>
 #include <cstdlib>
+#include <limits>
 #include <memory>
 #include <mutex>
 #include <netdb.h>
@@ -141,9 +143,11 @@ std::string address_of(const std::string& host) {
     return host.find(':') != std::string::npos ? "[" + host + "]" : host;
 }
 
-/// omniORB's 0 is no bound.
+/// omniORB's 0 is no bound; what is longer than it can tell is the longest that it can.
 CORBA::ULong milliseconds(const ACE_Time_Value& time) {
-    return static_cast<CORBA::ULong>(time.msec());
+    constexpr ACE_UINT64 longest = std::numeric_limits<CORBA::ULong>::max();
+    const ACE_UINT64 asked = time > ACE_Time_Value::zero ? time.get_msec() : 0;
+    return static_cast<CORBA::ULong>(std::min(asked, longest));
 }
 
 } // namespace

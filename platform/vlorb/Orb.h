@@ -47,7 +47,6 @@ class __attribute__((visibility("default"))) Orb {
     /// Bounds each call of this process; zero takes the bound away.
     void setOrbRequestTimeout(const ACE_Time_Value& timeout);
 
-  public:
     CORBA::ORB* orb = nullptr;   ///< owned; null until init
     bool force_oxss_iop = false; ///< objects are reached over TLS; set before init
 };

@@ -54,6 +54,16 @@ TEST(Catalogue, KeepsItsTextsAsTheyAre) {
     }
 }
 
+TEST(Catalogue, KeepsEachCharacterOfAllItsTexts) {
+    uint64_t hash = 0xcbf29ce484222325; // FNV-1a, of a line for each text
+    for (const auto& row : tables_1().rows) {
+        for (const char each : std::get<2>(row) + '\n') {
+            hash = (hash ^ static_cast<unsigned char>(each)) * 0x100000001b3;
+        }
+    }
+    EXPECT_EQ(hash, 0xd93c1055404f86ffU);
+}
+
 TEST(Catalogue, HasAnEqualCopyOfItsOwnInEachUnit) {
     std::set<const void*> places;
     for (const unit_tables& unit : all_units()) {
