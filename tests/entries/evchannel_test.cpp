@@ -94,6 +94,19 @@ TEST_F(EventChannel, NameWithOnlyOneColonIsInvalidAndLeavesOutAlone) {
                      open_who + "leave stspi_open_evchannel"}));
 }
 
+TEST_F(EventChannel, WithoutMemoryForItselfOrItsNameIsNotHandedOut) {
+    session.log_mask = 0; // what the host keeps of the log takes memory, too
+    for (const int before : {0, 1}) {
+        fault::fail_new_after(before);
+        const int status = throttling_open_evchannel(&session, "CS_throttle:cloud:disk:s3", source,
+                                                     1, 2, 3, 4, 5, &channel);
+        fault::fail_new_after(-1);
+        EXPECT_EQ(status, STS_ERR_NOMEM) << before;
+        EXPECT_EQ(channel, untouched<throttling_evchannel_s>()) << before;
+    }
+    EXPECT_EQ(open_channel(), STS_OK);
+}
+
 TEST_F(EventChannel, NamesThatCannotBeSplitAreInvalid) {
     for (const char* const name : {"", ":", "::", "no colon", ":a:b"}) {
         EXPECT_EQ(open_channel(name), STS_ERR_INVALID) << name;

@@ -71,6 +71,14 @@ TEST_F(Ioctl, OneByteMoreIsNotEnoughAndLeavesWhatTheNextLayerWrote) {
     EXPECT_EQ(take_entry_story().back(), error + "the buffer space is not enough.");
 }
 
+TEST_F(Ioctl, NextLayerThatCountsMoreThanThereIsLeavesNoRoom) {
+    next_layer().effects["ioctl"] = [](const next_call& arrived) {
+        arrived.pointer<sts_config_buffer_s>(2)->used = INT32_MAX;
+    };
+    EXPECT_EQ(call(server, 13), 2060031);
+    EXPECT_TRUE(holds_counted("", INT32_MAX));
+}
+
 TEST_F(Ioctl, NextLayerThatFillsTheBufferAndCountsNothingMakesUsWriteNothingBehindIt) {
     next_layer().effects["ioctl"] = [](const next_call& arrived) {
         memset(arrived.pointer<char>(2), 'n', STS_CONFIG_SIZE);
