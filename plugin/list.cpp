@@ -19,12 +19,8 @@ void log_list_end(const throttling_server_s& server, const char* who, int status
 }
 
 handle_ptr<throttling_image_list_s> new_image_list(const sts_lsu_ref_s& lsu, int32_t type) {
-    handle_ptr<throttling_image_list_s> list(new throttling_image_list_s{});
-    list->type = type;
-    list->lsu = lsu;
-    list->next_lsu = next_lsu_of(lsu);
-    list->magic = IMAGE_LIST_MAGIC;
-    return list;
+    return handle_ptr<throttling_image_list_s>(
+        new throttling_image_list_s{IMAGE_LIST_MAGIC, type, lsu, next_lsu_of(lsu), nullptr});
 }
 
 } // namespace
