@@ -22,8 +22,9 @@ int throttling_async_copy_image(sts_forwarded_t /*unused*/, sts_forwarded_t sour
     int status = STS_OK;
     if (server->next_server != nullptr) {
         auto* const holder =
-            static_cast<sts_next_operation_s**>(calloc(1, sizeof(sts_next_operation_s*)));
+            static_cast<sts_next_operation_s**>(malloc(sizeof(sts_next_operation_s*)));
         if (holder != nullptr) {
+            *holder = nullptr;
             *out = holder;
             const sts_lsu_ref_s next_lsu = next_lsu_of(*lsu);
             status = next<&sts_api_t::async_copy_image>(nullptr, source, &next_lsu, target, holder,
