@@ -44,8 +44,7 @@ std::string endpoint(const std::string& address, const char* transport, int port
 CORBA::ORB_ptr start_orb(const std::vector<std::string>& endpoints, int64_t lease, bool has_tls) {
     std::vector<std::pair<std::string, std::string>> settings = {
         // A connection has a thread as long as there are few. Beyond that a pool serves them all,
-        // so
-        // neither thousands of clients nor one that floods can use up the threads.
+        // so neither thousands of clients nor one that floods can use up the threads.
         {"threadPerConnectionUpperLimit", "256"},
         {"threadPerConnectionLowerLimit", "200"},
         {"maxServerThreadPoolSize", "64"},
@@ -113,19 +112,23 @@ corba_server::corba_server(const corba_options& options, ledger& book,
         set_tls_files(options);
     }
     try {
-        orb_ = start_orb(endpoints, book.lease(), !options.tls_key.empty());
-        publish(orb_, book);
+        own_.orb = start_orb(endpoints, book.lease(), !options.tls_key.empty());
+        publish(own_.orb, book);
     } catch (const CORBA::Exception& error) {
         throw std::runtime_error(fmt::format("can't listen on {}: the ORB says CORBA::{}",
                                              fmt::join(endpoints, ", "), error._name()));
     }
 }
 
-corba_server::~corba_server() {
-    try {
-        orb_->shutdown(true);
-        orb_->destroy();
-    } catch (const CORBA::Exception&) {
-        // It is down already.
+corba_server::ending_orb::~ending_orb() {
+    if (!CORBA::is_nil(orb)) {
+        try {
+            orb->shutdown(true);
+            orb->destroy();
+        } catch (const CORBA::Exception&) {
+            // It is down already.
+        }
     }
+    omniORB::setLogFunction(nullptr); // and nothing is said to the log, which may end now
+    orb_messages = nullptr;
 }

@@ -19,10 +19,8 @@ struct corba_options {
 class corba_server {
   public:
     /// Listens and answers. Throws std::runtime_error when it can't, which says why. `book` is
-    /// borrowed. `log` takes what the ORB says, as long as the program runs.
+    /// borrowed. `log` takes what the ORB says until it has ended, here or in the destructor.
     corba_server(const corba_options& options, ledger& book, const ledger::log_sink& log);
-    /// Lets requests that are being answered finish.
-    ~corba_server();
     corba_server(const corba_server&) = delete;
     corba_server& operator=(const corba_server&) = delete;
 
@@ -30,7 +28,14 @@ class corba_server {
     int tls_port() const { return tls_port_; } ///< 0: no TLS is spoken
 
   private:
-    CORBA::ORB_var orb_;
+    /// Ends the ORB, also when it couldn't be made a whole server. Lets requests that are being
+    /// answered finish.
+    struct ending_orb {
+        CORBA::ORB_var orb; ///< nil: not started
+        ~ending_orb();
+    };
+
+    ending_orb own_;
     int port_ = 0;
     int tls_port_ = 0;
 };

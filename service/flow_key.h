@@ -12,7 +12,7 @@
 
 struct flow_key {
     operation_type_t operation; ///< "r:", "w:", or OPERATION_READ_WRITE for "a:"
-    std::string storage;        ///< 1 to STS_NAME_SIZE - 1 bytes, none of them a control character
+    std::string storage;
 };
 
 inline bool has_control_character(std::string_view text) {
@@ -22,20 +22,24 @@ inline bool has_control_character(std::string_view text) {
     });
 }
 
+/// Whether `text` can be a storage's: 1 to STS_NAME_SIZE - 1 bytes, none a control character.
+inline bool is_storage_name(std::string_view text) {
+    return !text.empty() && text.size() < STS_NAME_SIZE && !has_control_character(text);
+}
+
 /// None when `text` is no key.
 inline std::optional<flow_key> parse_key(std::string_view text) {
     constexpr std::string_view prefixes = "rwa"; // in the order of operation_type_t
     constexpr size_t prefix_length = 2;
-    if (text.size() <= prefix_length || text.size() >= prefix_length + STS_NAME_SIZE ||
-        text[1] != ':' || has_control_character(text)) {
+    if (text.size() < prefix_length || text[1] != ':') {
         return std::nullopt;
     }
     const size_t operation = prefixes.find(text[0]);
-    if (operation == std::string_view::npos) {
+    const std::string_view storage = text.substr(prefix_length);
+    if (operation == std::string_view::npos || !is_storage_name(storage)) {
         return std::nullopt;
     }
-    return flow_key{static_cast<operation_type_t>(operation),
-                    std::string(text.substr(prefix_length))};
+    return flow_key{static_cast<operation_type_t>(operation), std::string(storage)};
 }
 
 /// Whether `text` can be a session's: its ":" were replaced before it was sent.

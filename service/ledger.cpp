@@ -12,6 +12,7 @@ namespace {
 
 constexpr const char* flow_names[] = {"reads", "writes"};
 constexpr size_t longest_label = 63;
+constexpr ptrdiff_t most_listed = 5;
 
 /// Seconds of silence after which a flow ends.
 int64_t silence_of_flow(const throttling_config_s& settings) {
@@ -54,6 +55,17 @@ int64_t early_by(const sample& reported, uint64_t share, int64_t longest) {
 std::string row(const char* name, const char* description, uint64_t value) {
     return fmt::format("name={},description={},type=int,value={},fixed=y;", name, description,
                        value);
+}
+
+/// A part of a log line: the first few items, and how many more there are. Empty without any.
+std::string part(const char* what, const std::vector<std::string>& items) {
+    if (items.empty()) {
+        return "";
+    }
+    const auto count = static_cast<ptrdiff_t>(items.size());
+    const ptrdiff_t listed = std::min(count, most_listed);
+    return fmt::format("; {}{}{}", what, fmt::join(items.begin(), items.begin() + listed, "; "),
+                       listed < count ? fmt::format("; and {} more", count - listed) : "");
 }
 
 bool is_quiet(const storage_point& point) {
@@ -151,12 +163,49 @@ void ledger::expire(moment now) {
 // --- storages ----------------------------------------------------------------------------------
 
 /// Null when it would be one too many.
-ledger::storage_entry* ledger::find_or_add(const std::string& name) {
-    const auto known = storages_.find(name);
-    if (known != storages_.end()) {
-        return &*known;
+ledger::storage_entry* ledger::find_or_add(const std::string& name, moment now) {
+    auto known = storages_.find(name);
+    if (known == storages_.end()) {
+        if (storages_.size() >= most_storages) {
+            return nullptr;
+        }
+        known = storages_.try_emplace(name).first;
+        if (latest_->connections.count(name) != 0) {
+            known->second.settings = latest_;
+        }
     }
-    return storages_.size() < most_storages ? &*storages_.try_emplace(name).first : nullptr;
+    known->second.asked = now.uptime;
+    return &*known;
+}
+
+/// The storage of a question. Null when there is no room, all others being used.
+ledger::storage_entry* ledger::asked_for(const std::string& name, moment now) {
+    if (storages_.count(name) == 0) {
+        make_room(1, {});
+    }
+    return find_or_add(name, now);
+}
+
+/// Drops storages that nobody uses, first those that nobody named for longest, until there is room
+/// for as many as are wanted, or none is left but the `spared` ones.
+void ledger::make_room(size_t wanted, const connection_limits& spared) {
+    const size_t room = most_storages - storages_.size();
+    if (wanted <= room) {
+        return;
+    }
+    std::vector<storage_map::iterator> unused;
+    for (auto each = storages_.begin(); each != storages_.end(); ++each) {
+        if (each->second.is_unused() && spared.count(each->first) == 0) {
+            unused.push_back(each);
+        }
+    }
+    std::stable_sort(unused.begin(), unused.end(), [](const auto& one, const auto& other) {
+        return one->second.asked < other->second.asked;
+    });
+    unused.resize(std::min(unused.size(), wanted - room));
+    for (const auto& each : unused) {
+        storages_.erase(each);
+    }
 }
 
 const throttling_config_s& ledger::settings_of(const storage_entry& which) const {
@@ -172,40 +221,55 @@ int32_t ledger::configure(session_number number, const std::string& text, moment
                                      longest_text))
             .status;
     }
-    if (heard(number, now) == nullptr) {
+    const session_entry* const who = heard(number, now);
+    if (who == nullptr) {
         return STS_ERR_NOMEM;
     }
     if (text == latest_text_) {
         return STS_OK; // as each image sends them at its open
     }
-    const settings_ptr incoming = read_settings(text);
-    if (incoming == nullptr) {
+    const settings_text incoming = read_settings(text);
+    if (incoming.settings == nullptr) {
         return malformed(number, STS_ERR_INVALID,
                          "settings without a readable row: " + in_quotes(text))
             .status;
     }
-    for (const auto& [name, limit] : incoming->connections) {
-        storage_entry* const what = find_or_add(name);
-        if (what == nullptr) {
-            log_(fmt::format("settings of {} aren't kept, {} storages are", in_quotes(name),
-                             most_storages));
-            continue;
-        }
-        const std::string changed = changes(settings_of(*what), *incoming, name);
-        if (!changed.empty()) {
-            log_(fmt::format("storage {}: {}", in_quotes(name), changed));
-        }
-        what->second.settings = incoming;
+    const std::string news =
+        take_up(incoming.settings, now) + part("not taken, no name: ", incoming.no_names);
+    if (!news.empty()) {
+        log(*who, "new settings" + news); // one line, however many storages the text names
     }
-    latest_ = incoming;
     latest_text_ = text;
     return STS_OK;
 }
 
+/// What changes by it, for the log.
+std::string ledger::take_up(const settings_ptr& incoming, moment now) {
+    const connection_limits& named = incoming->connections;
+    make_room(static_cast<size_t>(std::count_if(
+                  named.begin(), named.end(),
+                  [&](const auto& each) { return storages_.count(each.first) == 0; })),
+              named);
+    std::vector<std::string> changed;
+    std::vector<std::string> left_out;
+    for (const auto& [name, limit] : named) {
+        storage_entry* const what = find_or_add(name, now);
+        if (what == nullptr) {
+            left_out.push_back(in_quotes(name));
+            continue;
+        }
+        const std::string change = changes(settings_of(*what), *incoming, name);
+        if (!change.empty()) {
+            changed.push_back(fmt::format("storage {}: {}", in_quotes(name), change));
+        }
+        what->second.settings = incoming;
+    }
+    latest_ = incoming;
+    return part("", changed) + part("not taken, no room: ", left_out);
+}
+
 bool ledger::can_be_dropped(const storage_entry& which) const {
-    return which.second.settings == nullptr && which.second.connections == 0 &&
-           which.second.flows[OPERATION_READ].empty() &&
-           which.second.flows[OPERATION_WRITE].empty() &&
+    return which.second.settings == nullptr && which.second.is_unused() &&
            std::all_of(which.second.history.begin(), which.second.history.end(), is_quiet);
 }
 
@@ -227,7 +291,7 @@ answer ledger::check_connections(session_number number, const std::string& key,
                          fmt::format("{}: a change by {}, not by 1 or -1", in_quotes(key), delta));
     }
     session_entry* const who = heard(number, now);
-    storage_entry* const what = find_or_add(parsed->storage);
+    storage_entry* const what = asked_for(parsed->storage, now);
     if (who == nullptr || what == nullptr) {
         return malformed(number, STS_ERR_NOMEM, in_quotes(key) + ": no room for one more");
     }
@@ -262,7 +326,7 @@ answer ledger::check_bandwidth(session_number number, const std::string& key,
         return malformed(number, STS_ERR_INVALID, "no session's text: " + in_quotes(session_text));
     }
     session_entry* const who = heard(number, now);
-    storage_entry* const what = find_or_add(parsed->storage);
+    storage_entry* const what = asked_for(parsed->storage, now);
     if (who == nullptr || what == nullptr) {
         return malformed(number, STS_ERR_NOMEM, in_quotes(key) + ": no room for one more");
     }

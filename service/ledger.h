@@ -3,18 +3,20 @@
 //   session --- hold --- storage     a hold is one session's use of one storage: the connections
 //                                    that it was admitted to, and its flows, reading and writing
 //
-//   a:NAME +1 / -1      takes a connection while the storage has fewer than its limit; gives it
-//   back r:NAME, w:NAME      a report starts or renews the session's flow; -1 ends it, and so does
-//   silence
-//                       for two sample intervals
+//   a:NAME +1 / -1      takes a connection while the storage has fewer than its limit; returns it
+//   r:NAME, w:NAME      a report starts or renews the session's flow; -1 ends it, and so does
+//                       silence for two sample intervals
 //   settings            the last row text that named a storage sets its limit and its rates
 //
 // A session that says nothing for the lease ends and gives back what it held. One that isn't in the
 // book is taken up again when it speaks: the service was started anew under it. So that its
 // connections are counted again too, it is given one when it reports a flow.
 //
-// No CORBA and no clock in here. Every call may come from any thread. The book is bounded: there is
-// a limit to the sessions and to the storages in it.
+// The book is bounded: there is a limit to the sessions and to the storages in it. A storage that
+// nobody uses leaves its place to a new one; clients send their text at each open of an image, so
+// its settings come back with its use.
+//
+// No CORBA and no clock in here. Every call may come from any thread.
 #pragma once
 
 #include "service/limits.h"
@@ -111,7 +113,7 @@ class ledger {
     void close(session_number number, moment now);
 
     /// Takes up the settings of a row text. 0, or STS_ERR_INVALID: no row of it can be read, and
-    /// nothing has changed.
+    /// nothing has changed. Storages that there is no room for are left out.
     int32_t configure(session_number number, const std::string& text, moment now);
     /// `delta` is 1 or -1.
     answer check_connections(session_number number, const std::string& key,
@@ -138,8 +140,10 @@ class ledger {
         settings_ptr settings; ///< of the last text that named it; null: none did
         int64_t connections = 0;
         int64_t refused = 0;
+        int64_t asked = 0; ///< uptime when a client last named it
         flow_list flows[2];
         std::deque<storage_point> history;
+        bool is_unused() const { return connections == 0 && flows[0].empty() && flows[1].empty(); }
     };
     using storage_map = std::map<std::string, storage>;
     using storage_entry = storage_map::value_type;
@@ -165,7 +169,10 @@ class ledger {
     void end(session_map::iterator which, const char* why);
     void expire(moment now);
 
-    storage_entry* find_or_add(const std::string& name);
+    storage_entry* find_or_add(const std::string& name, moment now);
+    storage_entry* asked_for(const std::string& name, moment now);
+    void make_room(size_t wanted, const connection_limits& spared);
+    std::string take_up(const settings_ptr& incoming, moment now);
     const throttling_config_s& settings_of(const storage_entry& which) const;
     bool can_be_dropped(const storage_entry& which) const;
 
@@ -194,7 +201,7 @@ class ledger {
     std::list<session_number> silent_longest_; ///< the sessions, whoever spoke last at the end
     storage_map storages_;
     settings_ptr latest_ = std::make_shared<throttling_config_s>();
-    std::string latest_text_;
+    std::optional<std::string> latest_text_;
     int64_t last_point_;
     int64_t sessions_opened_ = 0;
     int64_t sessions_expired_ = 0;

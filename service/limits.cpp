@@ -1,9 +1,13 @@
 #include "service/limits.h"
 
+#include "service/flow_key.h"
+#include "service/in_quotes.h"
+
 #include "config/settings.h"
 
 #include <fmt/format.h>
 #include <limits>
+#include <utility>
 
 namespace {
 
@@ -33,11 +37,27 @@ bool are_equal(const throttling_config_s& one, const throttling_config_s& other)
     return one.avail_bandwidth == other.avail_bandwidth && one.connections == other.connections;
 }
 
+/// Reads the rows into `read`, except those of storages that no key can name. The names that were
+/// left out.
+std::vector<std::string> read_rows(std::string text, throttling_config_s& read) {
+    read_buf_to_var(nullptr, text.data(), &read);
+    std::vector<std::string> no_names;
+    for (auto each = read.connections.begin(); each != read.connections.end();) {
+        if (is_storage_name(each->first)) {
+            ++each;
+        } else {
+            no_names.push_back(in_quotes(each->first));
+            each = read.connections.erase(each);
+        }
+    }
+    return no_names;
+}
+
 /// The parser passes over what it can't read without saying so. A record that no row can lead to
 /// tells: it has changed if any was read.
-bool has_readable_row(std::string text) {
+bool has_readable_row(const std::string& text) {
     throttling_config_s read = unread_settings();
-    read_buf_to_var(nullptr, text.data(), &read);
+    read_rows(text, read);
     return !are_equal(read, unread_settings());
 }
 
@@ -49,14 +69,13 @@ void add_change(std::string& text, const char* what, uint64_t old, uint64_t now)
 
 } // namespace
 
-settings_ptr read_settings(const std::string& text) {
+settings_text read_settings(const std::string& text) {
     if (!has_readable_row(text)) {
-        return nullptr;
+        return {};
     }
     auto read = std::make_shared<throttling_config_s>();
-    std::string writable = text;
-    read_buf_to_var(nullptr, writable.data(), read.get());
-    return read;
+    std::vector<std::string> no_names = read_rows(text, *read);
+    return {std::move(read), std::move(no_names)};
 }
 
 int64_t limit_of(const throttling_config_s& config, const std::string& storage) {

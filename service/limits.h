@@ -5,11 +5,18 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 using settings_ptr = std::shared_ptr<const throttling_config_s>;
+using connection_limits = decltype(throttling_config_s::connections);
 
-/// The settings of a row text; what it doesn't name has its default. Null when no row can be read.
-settings_ptr read_settings(const std::string& text);
+/// What is read of a row text.
+struct settings_text {
+    settings_ptr settings; ///< what it doesn't name has its default; null: no row can be read
+    std::vector<std::string> no_names; ///< in quotes, of rows left out: no key could have them
+};
+
+settings_text read_settings(const std::string& text);
 
 /// Connections that `storage` may have at once.
 int64_t limit_of(const throttling_config_s& config, const std::string& storage);

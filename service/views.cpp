@@ -12,11 +12,25 @@ using json = nlohmann::ordered_json;
 
 namespace {
 
-/// Any bytes as JSON. Its escapes are those of a label of the text form too, since a storage's name
-/// has no control characters.
-std::string dump(const json& value) {
-    return value.dump(-1, ' ', false, json::error_handler_t::replace);
+/// A name as it is shown. Narrow text on the wire is ISO 8859-1, whose bytes are the first 256 code
+/// points: different names look different.
+std::string utf8(const std::string& name) {
+    std::string result;
+    for (const char each : name) {
+        const auto point = static_cast<unsigned char>(each);
+        if (point < 0x80) {
+            result += each;
+        } else {
+            result += static_cast<char>(0xc0 | point >> 6);
+            result += static_cast<char>(0x80 | (point & 0x3f));
+        }
+    }
+    return result;
 }
+
+/// The value of a label. The escapes of JSON are those of the text form too, since a storage's name
+/// has no control characters.
+std::string label(const std::string& name) { return json(utf8(name)).dump(); }
 
 json direction_json(const direction_view& seen) {
     return {{"flows", seen.flows}, {"allowed", seen.allowed}, {"measured", seen.measured}};
@@ -43,7 +57,7 @@ json history_json(const std::vector<storage_point>& history) {
 }
 
 json storage_json(const storage_view& seen) {
-    return {{"name", seen.name},
+    return {{"name", utf8(seen.name)},
             {"limit", seen.limit},
             {"connections", seen.now.connections},
             {"refused", seen.refused},
@@ -67,7 +81,7 @@ class exposition {
              const std::function<double(const storage_view&)>& value) {
         head(name, type, help);
         for (const storage_view& each : storages) {
-            line(name, "{storage=" + dump(each.name) + "}", value(each));
+            line(name, "{storage=" + label(each.name) + "}", value(each));
         }
     }
 
@@ -76,7 +90,7 @@ class exposition {
              const std::function<double(const direction_view&)>& value) {
         head(name, "gauge", help);
         for (const storage_view& each : storages) {
-            const std::string storage = "{storage=" + dump(each.name);
+            const std::string storage = "{storage=" + label(each.name);
             line(name, storage + ",direction=\"read\"}", value(each.now.read));
             line(name, storage + ",direction=\"write\"}", value(each.now.write));
         }
@@ -116,18 +130,19 @@ std::string status_json(const ledger_view& seen, moment now) {
     for (const storage_view& each : seen.storages) {
         storages.push_back(storage_json(each));
     }
-    return dump({{"service", "vlsld"},
-                 {"time", now.wall},
-                 {"uptime", seen.uptime},
-                 {"lease", seen.lease},
-                 {"sessions", seen.sessions},
-                 {"sessions_opened", seen.sessions_opened},
-                 {"sessions_expired", seen.sessions_expired},
-                 {"reports", seen.reports},
-                 {"malformed", seen.malformed},
-                 {"history_step", history_step},
-                 {"history_points", history_points},
-                 {"storages", std::move(storages)}});
+    const json status = {{"service", "vlsld"},
+                         {"time", now.wall},
+                         {"uptime", seen.uptime},
+                         {"lease", seen.lease},
+                         {"sessions", seen.sessions},
+                         {"sessions_opened", seen.sessions_opened},
+                         {"sessions_expired", seen.sessions_expired},
+                         {"reports", seen.reports},
+                         {"malformed", seen.malformed},
+                         {"history_step", history_step},
+                         {"history_points", history_points},
+                         {"storages", std::move(storages)}};
+    return status.dump();
 }
 
 std::string metrics_text(const ledger_view& seen) {

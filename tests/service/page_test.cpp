@@ -3,10 +3,14 @@
 #include "tests/service/service_process.h"
 #include "tests/service/wire_client.h"
 
+#include <atomic>
 #include <filesystem>
+#include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <httplib.h>
 #include <regex>
+#include <thread>
 
 using testing::AllOf;
 using testing::ContainsRegex;
@@ -95,6 +99,86 @@ TEST(Page, NamesAreShownAsTheyAreAndNothingMore) {
     EXPECT_THAT(page, HasSubstr("<h2>__proto__</h2>"));
     EXPECT_THAT(page, HasSubstr("<title>Storage bandwidth</title>"));
     EXPECT_THAT(page, Not(HasSubstr("<img")));
+}
+
+/// Stands between the browser and the service, so that things happen between two of the page's
+/// questions.
+class onlooker {
+  public:
+    /// `before` is called with the number of each question, from 1. What it returns is the status
+    /// of the answer; other than 200 keeps the service out of it.
+    onlooker(const service_process& service, std::function<int(int)> before) {
+        server_.Get("/", [&](const httplib::Request&, httplib::Response& response) {
+            response.set_content(service.get("/"), "text/html");
+        });
+        server_.Get(
+            "/status", [&, before](const httplib::Request& request, httplib::Response& response) {
+                response.status = before(++questions_);
+                if (response.status == 200) {
+                    const std::string since = request.get_param_value("since");
+                    response.set_content(service.get("/status?since=" + since), "application/json");
+                }
+            });
+        port_ = server_.bind_to_any_port("127.0.0.1");
+        thread_ = std::thread([this] { server_.listen_after_bind(); });
+    }
+    ~onlooker() {
+        while (!server_.is_running()) { // a stop before that would be missed
+            std::this_thread::yield();
+        }
+        server_.stop();
+        thread_.join();
+    }
+
+    int port() const { return port_; }
+    int questions() const { return questions_; }
+
+  private:
+    httplib::Server server_;
+    std::atomic<int> questions_ = 0;
+    int port_;
+    std::thread thread_;
+};
+
+TEST(Page, FollowsWhatChangesWhileItIsOpen) {
+    const service_process service;
+    const remote_session client(service.port());
+    client.configure("name=THR:s3,description=d,type=int,value=4,fixed=n;");
+    client.check_connections("a:s3", 1);
+    const onlooker between(service, [&](int question) {
+        if (question == 2) {
+            client.check_connections("a:s3", 1);
+            client.check_connections("a:tape", 1);
+            client.report("w:tape", 84000000, 10);
+            client.configure("name=THR:s3,description=d,type=int,value=9,fixed=n;");
+        }
+        return 200;
+    });
+    const std::string page = open_page(between.port());
+    EXPECT_GE(between.questions(), 2);
+    EXPECT_THAT(page, ContainsRegex("class=\"connections\">2 of 9<"));
+    EXPECT_THAT(page, Not(ContainsRegex("class=\"connections\">1 of 4<")));
+    EXPECT_THAT(page, ContainsRegex("<h2>tape</h2>"));
+    EXPECT_THAT(page, HasSubstr("<b>8.4 MB/s</b>"));
+    EXPECT_EQ(count(page, "<h2>s3</h2>"), 1U);
+}
+
+TEST(Page, SaysWhenTheServiceNoLongerAnswersAndKeepsWhatItShowed) {
+    const service_process service;
+    const remote_session client(service.port());
+    client.check_connections("a:s3", 1);
+    const onlooker between(service, [](int question) { return question == 1 ? 200 : 503; });
+    const std::string page = open_page(between.port());
+    EXPECT_THAT(page, ContainsRegex("id=\"state\"[^>]*>no answer from the service<"));
+    EXPECT_THAT(page, ContainsRegex("class=\"connections\">1 of 10<"));
+}
+
+TEST(Page, IsLiveAgainWhenTheServiceAnswersAgain) {
+    const service_process service;
+    const onlooker between(service, [](int question) { return question == 1 ? 503 : 200; });
+    const std::string page = open_page(between.port());
+    EXPECT_GE(between.questions(), 2);
+    EXPECT_THAT(page, ContainsRegex("id=\"state\"[^>]*>live<"));
 }
 
 TEST(Page, SaysWhenThereIsNothingToShow) {

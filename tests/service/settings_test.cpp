@@ -14,6 +14,21 @@ class Settings : public LedgerTest {
         configure(row("s3", 2) + row("SAMPLE_INTERVAL", 30));
         lines.clear();
     }
+    /// Short rows of `count` storages.
+    static std::string rows(const std::string& prefix, size_t count, uint64_t limit) {
+        std::string text;
+        for (size_t each = 0; each < count; ++each) {
+            text += "name=THR:" + prefix + std::to_string(each) +
+                    ",value=" + std::to_string(limit) + ",";
+        }
+        return text;
+    }
+    /// As many storages as there may be, all of them used.
+    void fill_with_used() {
+        for (size_t each = 1; each <= most_storages; ++each) {
+            connect(1, "used" + std::to_string(each));
+        }
+    }
     void expect_unchanged() {
         EXPECT_EQ(seen().limit, 2);
         EXPECT_EQ(seen().sample_interval, 30);
@@ -39,6 +54,12 @@ TEST_F(Settings, AStorageThatNoTextNamesFollowsTheLastOfAll) {
     configure(row("DEFAULT_MAX_CONNECTIONS", 4));
     EXPECT_EQ(seen("other").limit, 4);
     expect_unchanged();
+}
+
+TEST_F(Settings, AnEmptyTextIsRefusedBeforeAnyOther) {
+    ledger fresh(lease, now, [](const std::string&) {});
+    EXPECT_EQ(fresh.configure(1, "", now), STS_ERR_INVALID);
+    EXPECT_EQ(fresh.view(now).malformed, 1);
 }
 
 TEST_F(Settings, BeforeAnyTextTheDefaultsHold) {
@@ -79,9 +100,10 @@ TEST_F(Settings, EverySettingIsReadableByItself) {
 
 TEST_F(Settings, AChangeIsLoggedWithWhatChanged) {
     configure(row("s3", 5) + row("SAMPLE_INTERVAL", 60) + row("AVAIL_BANDWIDTH", 1000));
-    EXPECT_THAT(lines, testing::ElementsAre(
-                           "storage \"s3\": limit 2 -> 5, THR:AVAIL_BANDWIDTH 104857600 -> 1000, "
-                           "THR:SAMPLE_INTERVAL 30 -> 60"));
+    EXPECT_THAT(lines,
+                testing::ElementsAre(
+                    "session 0000000000000001 \"\": new settings; storage \"s3\": limit 2 -> 5, "
+                    "THR:AVAIL_BANDWIDTH 104857600 -> 1000, THR:SAMPLE_INTERVAL 30 -> 60"));
 }
 
 TEST_F(Settings, TheSameAgainIsNoChange) {
@@ -90,14 +112,94 @@ TEST_F(Settings, TheSameAgainIsNoChange) {
     EXPECT_TRUE(lines.empty());
 }
 
-TEST_F(Settings, StoragesAreLimitedInNumber) {
-    for (size_t each = 1; each <= most_storages; ++each) {
-        connect(1, "storage" + std::to_string(each)); // s3 is there already, so one is too many
-    }
-    EXPECT_EQ(book.view(now).storages.size(), most_storages);
+TEST_F(Settings, ATextIsOneLineOfTheLog) {
+    configure(rows("many", 8, 3));
+    EXPECT_THAT(lines,
+                testing::ElementsAre(
+                    "session 0000000000000001 \"\": new settings; storage \"many0\": limit 10 "
+                    "-> 3, THR:SAMPLE_INTERVAL 30 -> 0; storage \"many1\": limit 10 -> 3, "
+                    "THR:SAMPLE_INTERVAL 30 -> 0; storage \"many2\": limit 10 -> 3, "
+                    "THR:SAMPLE_INTERVAL 30 -> 0; storage \"many3\": limit 10 -> 3, "
+                    "THR:SAMPLE_INTERVAL 30 -> 0; storage \"many4\": limit 10 -> 3, "
+                    "THR:SAMPLE_INTERVAL 30 -> 0; and 3 more"));
+}
+
+TEST_F(Settings, NamesThatNoKeyCanHaveAreLeftOut) {
+    const std::string longest(STS_NAME_SIZE - 1, 'n');
+    EXPECT_EQ(configure(row("a\tb\x01"
+                            "c",
+                            5) +
+                        row(longest, 4) + row(longest + "n", 4)),
+              0);
+    EXPECT_EQ(seen(longest).limit, 4);
+    EXPECT_EQ(book.view(now).storages.size(), 2U);
+    EXPECT_THAT(lines.back(), HasSubstr("; not taken, no name: \"a\\x09b\\x01c\"; \"nnn"));
+    EXPECT_EQ(configure(row("a\x7f", 5)), STS_ERR_INVALID); // and no other row is there
+}
+
+// --- how many storages there may be ---
+
+TEST_F(Settings, StoragesInUseAreLimitedInNumber) {
+    fill_with_used();
     EXPECT_EQ(connect(1, "one more").status, STS_ERR_NOMEM);
-    EXPECT_EQ(configure(row("one more", 3)), 0);
-    EXPECT_THAT(lines.back(), HasSubstr("settings of \"one more\" aren't kept"));
+    EXPECT_EQ(configure(row("one more", 3) + row("used1", 4)), 0);
+    EXPECT_EQ(
+        lines.back(),
+        "session 0000000000000001 \"host_1\": new settings; storage \"used1\": limit 10 -> 4, "
+        "THR:SAMPLE_INTERVAL 30 -> 0; not taken, no room: \"one more\"");
+    EXPECT_EQ(book.view(now).storages.size(), most_storages);
+    EXPECT_EQ(connections("used1"), 1);
+}
+
+TEST_F(Settings, ATextNamesNoMoreThanThereIsRoomFor) {
+    connect(1, "used");
+    report(1, "r:read");
+    report(1, "w:written");
+    EXPECT_EQ(configure(rows("many", 2 * most_storages, 3)), 0);
+    EXPECT_EQ(book.view(now).storages.size(), most_storages);
+    EXPECT_EQ(connections("used"), 1);
+    EXPECT_EQ(seen("read").now.read.flows, 1);
+    EXPECT_EQ(seen("written").now.write.flows, 1);
+}
+
+TEST_F(Settings, AStorageThatIsUsedHasRoomWhateverATextNames) {
+    configure(rows("many", 2 * most_storages, 3));
+    EXPECT_EQ(connect(2, "brandnew").status, STS_OK);
+    EXPECT_EQ(report(2, "w:other").status, STS_OK);
+    EXPECT_EQ(book.view(now).storages.size(), most_storages);
+    EXPECT_EQ(connections("brandnew"), 1);
+}
+
+TEST_F(Settings, WhatWasNamedLongestAgoLeavesItsPlaceFirst) {
+    pass(1);
+    configure(rows("named", most_storages - 1, 3));
+    EXPECT_EQ(seen().limit, 2);
+    pass(1);
+    connect(1, "new");
+    EXPECT_EQ(seen().name, "") << "s3, of the older text, is still there";
+    EXPECT_EQ(book.view(now).storages.size(), most_storages);
+}
+
+TEST_F(Settings, ATextTakesThePlaceOfNamesThatNobodyUses) {
+    pass(history_step);
+    book.tick(now);
+    configure(rows("old", most_storages - 1, 3));
+    EXPECT_EQ(configure(row("s3", 2) + rows("new", 10, 4)), 0);
+    EXPECT_EQ(seen("new0").limit, 4);
+    EXPECT_EQ(seen().history.size(), 1U) << "s3, which the text names, had to leave too";
+    EXPECT_EQ(book.view(now).storages.size(), most_storages);
+}
+
+TEST_F(Settings, AStorageThatLostItsPlaceHasItsLimitAgain) {
+    configure(row("s3", 7));
+    fill_with_used();
+    EXPECT_EQ(seen().name, "");
+    disconnect(1, "used1");
+    EXPECT_EQ(configure(row("s3", 7)), 0);
+    connect(1);
+    EXPECT_EQ(seen().limit, 7);
+    configure(row("other", 3) + row("DEFAULT_MAX_CONNECTIONS", 4));
+    EXPECT_EQ(seen().limit, 7) << "another's text, which doesn't name it, counts";
 }
 
 } // namespace

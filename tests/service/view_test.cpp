@@ -26,6 +26,37 @@ class View : public LedgerTest {
     }
 };
 
+/// Checks text as a collector reads it: each metric has its help, its type and its lines together.
+void expect_valid_exposition(const std::string& text) {
+    const std::regex help(R"re(# HELP ([a-zA-Z_:][a-zA-Z0-9_:]*) \S.*)re");
+    const std::regex type(R"re(# TYPE ([a-zA-Z_:][a-zA-Z0-9_:]*) (counter|gauge))re");
+    const std::regex line(
+        R"re(([a-zA-Z_:][a-zA-Z0-9_:]*)(\{[a-z]+="(\\[\\"n]|[^"\\\n])*"(,[a-z]+="(\\[\\"n]|[^"\\\n])*")*\})? [0-9.e+]+)re");
+    std::istringstream in(text);
+    std::set<std::string> metrics;
+    std::set<std::string> series;
+    std::string current;
+    std::string typed;
+    std::smatch parts;
+    for (std::string each; std::getline(in, each);) {
+        if (std::regex_match(each, parts, help)) {
+            current = parts[1];
+            EXPECT_TRUE(metrics.insert(current).second) << "twice: " << each;
+        } else if (std::regex_match(each, parts, type)) {
+            typed = parts[1];
+            EXPECT_EQ(typed, current);
+            EXPECT_EQ(parts[2] == "counter", current.find("_total") != std::string::npos);
+        } else {
+            ASSERT_TRUE(std::regex_match(each, parts, line)) << each;
+            EXPECT_EQ(parts[1], current);
+            EXPECT_EQ(typed, current);
+            EXPECT_TRUE(series.insert(each.substr(0, each.rfind(' '))).second) << "twice: " << each;
+        }
+    }
+    EXPECT_EQ(text.back(), '\n');
+    EXPECT_GE(metrics.size(), 14U);
+}
+
 TEST_F(View, HistoryHasAPointForEachStep) {
     connect(1);
     pass_with_ticks(10);
@@ -112,46 +143,44 @@ TEST_F(View, StatusHasTheHistoryInColumns) {
 
 TEST_F(View, AnyNameMakesValidJson) {
     connect(1, "a\"b\\c</script><b>\xff\xe4");
-    EXPECT_EQ(status()["storages"].at(0)["name"], "a\"b\\c</script><b>\xef\xbf\xbd\xef\xbf\xbd");
+    EXPECT_EQ(status()["storages"].at(0)["name"], "a\"b\\c</script><b>\u00ff\u00e4");
+}
+
+TEST_F(View, NamesAreShownAsTheLatin1ThatTheyAre) {
+    connect(1, "st\xf6r");
+    connect(1, "st\xe4r");
+    EXPECT_EQ(status()["storages"].at(0)["name"], "st\u00e4r");
+    EXPECT_EQ(status()["storages"].at(1)["name"], "st\u00f6r");
+    EXPECT_THAT(metrics(), HasSubstr("vlsld_storage_connections{storage=\"st\u00e4r\"} 1\n"
+                                     "vlsld_storage_connections{storage=\"st\u00f6r\"} 1\n"));
+}
+
+TEST_F(View, EveryByteThatANameMayHaveIsShownDistinctly) {
+    std::set<std::string> names;
+    for (int byte = ' '; byte < 256; ++byte) {
+        if (byte != 0x7f) {
+            connect(1, std::string("x") + static_cast<char>(byte));
+        }
+    }
+    const json all = status();
+    for (const json& each : all["storages"]) {
+        EXPECT_TRUE(names.insert(each["name"]).second) << each["name"];
+    }
+    EXPECT_EQ(names.size(), 223U);
+    expect_valid_exposition(metrics());
 }
 
 // --- Prometheus ---
-
-/// Checks text as a collector reads it: each metric has its help, its type and its lines together.
-void expect_valid_exposition(const std::string& text) {
-    const std::regex help(R"re(# HELP ([a-zA-Z_:][a-zA-Z0-9_:]*) \S.*)re");
-    const std::regex type(R"re(# TYPE ([a-zA-Z_:][a-zA-Z0-9_:]*) (counter|gauge))re");
-    const std::regex line(
-        R"re(([a-zA-Z_:][a-zA-Z0-9_:]*)(\{[a-z]+="(\\[\\"n]|[^"\\\n])*"(,[a-z]+="(\\[\\"n]|[^"\\\n])*")*\})? [0-9.e+]+)re");
-    std::istringstream in(text);
-    std::set<std::string> metrics;
-    std::set<std::string> series;
-    std::string current;
-    std::string typed;
-    std::smatch parts;
-    for (std::string each; std::getline(in, each);) {
-        if (std::regex_match(each, parts, help)) {
-            current = parts[1];
-            EXPECT_TRUE(metrics.insert(current).second) << "twice: " << each;
-        } else if (std::regex_match(each, parts, type)) {
-            typed = parts[1];
-            EXPECT_EQ(typed, current);
-            EXPECT_EQ(parts[2] == "counter", current.find("_total") != std::string::npos);
-        } else {
-            ASSERT_TRUE(std::regex_match(each, parts, line)) << each;
-            EXPECT_EQ(parts[1], current);
-            EXPECT_EQ(typed, current);
-            EXPECT_TRUE(series.insert(each.substr(0, each.rfind(' '))).second) << "twice: " << each;
-        }
-    }
-    EXPECT_EQ(text.back(), '\n');
-    EXPECT_GE(metrics.size(), 14U);
-}
 
 TEST_F(View, MetricsAreValidWithAndWithoutStorages) {
     expect_valid_exposition(metrics());
     connect(1);
     connect(1, "a\"b\\c{}");
+    connect(1, "st\xf6r"); // two that differ in a byte that isn't ASCII
+    connect(1, "st\xe4r");
+    configure(row("good", 2) + row("a\tb\x01"
+                                   "c",
+                                   5)); // a name that no label could have
     report(1, "w:s3", 1'000'000'000'000, 1);
     expect_valid_exposition(metrics());
 }
