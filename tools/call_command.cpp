@@ -139,7 +139,7 @@ void add_call(CLI::App& app, request& asked) {
         "entry hands out. Shown are the status, what was handed out, and the messages that the "
         "host\n"
         "received during the call; with --json one object: entry, status, status_text, out, log.\n"
-        "Ends with 0 if the status is 0, else with 1.\n",
+        "Ends with 0 if the status is 0 and all could be closed again, else with 1.\n",
         {"call --list", "call --list read_image_v7", "call list_lsu_v7" + to,
          "call read_image_v7 image=daily/monday.1of1 length=100 position=512" + to,
          "call async_wait operation=daily/monday.1of1 operation.to=weekly/copy forwarded=-1" +

@@ -50,12 +50,6 @@ std::pair<std::string, std::string> image_path(const std::string& name, const st
     return {text.substr(0, slash), text.substr(slash + 1)};
 }
 
-void require_ok(int status, const std::string& operation, const std::string& object) {
-    if (status != STS_OK) {
-        throw failed(operation, object, status);
-    }
-}
-
 /// Without the zeros that nothing was written over.
 std::string content_of(const std::vector<char>& buffer) {
     size_t size = buffer.size();
@@ -325,6 +319,7 @@ std::string call_scene::server_name() const {
 const host_server& call_scene::server() {
     if (server_ == nullptr) {
         server_ = std::make_unique<host_server>(host_, session_, server_name());
+        closes_.insert(closes_.begin(), [this] { return server_->end(); }); // last of all
     }
     return *server_;
 }
@@ -451,8 +446,10 @@ uint64_t call_scene::handle_out(const argument& which, Close ending) {
     shows_.emplace_back([this, handle, name = which.name] {
         out_[name] = *handle != nullptr ? "a handle" : "nothing";
     });
-    closes_.emplace_back(
-        [handle, ending] { return *handle != nullptr ? ending(*handle) : int{STS_OK}; });
+    closes_.emplace_back([this, handle, ending] {
+        const int ended = *handle != nullptr ? ending(*handle) : int{STS_OK};
+        return status_ == STS_OK ? ended : int{STS_OK}; // what is left by a failure is half open
+    });
     return forwarded(handle);
 }
 

@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -71,4 +72,15 @@ inline void add_json(CLI::App& app, bool& as_json) {
 /// `action` is what the arguments ask for when `app` is the command that they name.
 inline void chooses(CLI::App& app, request& asked, const std::function<int()>& action) {
     app.callback([&asked, action] { asked.action = action; });
+}
+
+/// A command of `group` on one server; `options` is what its own options are stored in.
+template <typename Options>
+CLI::App* add_command(CLI::App& group, request& asked, const char* name, const char* summary,
+                      const std::shared_ptr<Options>& options,
+                      int (*action)(const server_options&, const Options&)) {
+    CLI::App* const app = group.add_subcommand(name, summary);
+    add_server(*app, asked.common.server);
+    chooses(*app, asked, [&asked, options, action] { return action(asked.common, *options); });
+    return app;
 }

@@ -127,10 +127,13 @@ std::string wanted_text(const assignments& wanted) {
 std::string undo(const host_server& server, const server_settings& before) {
     std::string ignored;
     (void)write_text(server, before.text(), ignored);
-    return read_text(server) == before.text()
-               ? "nothing is changed"
-               : "what was there before can't be put back whole: see "
-                 "\"throttlectl config get\"";
+    try {
+        if (read_text(server) == before.text()) {
+            return "nothing is changed";
+        }
+    } catch (const failure&) { // why the set failed is what is to be said
+    }
+    return "what was there before can't be put back whole: see \"throttlectl config get\"";
 }
 
 /// What isn't as it was asked for, in words; empty when all is.
@@ -157,7 +160,8 @@ void print_changes(const server_settings& before, const server_settings& after) 
     bool is_changed = false;
     for (const setting_row& row : after.rows()) {
         const setting_row* const old = before.find(row.name);
-        if (old == nullptr || old->value != row.value) {
+        const bool is_first = &row == after.find(row.name); // several layers may have it
+        if (is_first && (old == nullptr || old->value != row.value)) {
             fmt::print("{}: {} -> {}\n", row.name, old != nullptr ? old->value : "none", row.value);
             is_changed = true;
         }

@@ -144,25 +144,30 @@ void take(const host_server& server, const events_options& options, const sts_ev
     }
 }
 
-int run_events(const server_options& common, const events_options& options) {
-    const signals caught;
-    connection to(common);
+void take_all(const host_server& server, const events_options& options, const signals& caught) {
     const bool from_now = options.follows && !options.with_kept;
-    event_channel channel(to.server, source_of(options),
+    event_channel channel(server, source_of(options),
                           from_now ? STS_EVENTS_FROM_NOW : STS_EVENTS_KEPT);
     if (options.follows) {
         console::get().line(fmt::format(
-            "Following the events of the server \"{}\". Ctrl-C ends it.", common.server));
+            "Following the events of the server \"{}\". Ctrl-C ends it.", server.name()));
     }
     bool is_over = false;
     while (!is_over) {
         if (const std::optional<sts_event_s> event = channel.next()) {
-            take(to.server, options, *event);
+            take(server, options, *event);
             is_over = caught.next(std::chrono::milliseconds(0));
         } else {
             is_over = !options.follows || caught.next(look_interval);
         }
     }
+}
+
+int run_events(const server_options& common, const events_options& options) {
+    const signals caught;
+    connection to(common);
+    take_all(to.server, options, caught);
+    to.server.close();
     return EXIT_DONE;
 }
 

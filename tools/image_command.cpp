@@ -5,19 +5,16 @@
 #include "tools/console.h"
 #include "tools/failure.h"
 #include "tools/image_copy.h"
+#include "tools/input_file.h"
 #include "tools/printable.h"
 #include "tools/records.h"
 #include "tools/sizes.h"
 #include "tools/status_names.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <fmt/format.h>
-#include <fstream>
 #include <memory>
 #include <set>
-#include <sstream>
 
 namespace {
 
@@ -36,20 +33,6 @@ struct image_options {
     bool clears_meta = false;
 };
 
-void require_ok(int status, const char* operation, const std::string& image,
-                const host_server& server) {
-    if (status != STS_OK) {
-        throw failed(operation, image, server.name(), status);
-    }
-}
-
-std::string bytes_text(uint64_t bytes) { return size_text(static_cast<double>(bytes)); }
-
-int ended(host_server& server) {
-    server.close();
-    return server.passed_over() == 0 ? EXIT_DONE : EXIT_FAILED;
-}
-
 // --- list, groups, show, delete ----------------------------------------------------------------
 
 int list_images(const server_options& common, const image_options& options) {
@@ -61,10 +44,14 @@ int list_images(const server_options& common, const image_options& options) {
         if (!options.group.empty() && each.group != options.group) {
             continue;
         }
-        const sts_image_info_s info = to.server.image_info(options.lsu, each.name);
-        all.push_back(fields_of(info));
-        lines.push_back({printable(each.name), bytes_text(info.size), time_text(info.created),
-                         printable(each.group)});
+        try {
+            const sts_image_info_s info = to.server.image_info(options.lsu, each.name);
+            all.push_back(fields_of(info));
+            lines.push_back({printable(each.name), size_text(info.size), time_text(info.created),
+                             printable(each.group)});
+        } catch (const status_failure& error) {
+            to.server.pass_over(error.what());
+        }
     }
     if (options.as_json) {
         fmt::print("{}\n", dumped(all, 2));
@@ -93,10 +80,10 @@ int list_groups(const server_options& common, const image_options& options) {
         sts_image_group_s group = {};
         require_ok(to.server.entries().get_image_group_byname(&reference, forwarded(name.c_str()),
                                                               forwarded(&group)),
-                   "reading the image group", name, to.server);
+                   "reading the image group", name, to.server.name());
         all.push_back(fields_of(group));
         lines.push_back(
-            {printable(name), std::to_string(group.image_count), bytes_text(group.size)});
+            {printable(name), std::to_string(group.image_count), size_text(group.size)});
     }
     fmt::print("{}", options.as_json ? dumped(all, 2) + "\n"
                                      : columns_text({"group", "images", "size"}, lines));
@@ -111,7 +98,7 @@ int show_image(const server_options& common, const image_options& options) {
     } else {
         const auto size = fields.at("size").get<uint64_t>();
         fields["size"] =
-            size < 1024 ? bytes_text(size) : fmt::format("{} ({} bytes)", bytes_text(size), size);
+            size < 1024 ? size_text(size) : fmt::format("{} ({} bytes)", size_text(size), size);
         for (const char* const when : {"created", "modified"}) {
             fields[when] = time_text(fields.at(when).get<int64_t>());
         }
@@ -127,7 +114,7 @@ int delete_images(const server_options& common, const image_options& options) {
     for (const std::string& image : options.images) {
         try {
             to.server.delete_image(options.lsu, image);
-            fmt::print("The image \"{}\" is deleted.\n", image);
+            fmt::print("The image \"{}\" is deleted.\n", printable(image));
         } catch (const failure& error) {
             ++failures;
             console::get().line(std::string("throttlectl: ") + error.what());
@@ -148,7 +135,7 @@ std::string read_meta(const host_server& server, host_image& image) {
         require_ok(server.entries().read_image_meta(image.handle(), forwarded(block.data()),
                                                     block.size(), meta.size(), forwarded(&count),
                                                     0),
-                   "reading the metadata of the image", image.name(), server);
+                   "reading the metadata of the image", image.name(), server.name());
         meta.append(block.data(), std::min<uint64_t>(count, block.size()));
     } while (count != 0);
     return meta;
@@ -159,17 +146,8 @@ int print_meta(const server_options& common, const image_options& options) {
     host_image image = to.server.open_image(options.lsu, options.image);
     const std::string meta = read_meta(to.server, image);
     image.close(STS_CLOSE_COMPLETE);
-    fwrite(meta.data(), 1, meta.size(), stdout);
+    fmt::print("{}", meta);
     return ended(to.server);
-}
-
-std::string content_of(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream content;
-    if (!file || (file.peek() != EOF && !(content << file.rdbuf()))) {
-        throw failure(fmt::format("{} can't be read: {}", path, strerror(errno)));
-    }
-    return content.str();
 }
 
 /// The image is written again as a whole: readers see the old one until this is done.
@@ -177,13 +155,13 @@ int set_meta(const server_options& common, const image_options& options, const s
     connection to(common);
     host_image image = to.server.open_image(options.lsu, options.image, STS_IMAGE_WRITE);
     require_ok(to.server.entries().delete_files(image.handle(), STS_FILES_META, 0, 0, 0, 0),
-               "clearing the metadata of the image", options.image, to.server);
+               "clearing the metadata of the image", options.image, to.server.name());
     for (uint64_t done = 0; done < meta.size();) {
         uint64_t count = 0;
         require_ok(
             to.server.entries().write_image_meta(image.handle(), forwarded(meta.data() + done),
                                                  meta.size() - done, done, forwarded(&count), 0),
-            "writing the metadata of the image", options.image, to.server);
+            "writing the metadata of the image", options.image, to.server.name());
         if (count == 0) {
             throw failure(fmt::format("the image \"{}\" takes no more than {} bytes of metadata",
                                       options.image, done));
@@ -191,13 +169,14 @@ int set_meta(const server_options& common, const image_options& options, const s
         done += count;
     }
     image.close(STS_CLOSE_COMPLETE);
-    fmt::print("The image \"{}\" has {} bytes of metadata.\n", options.image, meta.size());
+    fmt::print("The image \"{}\" has {} bytes of metadata.\n", printable(options.image),
+               meta.size());
     return ended(to.server);
 }
 
 int run_meta(const server_options& common, const image_options& options) {
     if (!options.meta_file.empty()) {
-        return set_meta(common, options, content_of(options.meta_file));
+        return set_meta(common, options, read_file(options.meta_file));
     }
     return options.sets_meta || options.clears_meta ? set_meta(common, options, options.new_meta)
                                                     : print_meta(common, options);
@@ -221,12 +200,10 @@ int run_copy(const server_options& common, const image_options& options) {
 
 using image_action = int (*)(const server_options&, const image_options&);
 
-CLI::App* add_command(CLI::App& image, request& asked, const char* name, const char* summary,
-                      const std::shared_ptr<image_options>& options, image_action action) {
-    CLI::App* const app = image.add_subcommand(name, summary);
-    add_server(*app, asked.common.server);
+CLI::App* add_image_command(CLI::App& image, request& asked, const char* name, const char* summary,
+                            const std::shared_ptr<image_options>& options, image_action action) {
+    CLI::App* const app = add_command(image, asked, name, summary, options, action);
     add_lsu_option(*app, options->lsu);
-    chooses(*app, asked, [&asked, options, action] { return action(asked.common, *options); });
     return app;
 }
 
@@ -236,8 +213,8 @@ void add_name(CLI::App& app, image_options& options) {
 
 void add_copy(CLI::App& image, request& asked, const std::shared_ptr<image_options>& options,
               const std::string& to) {
-    CLI::App* const copy =
-        add_command(image, asked, "copy", "Copy an image within the storage", options, run_copy);
+    CLI::App* const copy = add_image_command(image, asked, "copy",
+                                             "Copy an image within the storage", options, run_copy);
     copy_request& wanted = options->copy;
     add_name(*copy, *options);
     copy->add_option("--to-lsu", wanted.to_lsu, "The LSU that it is copied to")
@@ -263,7 +240,7 @@ void add_copy(CLI::App& image, request& asked, const std::shared_ptr<image_optio
 
 void add_meta(CLI::App& image, request& asked, const std::shared_ptr<image_options>& options,
               const std::string& to) {
-    CLI::App* const meta = add_command(
+    CLI::App* const meta = add_image_command(
         image, asked, "meta", "Print an image's metadata as it is, or set it", options, run_meta);
     add_name(*meta, *options);
     CLI::Option* const set =
@@ -293,7 +270,7 @@ void add_image(CLI::App& app, request& asked) {
         command_help("", {"image list" + to, "image copy monday.1of1 --to-lsu weekly" + to}));
 
     CLI::App* const list =
-        add_command(*image, asked, "list", "List an LSU's images", options, list_images);
+        add_image_command(*image, asked, "list", "List an LSU's images", options, list_images);
     list->add_option("--group", options->group, "Only those of a group")->type_name("GROUP");
     add_json(*list, options->as_json);
     list->footer(
@@ -301,19 +278,19 @@ void add_image(CLI::App& app, request& asked) {
                      "(bytes), created and\nmodified (seconds since the epoch).\n",
                      {"image list" + to, "image list --group monday --json" + to}));
 
-    CLI::App* const groups = add_command(
+    CLI::App* const groups = add_image_command(
         *image, asked, "groups", "List the groups of an LSU's images", options, list_groups);
     add_json(*groups, options->as_json);
     groups->footer(command_help("", {"image groups" + to}));
 
     CLI::App* const show =
-        add_command(*image, asked, "show", "Show an image's properties", options, show_image);
+        add_image_command(*image, asked, "show", "Show an image's properties", options, show_image);
     add_name(*show, *options);
     add_json(*show, options->as_json);
     show->footer(command_help("", {"image show monday.1of1" + to}));
 
     CLI::App* const remove =
-        add_command(*image, asked, "delete", "Delete images", options, delete_images);
+        add_image_command(*image, asked, "delete", "Delete images", options, delete_images);
     remove->add_option("IMAGE", options->images, "Their names")->required()->type_name("");
     remove->footer(command_help("", {"image delete monday.1of2 monday.2of2" + to}));
 

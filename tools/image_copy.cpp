@@ -2,6 +2,7 @@
 
 #include "tools/console.h"
 #include "tools/failure.h"
+#include "tools/printable.h"
 #include "tools/progress.h"
 #include "tools/records.h"
 #include "tools/sizes.h"
@@ -22,7 +23,6 @@ constexpr auto look_interval = std::chrono::milliseconds(50);
 constexpr auto redraw_interval = std::chrono::milliseconds(200);
 constexpr auto line_interval = std::chrono::seconds(2);
 constexpr size_t bar_width = 20;
-constexpr const char* plugin_prefix = "CS_throttle:";
 constexpr int32_t only_look = 0;
 constexpr int32_t until_the_end = -1;
 
@@ -163,7 +163,7 @@ int copy_image(const host_server& server, const copy_request& wanted, const sign
         throw failed("copying the image", wanted.image, server.name(), now.result);
     }
     fmt::print("The image \"{}\" is copied to \"{}\" in the LSU \"{}\": {} in {:.1f} s.\n",
-               wanted.image, wanted.to_image, wanted.to_lsu,
+               printable(wanted.image), printable(wanted.to_image), printable(wanted.to_lsu),
                size_text(static_cast<double>(now.bytes_copied)), view.seconds());
     return EXIT_DONE;
 }

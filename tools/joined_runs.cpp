@@ -3,9 +3,9 @@
 #include "tools/failure.h"
 
 #include <algorithm>
+#include <cmath>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
-#include <numeric>
 
 using nlohmann::json;
 
@@ -40,6 +40,14 @@ std::optional<uint64_t> recorded_run::allowed_at(double time) const {
 
 namespace {
 
+/// A whole number of bytes, which isn't below 0.
+uint64_t bytes_of(const char* key, const json& value) {
+    if (!value.is_number_unsigned()) {
+        throw failure(fmt::format("its \"{}\" {} isn't a whole number from 0", key, value.dump()));
+    }
+    return value.get<uint64_t>();
+}
+
 /// A sample tells of the second before it, and of the rate that is allowed from then on.
 recorded_run run_of(const json& figures) {
     recorded_run run;
@@ -47,12 +55,17 @@ recorded_run run_of(const json& figures) {
     run.began = figures.at("began").get<double>();
     run.moments.push_back({});
     for (const json& sample : figures.at("samples")) {
-        const auto bytes = sample.at("bytes").get<std::vector<uint64_t>>();
         recorded_run::moment moment;
         moment.time = sample.at("time").get<double>();
-        moment.bytes = std::accumulate(bytes.begin(), bytes.end(), run.moments.back().bytes);
-        if (!sample.at("allowed_rate").is_null()) {
-            moment.allowed = sample.at("allowed_rate").get<uint64_t>();
+        moment.bytes = run.moments.back().bytes;
+        for (const json& stream : sample.at("bytes").get_ref<const json::array_t&>()) {
+            moment.bytes += bytes_of("bytes", stream);
+        }
+        if (const json& rate = sample.at("allowed_rate"); !rate.is_null()) {
+            moment.allowed = bytes_of("allowed_rate", rate);
+        }
+        if (!std::isfinite(run.began + moment.time)) {
+            throw failure(fmt::format("its \"time\" {} is beyond any time", moment.time));
         }
         if (moment.time <= run.moments.back().time) {
             throw failure(fmt::format("the sample of second {} isn't in order", moment.time));

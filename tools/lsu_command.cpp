@@ -21,20 +21,11 @@ struct lsu_options {
 constexpr uint32_t first_peer_room = 16;
 constexpr uint32_t most_peer_room = 1U << 16U;
 
-std::string bytes_text(uint64_t bytes) { return size_text(static_cast<double>(bytes)); }
-
-void require_ok(int status, const char* operation, const std::string& lsu,
-                const host_server& server) {
-    if (status != STS_OK) {
-        throw failed(operation, lsu, server.name(), status);
-    }
-}
-
 sts_lsu_info_s info_of(const host_server& server, const std::string& lsu) {
     const sts_lsu_ref_s reference = server.ref(lsu);
     sts_lsu_info_s info = {};
     require_ok(server.entries().get_lsu_prop_byname_v11(&reference, &info),
-               "reading the properties of the LSU", lsu, server);
+               "reading the properties of the LSU", lsu, server.name());
     return info;
 }
 
@@ -51,7 +42,7 @@ void add_peers(const host_server& server, const std::string& lsu, json& shown) {
         status = server.entries().get_lsu_replication_prop(&reference, room, sources.data(), room,
                                                            targets.data());
     }
-    require_ok(status, "reading the replication properties of the LSU", lsu, server);
+    require_ok(status, "reading the replication properties of the LSU", lsu, server.name());
     shown["copied_from"] = fields_of(sources);
     shown["copied_to"] = fields_of(targets);
 }
@@ -62,7 +53,7 @@ std::string shown_text(const json& fields) {
     json lines = json::object();
     for (const auto& [name, value] : fields.items()) {
         if (name == "used" || name == "capacity" || name == "free") {
-            lines[name] = bytes_text(value.get<uint64_t>());
+            lines[name] = size_text(value.get<uint64_t>());
         } else if (!value.is_array()) {
             lines[name] = value;
         }
@@ -81,20 +72,19 @@ std::string shown_text(const json& fields) {
 
 // --- the commands ------------------------------------------------------------------------------
 
-int ended(host_server& server) {
-    server.close();
-    return server.passed_over() == 0 ? EXIT_DONE : EXIT_FAILED;
-}
-
 int list_lsus(const server_options& common, const lsu_options& options) {
     connection to(common);
     json all = json::array();
     std::vector<std::vector<std::string>> lines;
     for (const std::string& lsu : to.server.lsus()) {
-        const sts_lsu_info_s info = info_of(to.server, lsu);
-        all.push_back(fields_of(info));
-        lines.push_back({printable(lsu), std::to_string(info.image_count), bytes_text(info.used),
-                         bytes_text(info.free), printable(text_of(info.label))});
+        try {
+            const sts_lsu_info_s info = info_of(to.server, lsu);
+            all.push_back(fields_of(info));
+            lines.push_back({printable(lsu), std::to_string(info.image_count), size_text(info.used),
+                             size_text(info.free), printable(text_of(info.label))});
+        } catch (const status_failure& error) {
+            to.server.pass_over(error.what());
+        }
     }
     if (options.as_json) {
         fmt::print("{}\n", dumped(all, 2));
@@ -118,16 +108,16 @@ int create_lsu(const server_options& common, const lsu_options& options) {
     connection to(common);
     const sts_lsu_def_s definition = lsu_definition(options.name, options.label);
     require_ok(to.host.create_lsu(to.server.handle(), definition), "creating the LSU", options.name,
-               to.server);
-    fmt::print("The LSU \"{}\" is created.\n", options.name);
+               to.server.name());
+    fmt::print("The LSU \"{}\" is created.\n", printable(options.name));
     return ended(to.server);
 }
 
 int delete_lsu(const server_options& common, const lsu_options& options) {
     connection to(common);
     require_ok(to.host.delete_lsu(to.server.ref(options.name)), "deleting the LSU", options.name,
-               to.server);
-    fmt::print("The LSU \"{}\" is deleted.\n", options.name);
+               to.server.name());
+    fmt::print("The LSU \"{}\" is deleted.\n", printable(options.name));
     return ended(to.server);
 }
 
@@ -136,8 +126,9 @@ int label_lsu(const server_options& common, const lsu_options& options) {
     const sts_lsu_ref_s reference = to.server.ref(options.name);
     const sts_lsu_def_s checked = lsu_definition(options.name, options.label);
     require_ok(to.server.entries().label_lsu(&reference, forwarded(checked.label)),
-               "labelling the LSU", options.name, to.server);
-    fmt::print("The LSU \"{}\" is labelled \"{}\".\n", options.name, options.label);
+               "labelling the LSU", options.name, to.server.name());
+    fmt::print("The LSU \"{}\" is labelled \"{}\".\n", printable(options.name),
+               printable(options.label));
     return ended(to.server);
 }
 
@@ -146,23 +137,12 @@ int find_lsu(const server_options& common, const lsu_options& options) {
     sts_lsu_entry_s found = {};
     require_ok(to.server.entries().find_lsu(to.server.handle(), forwarded(options.label.c_str()),
                                             forwarded(&found), 0, 0, 0),
-               "finding an LSU with the label", options.label, to.server);
+               "finding an LSU with the label", options.label, to.server.name());
     fmt::print("{}\n", printable(text_of(found.name)));
     return ended(to.server);
 }
 
 // --- the options -------------------------------------------------------------------------------
-
-using lsu_action = int (*)(const server_options&, const lsu_options&);
-
-/// A command on one server; `options` is what its options are stored in.
-CLI::App* add_command(CLI::App& lsu, request& asked, const char* name, const char* summary,
-                      const std::shared_ptr<lsu_options>& options, lsu_action action) {
-    CLI::App* const app = lsu.add_subcommand(name, summary);
-    add_server(*app, asked.common.server);
-    chooses(*app, asked, [&asked, options, action] { return action(asked.common, *options); });
-    return app;
-}
 
 void add_name(CLI::App& app, lsu_options& options) {
     app.add_option("LSU", options.name, "The LSU's name")->required()->type_name("");

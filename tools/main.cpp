@@ -5,7 +5,10 @@
 #include "tools/failure.h"
 #include "tools/status_names.h"
 
+#include <cerrno>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <new>
 
@@ -41,6 +44,17 @@ void set_environment(const char* name, const char* value) {
 }
 
 void print_error(const std::string& text) { console::get().line("throttlectl: " + text); }
+
+/// The code to end with: a command whose output is lost hasn't gone well.
+int printed(int code) {
+    const bool is_flushed = fflush(stdout) == 0;
+    if (is_flushed && ferror(stdout) == 0) {
+        return code;
+    }
+    print_error(std::string("standard output can't be written") +
+                (is_flushed ? "" : std::string(": ") + strerror(errno)));
+    return code == EXIT_DONE ? EXIT_FAILED : code;
+}
 
 int act(const request& asked) {
     try {
@@ -86,12 +100,13 @@ int run_program(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
+    int code = EXIT_FAILED;
     try {
-        return run_program(argc, argv);
+        code = run_program(argc, argv);
     } catch (const std::bad_alloc&) {
         print_error("out of memory");
     } catch (const std::exception& error) {
         print_error(error.what());
     }
-    return EXIT_FAILED;
+    return printed(code);
 }

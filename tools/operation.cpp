@@ -58,6 +58,11 @@ connection::connection(const server_options& options)
     : host(options.plugin),
       server(host, watching_session(session_id(), options.log), options.server) {}
 
+int ended(host_server& server) {
+    server.close();
+    return server.passed_over() == 0 ? EXIT_DONE : EXIT_FAILED;
+}
+
 tree_listing list_for(transfer& run, const std::vector<tree_root>& roots) {
     return list_trees(roots, [&](size_t entries) {
         run.check_may_move();

@@ -53,6 +53,10 @@ struct connection {
     host_server server;
 };
 
+/// Closes the server and returns what the program ends with: it fails when entries of lists were
+/// passed over.
+int ended(host_server& server);
+
 /// Each returns what the program ends with.
 int run_backup(const backup_options& options);
 int run_restore(const restore_options& options);

@@ -2,15 +2,12 @@
 
 #include "tools/commands.h"
 #include "tools/failure.h"
+#include "tools/input_file.h"
 #include "tools/joined_runs.h"
 #include "tools/output_file.h"
 
-#include <cerrno>
-#include <cstring>
 #include <fmt/format.h>
-#include <fstream>
 #include <memory>
-#include <sstream>
 
 namespace {
 
@@ -20,19 +17,10 @@ struct plot_options {
     std::string title = "Runs side by side";
 };
 
-std::string content_of(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    if (!file || !(text << file.rdbuf())) {
-        throw failure(fmt::format("{} can't be read: {}", path, strerror(errno)));
-    }
-    return text.str();
-}
-
 int run_plot(const plot_options& options) {
     std::vector<recorded_run> runs;
     for (const std::string& path : options.runs) {
-        runs.push_back(read_run(path, content_of(path)));
+        runs.push_back(read_run(path, read_file(path)));
     }
     write_file(options.picture, plot_svg(joined(options.title, runs)));
     fmt::print("The picture is in {}.\n", options.picture);

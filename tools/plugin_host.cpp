@@ -21,7 +21,6 @@ namespace {
 constexpr const char* plugin_file = "libstspithrottling.so";
 constexpr uint64_t host_version = 12;
 constexpr uint64_t interface_version = 11;
-constexpr const char* expected_prefix = "CS_throttle:";
 constexpr const char* expected_label = "Throttling Plugin";
 constexpr size_t create_lsu_slot = 4;
 constexpr size_t delete_lsu_slot = 9;
@@ -53,18 +52,11 @@ void check_record(const stspi_api_rec_t& record, const std::string& path) {
     require(record.version == interface_version,
             fmt::format("its record has version {}, not {}", record.version, interface_version));
     require(record.ep != nullptr, "its record has no entry table");
-    require(
-        text_of(record.prefix) == expected_prefix,
-        fmt::format("its prefix is \"{}\", not \"{}\"", text_of(record.prefix), expected_prefix));
+    require(text_of(record.prefix) == plugin_prefix,
+            fmt::format("its prefix is \"{}\", not \"{}\"", text_of(record.prefix), plugin_prefix));
     require(text_of(record.label) == expected_label,
             fmt::format("its label is \"{}\", not \"{}\"", text_of(record.label), expected_label));
     require(record.version_text[0] != '\0', "its record has no version text");
-}
-
-void require_ok(int status, const char* operation, const std::string& object) {
-    if (status != STS_OK) {
-        throw failed(operation, object, status);
-    }
 }
 
 /// Takes every entry of a list and closes it. An entry that can't be given, as of a damaged image,
@@ -164,18 +156,16 @@ host_server::host_server(const plugin_host& host, const sts_session_def_v7_t& se
                "opening the server", name_);
 }
 
-host_server::~host_server() {
-    if (handle_ != nullptr) {
-        entries().close_server_v7(handle_);
-    }
-}
+host_server::~host_server() { (void)end(); }
 
-void host_server::close() {
-    const int status = entries().close_server_v7(handle_);
+void host_server::close() { require_ok(end(), "closing the server", name_); }
+
+int host_server::end() {
+    const int status = handle_ != nullptr ? entries().close_server_v7(handle_) : int{STS_OK};
     if (status != STS_ERR_BUSY) {
         handle_ = nullptr;
     }
-    require_ok(status, "closing the server", name_);
+    return status;
 }
 
 sts_lsu_ref_s host_server::ref(const std::string& lsu) const {
@@ -195,6 +185,11 @@ std::vector<std::string> host_server::lsus() {
         [&](const sts_lsu_entry_s& entry) { names.push_back(text_of(entry.name)); });
     std::sort(names.begin(), names.end());
     return names;
+}
+
+void host_server::pass_over(const std::string& reason) {
+    ++passed_over_;
+    console::get().line("passed over: " + reason);
 }
 
 void host_server::require_lsu(const std::string& lsu) {
@@ -235,10 +230,8 @@ sts_image_info_s host_server::image_info(const std::string& lsu, const std::stri
     const sts_lsu_ref_s reference = ref(lsu);
     const sts_image_def_s definition = image_definition(image);
     sts_image_info_s info = {};
-    const int status = entries().get_image_prop_byname_v10(&reference, &definition, &info);
-    if (status != STS_OK) {
-        throw failed("reading the properties of the image", image, name_, status);
-    }
+    require_ok(entries().get_image_prop_byname_v10(&reference, &definition, &info),
+               "reading the properties of the image", image, name_);
     return info;
 }
 
@@ -257,10 +250,8 @@ host_image host_server::open_image(const std::string& lsu, const std::string& im
     const sts_lsu_ref_s reference = ref(lsu);
     const sts_image_def_s definition = image_definition(image);
     throttling_image_s* handle = nullptr;
-    const int status = entries().open_image_v10(&reference, &definition, flags, &handle);
-    if (status != STS_OK) {
-        throw failed("opening the image", image, name_, status);
-    }
+    require_ok(entries().open_image_v10(&reference, &definition, flags, &handle),
+               "opening the image", image, name_);
     return {*this, handle, image};
 }
 
@@ -271,9 +262,7 @@ int host_server::delete_by_name(const std::string& lsu, const std::string& image
 }
 
 void host_server::delete_image(const std::string& lsu, const std::string& image) const {
-    if (const int status = delete_by_name(lsu, image)) {
-        throw failed("deleting the image", image, name_, status);
-    }
+    require_ok(delete_by_name(lsu, image), "deleting the image", image, name_);
 }
 
 void host_server::discard_image(const std::string& lsu, const std::string& image) const {

@@ -10,11 +10,11 @@
 #include "plugin/stspi_entries.h"
 
 #include <cstdint>
-
 #include <string>
 #include <vector>
 
-struct stspi_ep_t;
+/// What the names of its servers begin with.
+constexpr const char* plugin_prefix = "CS_throttle:";
 
 /// A loaded and started plugin. Stops it at the end; whatever was opened through it is closed by
 /// then. The library stays loaded: what it has left with the process, such as handlers for its end,
@@ -106,6 +106,8 @@ class host_server {
     std::vector<listed_image> images(const std::string& lsu);
     /// Entries of lists so far that the server couldn't give; each was named.
     size_t passed_over() const { return passed_over_; }
+    /// Names and counts one that was listed and can't be told more of, as it may be gone by now.
+    void pass_over(const std::string& reason);
     sts_image_info_s image_info(const std::string& lsu, const std::string& image) const;
     host_image create_image(const std::string& lsu, const std::string& image,
                             const std::string& group) const;
@@ -116,12 +118,12 @@ class host_server {
     /// The same without a word of what came of it: for what is left of a failure.
     void discard_image(const std::string& lsu, const std::string& image) const;
     void close();
+    /// The same, with the status as its answer.
+    int end();
     /// Never closes it: for when somebody else has.
     void let_go() { handle_ = nullptr; }
 
     const stspi_ep_t& entries() const { return host_.entries(); }
-
-    const plugin_host& host() const { return host_; }
 
   private:
     int delete_by_name(const std::string& lsu, const std::string& image) const;

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
+#include <map>
 #include <optional>
 
 namespace {
@@ -138,9 +139,13 @@ server_settings::server_settings(std::string text, const std::string& server)
 }
 
 const setting_row* server_settings::find(const std::string& name) const {
-    const auto found = std::find_if(rows_.begin(), rows_.end(),
-                                    [&](const setting_row& row) { return row.name == name; });
-    return found != rows_.end() ? &*found : nullptr;
+    const setting_row* found = nullptr;
+    for (const setting_row& row : rows_) {
+        if (row.name == name && (found == nullptr || (found->fixed && !row.fixed))) {
+            found = &row;
+        }
+    }
+    return found;
 }
 
 std::pair<std::string, std::string> assignment_of(const std::string& argument) {
@@ -153,22 +158,20 @@ std::pair<std::string, std::string> assignment_of(const std::string& argument) {
 
 std::string changed_text(const server_settings& current, const assignments& wanted,
                          const std::string& server) {
-    std::vector<std::pair<const setting_row*, std::string>> changes;
+    std::map<std::string, std::string> values;
     for (const auto& [key, value] : wanted) {
-        const setting_row& row = require_row(current, key, value, server);
-        require_value(row, value);
-        if (std::any_of(changes.begin(), changes.end(),
-                        [&](const auto& each) { return each.first == &row; })) {
+        require_value(require_row(current, key, value, server), value);
+        if (!values.emplace(key, value).second) {
             throw usage_failure(fmt::format("\"{}\" is set twice", key));
         }
-        changes.emplace_back(&row, value);
     }
-    std::sort(changes.begin(), changes.end(), [](const auto& left, const auto& right) {
-        return left.first->value_at > right.first->value_at; // from behind: places stay right
-    });
+    // Every layer reads the whole text, and takes the last row of a name. From behind: places stay
+    // right.
     std::string text = current.text();
-    for (const auto& [row, value] : changes) {
-        text.replace(row->value_at, row->value.size(), value);
+    for (auto row = current.rows().rbegin(); row != current.rows().rend(); ++row) {
+        if (const auto found = values.find(row->name); found != values.end()) {
+            text.replace(row->value_at, row->value.size(), found->second);
+        }
     }
     return text;
 }

@@ -25,7 +25,8 @@ class server_settings {
 
     const std::string& text() const { return text_; }
     const std::vector<setting_row>& rows() const { return rows_; }
-    /// Null where there is none.
+    /// Of several layers' rows of that name one that can be set, if there is one. Null where there
+    /// is none.
     const setting_row* find(const std::string& name) const;
 
   private:
@@ -39,8 +40,9 @@ std::pair<std::string, std::string> assignment_of(const std::string& argument);
 
 using assignments = std::vector<std::pair<std::string, std::string>>;
 
-/// The text with these values in it. Fails, naming key and value, when a key isn't there, can't be
-/// changed through this server or is named twice, and when a value isn't of its type.
+/// The text with these values in it, in the rows of every layer that has them. Fails, naming key
+/// and value, when a key isn't there, can't be changed through this server or is named twice, and
+/// when a value isn't of its type.
 std::string changed_text(const server_settings& current, const assignments& wanted,
                          const std::string& server);
 

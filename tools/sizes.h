@@ -7,6 +7,7 @@
 
 /// "0 B", "12.3 KiB", "100.0 MiB", ...
 std::string size_text(double bytes);
+inline std::string size_text(uint64_t bytes) { return size_text(static_cast<double>(bytes)); }
 
 /// The same "/s", or "unlimited".
 std::string rate_text(std::optional<double> bytes_per_second);

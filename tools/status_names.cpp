@@ -2,6 +2,7 @@
 
 #include "platform/sts/sts_records.h"
 #include "plugin/stsapi.h"
+#include "tools/printable.h"
 
 #include <cstring>
 #include <fmt/format.h>
@@ -24,7 +25,8 @@ constexpr status_row rows[] = {
     ROW(STS_ERR_VERSION, "the storage library is asked for a version other than 12"),
     ROW(STS_ERR_PLUGIN_VERSION, "the plugin is asked for a version below 11"),
     ROW(STS_ERR_NOT_CLAIMED,
-        "the name is another plugin's: it doesn't begin with \"CS_throttle:\""),
+        "neither the plugin, whose names begin with \"CS_throttle:\", nor a plugin of "
+        "VL_STS_PLUGINS claims the name"),
     ROW(STS_ERR_NOT_INIT, "no storage library is bound below the plugin"),
     ROW(STS_ERR_TERMINATE_IGNORED, "the storage library stays up for others"),
     ROW(STS_ERR_END_OF_LIST, "no more entries, or the configuration file can't be written"),
@@ -55,11 +57,24 @@ std::string status_text(int status) {
 
 status_failure failed(const std::string& operation, const std::string& object, int status) {
     return status_failure(
-        fmt::format("{} \"{}\" failed: {}", operation, object, status_text(status)));
+        fmt::format("{} \"{}\" failed: {}", operation, printable(object), status_text(status)));
 }
 
 status_failure failed(const std::string& operation, const std::string& object,
                       const std::string& server, int status) {
     return status_failure(fmt::format("{} \"{}\" of the server \"{}\" failed: {}", operation,
-                                      object, server, status_text(status)));
+                                      printable(object), printable(server), status_text(status)));
+}
+
+void require_ok(int status, const std::string& operation, const std::string& object) {
+    if (status != STS_OK) {
+        throw failed(operation, object, status);
+    }
+}
+
+void require_ok(int status, const std::string& operation, const std::string& object,
+                const std::string& server) {
+    if (status != STS_OK) {
+        throw failed(operation, object, server, status);
+    }
 }

@@ -19,3 +19,8 @@ status_failure failed(const std::string& operation, const std::string& object, i
 /// The same, with the server that the object is of.
 status_failure failed(const std::string& operation, const std::string& object,
                       const std::string& server, int status);
+
+/// Throws what `failed` gives unless the status is STS_OK.
+void require_ok(int status, const std::string& operation, const std::string& object);
+void require_ok(int status, const std::string& operation, const std::string& object,
+                const std::string& server);

@@ -115,6 +115,26 @@ TEST_F(ConfigCommand, SetToldOfWhatThePluginAdjustsWithIt) {
     EXPECT_EQ(result.out, "THR:WORK_TIME_END: 18 -> 20\nTHR:OFF_TIME_START: 18 -> 20\n");
 }
 
+TEST_F(ConfigCommand, SetChangesWhatSeveralLayersHaveAndTellsItOnce) {
+    std::filesystem::copy_file(PLUGIN, path("copy.so"));
+    how.environment["VL_STS_PLUGINS"] = path("copy.so");
+    const auto stacked = [&](const std::string& upper, const std::string& lower) {
+        return "CS_throttle:" + upper + ":CS_throttle:" + lower + ":disk:" + path("store");
+    };
+    EXPECT_EQ(set(stacked("a", "b"), {own_limit() + "=4"}).out, own_limit() + ": 10 -> 4\n");
+    std::string was = "104857600";
+    for (const auto& [upper, lower] :
+         {std::pair("global", "global"), {"global", "b"}, {"a", "global"}}) {
+        const std::string now = was == "5000" ? "6000" : "5000";
+        EXPECT_EQ(set(stacked(upper, lower), {"THR:AVAIL_BANDWIDTH=" + now}).out,
+                  "THR:AVAIL_BANDWIDTH: " + was + " -> " + now + "\n")
+            << upper << lower;
+        was = now;
+    }
+    EXPECT_EQ(value(own_limit()), "4\n");
+    expect_refusal(stacked("a", "b"), {"THR:AVAIL_BANDWIDTH=7"}, 1, "that is fixed there");
+}
+
 TEST_F(ConfigCommand, SetToWhatItIsChangesNothing) {
     EXPECT_THAT(set(shared(), {"THR:SAMPLE_INTERVAL=0"}).out, StartsWith("All is as it was"));
     EXPECT_EQ(set(shared(), {"THR:AVAIL_BANDWIDTH=007"}).out,
@@ -157,6 +177,15 @@ TEST_F(ConfigCommand, SettingsThatCanNotBeWrittenArePutBackInTheNextLayer) {
     std::filesystem::remove(path("conf/libstspithrottling.conf"));
     std::filesystem::rename(path("settings"), path("conf/libstspithrottling.conf"));
     EXPECT_EQ(get(shared(), {"--text"}).out, before);
+}
+
+TEST_F(ConfigCommand, SetThatFailsIsToldAlsoWhenTheSettingsCanNotBeReadAnyMore) {
+    const ended result =
+        tool({"config", "set", "STS:KEPT=8", "--server", "s", "--plugin", OTHER_PLUGIN});
+    EXPECT_EQ(result.code, 1);
+    EXPECT_THAT(result.err, HasSubstr("setting STS:KEPT=8 of the server \"s\" failed: full: "
+                                      "STS_ERR_FILE (2060017)"));
+    EXPECT_THAT(result.err, HasSubstr("what was there before can't be put back whole"));
 }
 
 TEST_F(ConfigCommand, KeyThatIsFixedOrUnknownIsNamedWithItsValue) {

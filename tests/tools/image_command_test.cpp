@@ -173,10 +173,11 @@ TEST_F(ImageCommand, MetaIsClearedOrSetToNothing) {
     EXPECT_EQ(image({"meta", "b"}).out, "");
 }
 
-TEST_F(ImageCommand, MetaFromAFileThatIsNotThereChangesNothing) {
+TEST_F(ImageCommand, MetaFromAFileThatCanNotBeReadChangesNothing) {
     const ended set = image({"meta", "a", "--set-file", path("nowhere")});
     EXPECT_EQ(set.code, 1);
     EXPECT_THAT(set.err, HasSubstr("nowhere can't be read: No such file or directory"));
+    EXPECT_EQ(image({"meta", "a", "--set-file", path("conf")}).code, 1) << "a directory";
     EXPECT_EQ(image({"meta", "a"}).out, "catalogue");
 }
 

@@ -79,4 +79,20 @@ TEST(JoinedRuns, WhatIsNoRunIsRefusedByItsFileAndKey) {
         HasSubstr("the sample of second 1 isn't in order"));
 }
 
+TEST(JoinedRuns, NumbersThatCanNotBeAreRefusedByTheirKey) {
+    const auto refusal = [](const std::string& time, const std::string& bytes,
+                            const std::string& rate) {
+        return refusal_of(R"({"backup": "a", "began": 1e308, "samples": [{"time": )" + time +
+                          ", \"bytes\": " + bytes + ", \"allowed_rate\": " + rate + "}]}");
+    };
+    EXPECT_EQ(refusal("1", "[5]", "7"), "");
+    EXPECT_THAT(refusal("1", "[5, -5]", "7"),
+                HasSubstr("its \"bytes\" -5 isn't a whole number from 0"));
+    EXPECT_THAT(refusal("1", "[0.5]", "7"), HasSubstr("its \"bytes\" 0.5 isn't"));
+    EXPECT_THAT(refusal("1", "[5]", "-7"), HasSubstr("its \"allowed_rate\" -7 isn't"));
+    EXPECT_THAT(refusal("1e308", "[5]", "7"), HasSubstr("its \"time\" 1e+308 is beyond"));
+    EXPECT_THAT(refusal("1e999", "[5]", "7"), HasSubstr("1e999"));
+    EXPECT_THAT(refusal("-1", "[5]", "7"), HasSubstr("the sample of second -1 isn't in order"));
+}
+
 } // namespace

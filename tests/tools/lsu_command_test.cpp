@@ -64,6 +64,13 @@ TEST_F(LsuCommand, CreateMakesAnLsuWithItsLabel) {
     EXPECT_THAT(lsu({"show", "monthly"}).out, HasSubstr("label     vault\n"));
 }
 
+TEST_F(LsuCommand, NamesAreShownWithoutWhatMovesTheCursor) {
+    EXPECT_EQ(lsu({"create", "a\x1b"}).out, "The LSU \"a\\x1b\" is created.\n");
+    EXPECT_EQ(lsu({"label", "a\x1b", "b\n"}).out, "The LSU \"a\\x1b\" is labelled \"b\\n\".\n");
+    EXPECT_THAT(lsu({"create", "a\x1b"}).err, HasSubstr("creating the LSU \"a\\x1b\""));
+    EXPECT_EQ(lsu({"delete", "a\x1b"}).out, "The LSU \"a\\x1b\" is deleted.\n");
+}
+
 TEST_F(LsuCommand, CreateOfOneThatIsThereNamesItTheServerAndTheStatus) {
     fill_store();
     expect_failure(lsu({"create", "daily"}), "creating the LSU \"daily\"" + at_server() +

@@ -36,10 +36,14 @@ TEST_F(PlotCommand, NamesTheFileThatCanNotBeReadOrHoldsNoRun) {
     ended plot = tool({"plot", path("none"), "--to", path("both.svg")});
     EXPECT_EQ(plot.code, 1);
     EXPECT_THAT(plot.err, HasSubstr(path("none") + " can't be read: No such file or directory"));
-    write_text(path("other"), "{}");
-    plot = tool({"plot", path("other"), "--to", path("both.svg")});
-    EXPECT_EQ(plot.code, 1);
-    EXPECT_THAT(plot.err, HasSubstr(path("other") + " doesn't hold the figures of a run"));
+    plot = tool({"plot", path("conf"), "--to", path("both.svg")});
+    EXPECT_THAT(plot.err, HasSubstr(path("conf") + " can't be read: Is a directory"));
+    for (const char* const content : {"{}", ""}) {
+        write_text(path("other"), content);
+        plot = tool({"plot", path("other"), "--to", path("both.svg")});
+        EXPECT_EQ(plot.code, 1);
+        EXPECT_THAT(plot.err, HasSubstr(path("other") + " doesn't hold the figures of a run"));
+    }
     EXPECT_FALSE(std::filesystem::exists(path("both.svg")));
 }
 

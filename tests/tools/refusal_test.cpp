@@ -85,6 +85,27 @@ TEST_F(Refusal, LsuThatCanNotBeCreatedTellsTheStatus) {
     expect_failure(backup, "creating the LSU \"other\" failed: STS_ERR_NOT_SUPPORTED (2060016)");
 }
 
+TEST_F(Refusal, ListedObjectThatIsGoneByThenIsNamedAndPassedOver) {
+    how.environment["OTHER_PLUGIN"] = "vanishing";
+    ended list = tool({"lsu", "list", "--json", "--plugin", OTHER_PLUGIN, "--server", "s"});
+    EXPECT_EQ(list.code, 1);
+    EXPECT_EQ(list.out, "[]\n");
+    EXPECT_THAT(list.err, HasSubstr("passed over: reading the properties of the LSU \"daily\" of "
+                                    "the server \"s\" failed: status 2061002"));
+    list = tool(
+        {"image", "list", "--json", "--plugin", OTHER_PLUGIN, "--server", "s", "--lsu", "daily"});
+    EXPECT_EQ(list.code, 1);
+    EXPECT_EQ(list.out, "[]\n");
+    EXPECT_THAT(list.err, HasSubstr("passed over: reading the properties of the image \"a\" of "
+                                    "the server \"s\" failed: status 2061002"));
+}
+
+TEST_F(Refusal, EventsOfAServerThatCanNotBeClosedTellTheStatus) {
+    how.environment["OTHER_PLUGIN"] = "unclosable";
+    expect_failure(tool({"events", "--plugin", OTHER_PLUGIN, "--server", "s"}),
+                   "closing the server \"s\" failed: STS_ERR_FILE (2060017)");
+}
+
 // --- servers, LSUs, backups --------------------------------------------------------------------
 
 TEST_F(Refusal, ServerNameOfAnotherPlugin) {

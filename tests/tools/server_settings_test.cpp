@@ -56,6 +56,16 @@ TEST(ServerSettings, ChangedTextHasTheNewValuesAndAllTheRestAsItWas) {
                   "name=X:WORD,description=of another layer,type=text,value=three,fixed=n;");
 }
 
+TEST(ServerSettings, ThatSeveralLayersHaveAreChangedInAllOfThem) {
+    const std::string shared = "name=THR:ALL,description=shared,type=int,value=3,fixed=n;";
+    const server_settings settings(fixed + limit + shared + limit, "s");
+    EXPECT_EQ(changed_text(settings, {{"THR:ALL", "12"}, {"THR:/a;b,c", "4"}}, "s"),
+              "name=THR:ALL,description=shared,type=int,value=12,fixed=y;"
+              "name=THR:/a;b,c,description=limit,type=int,value=4,fixed=n;"
+              "name=THR:ALL,description=shared,type=int,value=12,fixed=n;"
+              "name=THR:/a;b,c,description=limit,type=int,value=4,fixed=n;");
+}
+
 TEST(ServerSettings, ValueOfATextMayNotEndItsField) {
     const server_settings settings(word, "s");
     for (const char* const bad : {"a,b", "a;b", "a\nb"}) {

@@ -5,10 +5,10 @@
 namespace {
 
 TEST(Sizes, AreShownInTheUnitThatFits) {
-    EXPECT_EQ(size_text(0), "0 B");
-    EXPECT_EQ(size_text(1023), "1023 B");
-    EXPECT_EQ(size_text(1024), "1.0 KiB");
-    EXPECT_EQ(size_text(104857600), "100.0 MiB");
+    EXPECT_EQ(size_text(uint64_t{0}), "0 B");
+    EXPECT_EQ(size_text(uint64_t{1023}), "1023 B");
+    EXPECT_EQ(size_text(uint64_t{1024}), "1.0 KiB");
+    EXPECT_EQ(size_text(uint64_t{104857600}), "100.0 MiB");
     EXPECT_EQ(size_text(1.5 * 1024 * 1024 * 1024), "1.5 GiB");
     EXPECT_EQ(size_text(18446744073709551615.0), "16384.0 PiB");
 }

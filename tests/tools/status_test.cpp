@@ -16,6 +16,12 @@ TEST(Status, IsToldByNameNumberAndMeaning) {
                 StartsWith("STS_ERR_MAX_CONNECTIONS (2060020): "));
 }
 
+TEST(Status, OfANameThatNobodyClaimsIsTrueOfEveryLayer) {
+    EXPECT_EQ(status_text(STS_ERR_NOT_CLAIMED),
+              "STS_ERR_NOT_CLAIMED (2060009): neither the plugin, whose names begin with "
+              "\"CS_throttle:\", nor a plugin of VL_STS_PLUGINS claims the name");
+}
+
 TEST(Status, OfEveryKindHasAName) {
     for (const int status :
          {2060001, 2060002, 2060005, 2060007, 2060008, 2060009, 2060010, 2060012, 2060013, 2060016,
