@@ -138,7 +138,8 @@ std::optional<uint64_t> transfer::allowed_now() const {
 }
 
 double transfer::seconds() const {
-    return running_ ? std::chrono::duration<double>(clock::now() - start_).count() : seconds_;
+    return running_ ? std::chrono::duration<double>(clock::now() - start_).count()
+                    : seconds_.load();
 }
 
 void transfer::interrupt() {

@@ -113,7 +113,7 @@ class transfer {
     std::vector<sample> samples_;
     clock::time_point start_;
     time_t began_at_ = 0;
-    double seconds_ = 0;
+    std::atomic<double> seconds_{0};
     std::atomic<bool> running_{false};
     std::atomic<bool> stopping_{false};
     std::atomic<bool> interrupted_{false};

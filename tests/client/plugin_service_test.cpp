@@ -9,6 +9,7 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <thread>
+#include <unistd.h>
 
 using testing::Contains;
 using testing::ElementsAre;
@@ -166,6 +167,9 @@ TEST_F(PluginAndService, AHundredServersInARowLeaveNothingBehind) {
             threads = entries_of("/proc/self/task");
             descriptors = entries_of("/proc/self/fd");
         }
+    }
+    for (int moment = 0; moment < 500 && entries_of("/proc/self/task") > threads; ++moment) {
+        usleep(10000); // a thread that was told to end takes its moment
     }
     EXPECT_EQ(entries_of("/proc/self/task"), threads);
     EXPECT_EQ(entries_of("/proc/self/fd"), descriptors);
