@@ -18,7 +18,7 @@ using Corvane::Vaultaro::SL::VLSLOpException;
 struct service_call_s {
     const char* operation; ///< by its name at the service
     const char* verb;      ///< of the line that tells of an exception of the service
-    bool passes_code;      ///< such an exception's code is the status, else it is `failed`
+    bool passes_code;      ///< such an exception's code is the status, else STS_ERR_FILE is
     int failed;            ///< any other CORBA exception
     int odd;               ///< anything else
     int odd_logged;        ///< the number in its line
