@@ -51,18 +51,6 @@ __attribute__((visibility("default"))) int stsm_terminate() { return STS_OK; }
 
 // --- the host ------------------------------------------------------------------------------------
 
-loaded_plugin::loaded_plugin() : library_(dlopen(PLUGIN_FILE, RTLD_NOW | RTLD_LOCAL)) {
-    EXPECT_NE(library_, nullptr) << dlerror();
-    using init_t = int(uint64_t, const char*, stspi_api_rec_t*);
-    const auto init = reinterpret_cast<init_t*>(dlsym(library_, "stspi_init"));
-    EXPECT_EQ(init(12, "/plugins", &record_), STS_OK);
-}
-
-loaded_plugin::~loaded_plugin() {
-    EXPECT_EQ(record_.ep->terminate_v7(), STS_OK);
-    EXPECT_EQ(dlclose(library_), 0);
-}
-
 throttled_server::throttled_server(const loaded_plugin& plugin, const sts_session_def_v7_t& session)
     : entries(plugin.entries()) {
     EXPECT_EQ(entries.open_server_v7(&session, "CS_throttle:cloud:disk:s3", nullptr, 0, &handle),

@@ -9,6 +9,7 @@
 #include "plugin/stspi_entries.h"
 #include "tests/client/virtual_seconds.h"
 #include "tests/support/conf_dir.h"
+#include "tests/support/loaded_plugin.h"
 
 #include <array>
 #include <chrono>
@@ -30,20 +31,7 @@ constexpr size_t transfer_size = 1000; ///< bytes of each transfer
 inline const lines new_session = {"getHostSession(\"localhost\", \"C\")", "getCloudManager()",
                                   "aqueryFacet()", "amodifyFacet()"};
 
-/// The plugin, from dlopen to dlclose.
-class loaded_plugin {
-  public:
-    loaded_plugin();
-    ~loaded_plugin();
-    loaded_plugin(const loaded_plugin&) = delete;
-    loaded_plugin& operator=(const loaded_plugin&) = delete;
-
-    const stspi_ep_t& entries() const { return *record_.ep; }
-
-  private:
-    void* library_;
-    stspi_api_rec_t record_ = {};
-};
+;
 
 /// A throttled server, open while this lives.
 class throttled_server {
@@ -107,7 +95,7 @@ class FaultyHost : public testing::Test {
     conf_dir files;
     virtual_seconds clock{1'709'546'400};
     sts_session_def_v7_t session;
-    std::optional<loaded_plugin> plugin{std::in_place};
+    std::optional<loaded_plugin> plugin{std::in_place, PLUGIN_FILE};
     std::optional<throttled_server> server;
     std::optional<open_image> image;
 };

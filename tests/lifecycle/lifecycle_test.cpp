@@ -7,6 +7,7 @@
 #include "tests/support/conf_dir.h"
 #include "tests/support/fake_next_layer.h"
 #include "tests/support/host_session.h"
+#include "tests/support/loaded_plugin.h"
 #include "tests/support/scripted_service.h"
 
 #include <algorithm>
@@ -47,29 +48,7 @@ bool is_loaded(const std::string& file) {
     return library != nullptr;
 }
 
-/// The plugin, from dlopen to dlclose.
-class loaded_plugin {
-  public:
-    explicit loaded_plugin(const std::string& file) {
-        library_ = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
-        EXPECT_NE(library_, nullptr) << dlerror();
-        const auto init = reinterpret_cast<int (*)(uint64_t, const char*, stspi_api_rec_t*)>(
-            dlsym(library_, "stspi_init"));
-        EXPECT_EQ(init(12, "/plugins", &record_), STS_OK);
-    }
-    ~loaded_plugin() {
-        EXPECT_EQ(record_.ep->terminate_v7(), STS_OK);
-        EXPECT_EQ(dlclose(library_), 0);
-    }
-    loaded_plugin(const loaded_plugin&) = delete;
-    loaded_plugin& operator=(const loaded_plugin&) = delete;
-
-    const stspi_ep_t& entries() const { return *record_.ep; }
-
-  private:
-    void* library_;
-    stspi_api_rec_t record_ = {};
-};
+;
 
 /// A backup to a throttled server: opened and written to at once, closed at the end.
 class backup {
