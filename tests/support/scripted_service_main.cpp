@@ -191,13 +191,19 @@ CORBA::Any exception_of(const scripted_answer& answer) {
 
 // --- the objects
 
+/// Those that stand as it is called: a client may have made its next one before the last is
+/// dropped.
 void drop_connections() {
+    std::vector<int> connections;
     for (int descriptor = 3; descriptor < 1024; ++descriptor) {
         sockaddr_storage peer = {};
         socklen_t length = sizeof peer;
         if (getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &length) == 0) {
-            shutdown(descriptor, SHUT_RDWR);
+            connections.push_back(descriptor);
         }
+    }
+    for (const int connection : connections) {
+        shutdown(connection, SHUT_RDWR);
     }
 }
 
