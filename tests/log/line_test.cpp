@@ -2,6 +2,7 @@
 
 #include "plugin/throttling_log.h"
 
+#include "tests/log/line_time.h"
 #include "tests/log/log_file.h"
 #include "tests/support/host_session.h"
 #include "tests/support/virtual_clock.h"
@@ -18,7 +19,6 @@ class LogLine : public testing::Test {
   protected:
     LogLine() {
         take_log();
-        clock.set_microseconds(7000);
         EXPECT_EQ(log_init(6), 0);
     }
 
@@ -28,7 +28,7 @@ class LogLine : public testing::Test {
     }
 
     log_file file;
-    virtual_clock clock{local_time(2024, 3, 4, 10, 5, 9)};
+    line_time stamp{local_time(2024, 3, 4, 10, 5, 9), 7000};
     sts_session_def_v7_t session = host_session("s");
 };
 
@@ -40,7 +40,7 @@ TEST_F(LogLine, HasTagProcessTimeSessionFunctionAndMessage) {
 
 TEST_F(LogLine, MillisecondsAreNotPadded) {
     for (const long microseconds : {7000L, 7999L, 0L, 999L, 70000L, 999999L}) {
-        clock.set_microseconds(microseconds);
+        stamp.set_microseconds(microseconds);
         log_msg(&session, "f", 1, STS_SEV_INFO, "m");
     }
     const auto line = [this](const std::string& time) {

@@ -1,7 +1,6 @@
 #include "tests/support/virtual_clock.h"
 
 #include <dlfcn.h>
-#include <sys/time.h>
 #include <unistd.h>
 #include <utility>
 
@@ -63,15 +62,6 @@ __attribute__((visibility("default"))) time_t time(time_t* out) noexcept {
 __attribute__((visibility("default"))) unsigned sleep(unsigned seconds) {
     return current != nullptr ? current->sleep(seconds)
                               : real<unsigned(unsigned)>("sleep")(seconds);
-}
-
-__attribute__((visibility("default"))) int gettimeofday(timeval* out, void* zone) noexcept {
-    if (current == nullptr) {
-        return real<int(timeval*, void*)>("gettimeofday")(out, zone);
-    }
-    out->tv_sec = current->now();
-    out->tv_usec = current->microseconds();
-    return 0;
 }
 
 } // extern "C"

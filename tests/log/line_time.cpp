@@ -1,0 +1,28 @@
+#include "tests/log/line_time.h"
+
+#include <dlfcn.h>
+#include <sys/time.h>
+
+namespace {
+
+const line_time* current = nullptr;
+
+} // namespace
+
+line_time::line_time(time_t seconds, long microseconds)
+    : seconds_(seconds), microseconds_(microseconds) {
+    current = this;
+}
+
+line_time::~line_time() { current = nullptr; }
+
+extern "C" __attribute__((visibility("default"))) int gettimeofday(timeval* out,
+                                                                   void* zone) noexcept {
+    if (current == nullptr) {
+        const auto real =
+            reinterpret_cast<int (*)(timeval*, void*)>(dlsym(RTLD_NEXT, "gettimeofday"));
+        return real(out, zone);
+    }
+    *out = {current->seconds(), current->microseconds()};
+    return 0;
+}

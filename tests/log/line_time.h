@@ -1,0 +1,23 @@
+// The time of day that lines are stamped with: one of the test's own in place of the C library's.
+// Linking this in replaces gettimeofday for the whole program while one is there.
+#pragma once
+
+#include <ctime>
+
+class line_time {
+  public:
+    /// Stands still at `seconds` since the epoch. One at a time.
+    explicit line_time(time_t seconds, long microseconds = 0);
+    ~line_time();
+    line_time(const line_time&) = delete;
+    line_time& operator=(const line_time&) = delete;
+
+    void set_microseconds(long microseconds) { microseconds_ = microseconds; }
+
+    time_t seconds() const { return seconds_; }
+    long microseconds() const { return microseconds_; }
+
+  private:
+    time_t seconds_;
+    long microseconds_;
+};
