@@ -20,9 +20,13 @@ registration::~registration() {
     } catch (const CORBA::Exception&) {
         // the ORB is gone, and what it held
     }
+    CORBA::release(orb_);
 }
 
 void registration::note(CORBA::ORB* orb, const CORBA::ValueFactoryBase* factory) noexcept {
+    if (orb_ != nullptr) {
+        CORBA::release(orb_);
+    }
     orb_ = CORBA::ORB::_duplicate(orb);
     factory_ = factory;
 }

@@ -26,7 +26,9 @@ class registration {
 
   private:
     const char* id_;
-    CORBA::ORB_var orb_;
+    /// A reference of ours, or null. Not an ORB_var: that makes the ORB's nil object, and where
+    /// there is no memory for it the ORB keeps a lock that all nil objects need.
+    CORBA::ORB* orb_ = nullptr;
     const CORBA::ValueFactoryBase* factory_ = nullptr; ///< never followed: it may be gone
 };
 
