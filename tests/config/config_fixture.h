@@ -31,8 +31,5 @@ class ConfigTest : public testing::Test {
 using field_list = std::vector<std::pair<std::string, std::string>>;
 field_list fields(const throttling_config_s& config);
 
-/// Our file with the defaults, one line each; `connections` stands behind the third line.
-std::string default_file(const std::string& connections = "");
-
 /// How many files this process has open.
 size_t open_files();

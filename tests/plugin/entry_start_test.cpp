@@ -43,22 +43,7 @@ TEST_F(LayerStart, ConfigurationIsReadThenTheLogOpenedThenTheNextLayerBound) {
 
 TEST_F(LayerStart, FirstStartWritesTheDefaultSettings) {
     EXPECT_EQ(stspi_init(12, path, &record), STS_OK);
-    EXPECT_EQ(conf_dir::read(files.plugin_file()), "THR:READ_BANDWIDTH_PERCENT=100\n"
-                                                   "THR:WRITE_BANDWIDTH_PERCENT=100\n"
-                                                   "THR:DEFAULT_MAX_CONNECTIONS=10\n"
-                                                   "THR:AVAIL_BANDWIDTH=104857600\n"
-                                                   "THR:WORK_TIME_START=8\n"
-                                                   "THR:WORK_TIME_END=18\n"
-                                                   "THR:WORK_TIME_BANDWIDTH_PERCENT=100\n"
-                                                   "THR:OFF_TIME_START=18\n"
-                                                   "THR:OFF_TIME_END=8\n"
-                                                   "THR:OFF_TIME_BANDWIDTH_PERCENT=100\n"
-                                                   "THR:WEEKEND_START=6\n"
-                                                   "THR:WEEKEND_END=7\n"
-                                                   "THR:WEEKEND_BANDWIDTH_PERCENT=100\n"
-                                                   "THR:SAMPLE_INTERVAL=0\n"
-                                                   "THR:LOG_LEVEL=0\n"
-                                                   "THR:CSSC_HOST_NAME=localhost\n");
+    EXPECT_EQ(conf_dir::read(files.plugin_file()), default_file());
 }
 
 TEST_F(LayerStart, FirstStartWithAVersionOtherThanTwelveOpensAndClosesTheLogAndCanBeRetried) {

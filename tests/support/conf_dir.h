@@ -24,3 +24,6 @@ class conf_dir {
   private:
     std::string path_;
 };
+
+/// The plugin's file with the defaults, one line each; `connections` stands behind the third line.
+std::string default_file(const std::string& connections = "");
