@@ -99,6 +99,7 @@ void copy_data(copy_job& job, progress& done) {
     }
 }
 
+/// Before the copy takes its place: a copy that fails leaves no image, at most a peer too many.
 void remember_peers(const copy_job& job) {
     add_peer(job.from.directory.get(), peer_role::target, job.to.files->server_name, job.to.name);
     add_peer(job.to.directory.get(), peer_role::source, job.from.files->server_name, job.from.name);
@@ -111,11 +112,9 @@ int run(copy_job& job, progress& done) {
             copy_bytes(job.image.meta.get(), 0, job.written.make_meta().get(), 0,
                        size_of(job.image.meta.get()));
         }
-        image_header header = new_header(job.image.header.group);
-        header.size = job.image.header.size;
-        publish_image(*job.to.files, job.to.name, job.to.directory.get(), job.written, job.name,
-                      header, placement::creates);
         remember_peers(job);
+        publish_image(*job.to.files, job.to.name, job.to.directory.get(), job.written, job.name,
+                      new_header(job.image.header.group), placement::creates);
     });
 }
 
@@ -150,6 +149,7 @@ copy_job prepare(const sts_image_def_s& source, const sts_lsu_ref_s* lsu,
         fail_errno(EEXIST);
     }
     draft written(to.directory.get());
+    require_in_place(*to.files, to.name, to.directory.get());
     const uint64_t block = params.block_size != 0 ? params.block_size : usual_block;
     return {std::move(from),        std::move(to),      std::move(name),
             std::move(image),       std::move(written), std::min(block, largest_block),

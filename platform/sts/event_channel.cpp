@@ -20,10 +20,9 @@ class disk_event_source : public event_source {
         : files_(std::move(files)), lsu_(std::move(lsu)), kinds_(kinds), seen_(seen) {}
 
     int next(sts_event_s* event) override {
-        for (const uint64_t last = last_event(*files_); seen_ < last;) {
-            ++seen_;
-            const std::optional<kept_event> kept = read_event(*files_, seen_);
-            if (kept && wants(kept->record)) {
+        const uint64_t last = last_event(*files_);
+        while (const std::optional<kept_event> kept = next_kept(last)) {
+            if (wants(kept->record)) {
                 *event = kept->record;
                 fill(event->server_name, files_->server_name);
                 return STS_OK;
@@ -33,6 +32,18 @@ class disk_event_source : public event_source {
     }
 
   private:
+    /// Goes on to the next event that is kept, up to that number.
+    std::optional<kept_event> next_kept(uint64_t last) {
+        while (seen_ < last) {
+            if (std::optional<kept_event> kept = read_event(*files_, ++seen_)) {
+                return kept;
+            }
+            // It was deleted, and who knows how many with it.
+            const uint64_t found = first_event_behind(*files_, seen_);
+            seen_ = found != 0 && found <= last ? found - 1 : last;
+        }
+        return std::nullopt;
+    }
     bool wants(const sts_event_s& event) const {
         return (kinds_ == 0 || (kinds_ >> event.kind & 1U) != 0) &&
                (lsu_.empty() || lsu_ == event.lsu);
@@ -65,7 +76,7 @@ uint64_t start_of(const store& files, sts_forwarded_t start) {
     }
     require(start == STS_EVENTS_KEPT);
     const uint64_t last = last_event(files);
-    const uint64_t oldest = oldest_event(files);
+    const uint64_t oldest = first_event_behind(files, 0);
     return oldest == 0 ? last : oldest - 1;
 }
 

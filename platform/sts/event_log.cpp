@@ -4,11 +4,15 @@
 
 #include "platform/sts/settings.h"
 
+#include <algorithm>
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <fcntl.h>
+#include <limits>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace disk {
@@ -18,6 +22,7 @@ namespace {
 constexpr const char* events_name = "events";
 constexpr const char* sequence_name = "sequence";
 constexpr uint64_t longest_number = 20;
+constexpr uint64_t largest_number = std::numeric_limits<int64_t>::max(); // more is no count of ours
 constexpr uint64_t longest_event = sizeof(sts_event_s) + sizeof(sts_event_payload_s);
 constexpr uint32_t last_kind = STS_EVENT_LSU_LABELLED;
 
@@ -42,7 +47,7 @@ std::vector<uint64_t> numbers_in(int events) {
     std::vector<uint64_t> numbers;
     for (const std::string& each : names_in(events)) {
         const uint64_t number = number_in(each);
-        if (each == file_name(number)) {
+        if (number <= largest_number && each == file_name(number)) {
             numbers.push_back(number);
         }
     }
@@ -52,11 +57,24 @@ std::vector<uint64_t> numbers_in(int events) {
 /// The number of the last event; where that was lost, of the last one that is there.
 uint64_t last_in(int control) {
     const uint64_t last = number_in(read_file(control, sequence_name, longest_number).value_or(""));
-    if (last != 0 || !is_directory(control, events_name)) {
+    if (last != 0 && last <= largest_number) {
         return last;
+    }
+    if (!is_directory(control, events_name)) {
+        return 0;
     }
     const std::vector<uint64_t> numbers = numbers_in(open_directory(control, events_name).get());
     return numbers.empty() ? 0 : numbers.back();
+}
+
+/// The number of the event to be written. Behind the last one there may be one that its writer
+/// didn't live to count.
+uint64_t next_number(int control, int events) {
+    const uint64_t number = last_in(control) + 1;
+    struct stat found = {};
+    const bool is_taken =
+        fstatat(events, file_name(number).c_str(), &found, AT_SYMLINK_NOFOLLOW) == 0;
+    return is_taken ? number + 1 : number;
 }
 
 std::string content_of(const happening& what, uint64_t number) {
@@ -86,12 +104,15 @@ void record_event(const store& files, const happening& what) noexcept {
         const unique_fd control = make_control_directory(files);
         const directory_lock lock(control.get(), directory_lock::kind::exclusive);
         const unique_fd events = make_directory(control.get(), events_name);
-        const uint64_t number = last_in(control.get()) + 1;
-        replace_file(control.get(), sequence_name, std::to_string(number), durability::none);
+        const uint64_t number = next_number(control.get(), events.get());
         place_file(control.get(), "event.new", events.get(), file_name(number),
                    content_of(what, number), durability::none);
-        if (number > kept) {
-            (void)unlinkat(events.get(), file_name(number - kept).c_str(), 0);
+        replace_file(control.get(), sequence_name, std::to_string(number), durability::none);
+        // Usually one; one more where a number was passed over.
+        for (uint64_t old = number > kept ? number - kept : 0; old > 0; --old) {
+            if (unlinkat(events.get(), file_name(old).c_str(), 0) != 0) {
+                break;
+            }
         }
     });
 }
@@ -117,11 +138,12 @@ uint64_t last_event(const store& files) {
     return control ? last_in(control.get()) : 0;
 }
 
-uint64_t oldest_event(const store& files) {
+uint64_t first_event_behind(const store& files, uint64_t number) {
     const unique_fd events = find_events(files);
     const std::vector<uint64_t> numbers =
         events ? numbers_in(events.get()) : std::vector<uint64_t>();
-    return numbers.empty() ? 0 : numbers.front();
+    const auto found = std::upper_bound(numbers.begin(), numbers.end(), number);
+    return found != numbers.end() ? *found : 0;
 }
 
 std::optional<kept_event> read_event(const store& files, uint64_t number) {

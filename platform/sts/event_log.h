@@ -3,8 +3,9 @@
 //   ROOT/.server/sequence       the number of the last one
 //   ROOT/.server/events/NUMBER  the record, its payload behind it
 //
-// They are written under the control directory's lock, so that a reader that has seen one number
-// never finds a smaller one later.
+// They are written under the control directory's lock, which readers don't take. So an event is
+// there before it is counted: a reader that goes as far as the count misses none, and never finds
+// a smaller number later.
 #pragma once
 
 #include "platform/sts/store.h"
@@ -33,8 +34,8 @@ void drop_surplus_events(const store& files) noexcept;
 
 /// The number of the last event that was written, 0 for none.
 uint64_t last_event(const store& files);
-/// The number of the oldest event that is kept, 0 for none.
-uint64_t oldest_event(const store& files);
+/// The number of the first event that is kept behind that number, 0 for none.
+uint64_t first_event_behind(const store& files, uint64_t number);
 /// Nothing when that event is gone.
 std::optional<kept_event> read_event(const store& files, uint64_t number);
 /// ENOENT's status when that event is gone.

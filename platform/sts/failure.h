@@ -28,6 +28,16 @@ Result checked(Result result) {
     return result;
 }
 
+/// The result of `call`, a system call, checked; made again for as long as a signal interrupts it.
+template <typename Call>
+auto uninterrupted(Call call) {
+    auto result = call();
+    while (result == -1 && errno == EINTR) {
+        result = call();
+    }
+    return checked(result);
+}
+
 /// Fails with STS_ERR_INVALID unless the caller's arguments are good.
 inline void require(bool good) {
     if (!good) {
@@ -54,6 +64,11 @@ int status_of(Body body) noexcept {
     } catch (...) {
         return sts_status_of_errno(EIO); // nothing else is thrown, and nothing may leave
     }
+}
+
+/// Whether that is what one entry of a directory is passed over for where many are looked at.
+constexpr bool is_gone_or_damaged(int status) {
+    return status == sts_status_of_errno(ENOENT) || status == sts_status_of_errno(EBADMSG);
 }
 
 /// A slot that nothing is thrown out of: `guarded<function>::slot`.

@@ -52,11 +52,7 @@ int transfer(uint64_t length, uint64_t position, uint64_t* moved, Call call) {
 
 unique_fd lock_directory(int directory, int operation) {
     unique_fd opened = open_directory(directory, ".");
-    while (flock(opened.get(), operation) != 0) {
-        if (errno != EINTR) {
-            fail_errno(errno);
-        }
-    }
+    uninterrupted([&] { return flock(opened.get(), operation); });
     return opened;
 }
 
@@ -126,13 +122,14 @@ void fill_field(char* field, size_t size, std::string_view text) {
 // --- directories
 
 unique_fd open_directory(int parent, const std::string& name) {
-    return unique_fd(
-        checked(openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)));
+    return unique_fd(uninterrupted([&] {
+        return openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    }));
 }
 
 unique_fd make_directory(int parent, const std::string& name) {
     if (mkdirat(parent, name.c_str(), 0777) == 0) {
-        checked(fsync(parent));
+        sync_file(parent);
     } else if (errno != EEXIST) {
         fail_errno(errno);
     }
@@ -166,6 +163,14 @@ bool is_directory(int parent, const std::string& name) {
     struct stat found = {};
     return fstatat(parent, name.c_str(), &found, AT_SYMLINK_NOFOLLOW) == 0 &&
            S_ISDIR(found.st_mode);
+}
+
+bool is_same_directory(int parent, const std::string& name, int opened) {
+    struct stat at_name = {};
+    struct stat at_opened = {};
+    checked(fstat(opened, &at_opened));
+    return fstatat(parent, name.c_str(), &at_name, AT_SYMLINK_NOFOLLOW) == 0 &&
+           at_name.st_dev == at_opened.st_dev && at_name.st_ino == at_opened.st_ino;
 }
 
 std::string unused_name() {
@@ -204,8 +209,9 @@ std::optional<directory_lock> directory_lock::try_exclusive(int directory) {
 
 unique_fd open_file(int parent, const std::string& name, int flags) {
     // O_NONBLOCK: a pipe that somebody put here must not hold us up before we see what it is.
-    unique_fd file(
-        checked(openat(parent, name.c_str(), flags | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0666)));
+    unique_fd file(uninterrupted([&] {
+        return openat(parent, name.c_str(), flags | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0666);
+    }));
     struct stat found = {};
     checked(fstat(file.get(), &found));
     if (!S_ISREG(found.st_mode)) {
@@ -262,12 +268,16 @@ void place_file(int parent, const std::string& fresh, int directory, const std::
         fail(status);
     }
     if (wanted == durability::synced) {
-        checked(fsync(file.get()));
+        sync_file(file.get());
     }
     checked(renameat(parent, fresh.c_str(), directory, name.c_str()));
     if (wanted == durability::synced) {
-        checked(fsync(directory));
+        sync_file(directory);
     }
+}
+
+void sync_file(int file) {
+    uninterrupted([&] { return fsync(file); });
 }
 
 bool try_lock_file(int file) { return flock(file, LOCK_EX | LOCK_NB) == 0; }

@@ -66,6 +66,8 @@ unique_fd make_directory(int parent, const std::string& name);
 /// Everything in it but "." and "..", sorted.
 std::vector<std::string> names_in(int directory);
 bool is_directory(int parent, const std::string& name);
+/// Whether the open directory is the one that has that name there.
+bool is_same_directory(int parent, const std::string& name, int opened);
 /// A name that nobody uses in any directory of this machine's.
 std::string unused_name();
 /// Removes a directory that holds no further directories; what is already gone is no failure.
@@ -102,6 +104,8 @@ void replace_file(int parent, const std::string& name, std::string_view content,
 /// until it is whole.
 void place_file(int parent, const std::string& fresh, int directory, const std::string& name,
                 std::string_view content, durability wanted);
+/// Waits until the file, or the names in the directory, are on the disk.
+void sync_file(int file);
 /// Locks an open file for as long as it is open; false when another opening has it locked.
 bool try_lock_file(int file);
 

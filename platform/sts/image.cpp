@@ -29,6 +29,7 @@ std::string name_of(const sts_image_def_s* image_def) {
 }
 
 void begin_writing(image& opened, draft written, placement where) {
+    require_in_place(*opened.files, opened.lsu, opened.lsu_directory.get());
     opened.writing.emplace(std::move(written));
     opened.place = where;
     opened.data = opened.writing->data();
@@ -51,9 +52,8 @@ sts_image_group_s count_group(int lsu, const std::string& name) {
 
 void publish_image(const store& files, const std::string& lsu, int lsu_directory, draft& written,
                    const std::string& name, const image_header& header, placement where) {
-    image_header completed = header;
-    completed.size = size_of(written.data());
-    written.publish(lsu_directory, name, completed, where, image_durability(files));
+    const image_header completed =
+        written.publish(lsu_directory, name, header, where, image_durability(files));
     record_event(files,
                  {where == placement::creates ? STS_EVENT_IMAGE_CREATED : STS_EVENT_IMAGE_CHANGED,
                   lsu, name, payload_of(completed)});

@@ -56,14 +56,6 @@ found_image open_image_files(int directory) {
     return found;
 }
 
-bool is_same_directory(int parent, const std::string& name, int opened) {
-    struct stat at_name = {};
-    struct stat at_opened = {};
-    checked(fstat(opened, &at_opened));
-    return fstatat(parent, name.c_str(), &at_name, AT_SYMLINK_NOFOLLOW) == 0 &&
-           at_name.st_dev == at_opened.st_dev && at_name.st_ino == at_opened.st_ino;
-}
-
 /// Whether nobody works on that draft any more. One that can't be looked at counts as somebody's.
 bool is_abandoned(int drafts, const std::string& id) {
     bool locked = false;
@@ -132,8 +124,7 @@ std::vector<listed_image> list_images(int lsu) {
         const int status = status_of([&] { header = find_image(lsu, name).header; });
         if (status == STS_OK) {
             images.push_back({std::move(name), header});
-        } else if (status != sts_status_of_errno(EBADMSG) &&
-                   status != sts_status_of_errno(ENOENT)) {
+        } else if (!is_gone_or_damaged(status)) {
             fail(status);
         }
     }
@@ -211,14 +202,14 @@ void draft::remove_meta() {
 }
 
 void draft::sync() const {
-    checked(fsync(data_.get()));
+    sync_file(data_.get());
     if (const unique_fd written = meta()) {
-        checked(fsync(written.get()));
+        sync_file(written.get());
     }
 }
 
-void draft::publish(int lsu, const std::string& name, image_header header, placement where,
-                    durability wanted) {
+image_header draft::publish(int lsu, const std::string& name, image_header header, placement where,
+                            durability wanted) {
     header.size = size_of(data_.get());
     header.modified = time(nullptr);
     if (wanted == durability::synced) {
@@ -229,12 +220,13 @@ void draft::publish(int lsu, const std::string& name, image_header header, place
     checked(renameat2(work_.get(), id_.c_str(), images.get(), name.c_str(),
                       where == placement::creates ? RENAME_NOREPLACE : RENAME_EXCHANGE));
     const unique_fd work = std::move(work_);
-    if (where == placement::replaces) {
-        remove_directory(work.get(), id_); // the old image is there now
-    }
     if (wanted == durability::synced) {
-        checked(fsync(images.get()));
+        sync_file(images.get());
     }
+    if (where == placement::replaces) {
+        remove_directory(work.get(), id_); // the old image, which is there now
+    }
+    return header;
 }
 
 } // namespace disk

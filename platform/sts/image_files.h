@@ -80,9 +80,10 @@ class draft {
     void remove_meta();
 
     /// Completes the header, whose size and time of change are set here, and puts the draft in its
-    /// place: EEXIST's or ENOENT's status when the other placement would have been right.
-    void publish(int lsu, const std::string& name, image_header header, placement where,
-                 durability wanted);
+    /// place: EEXIST's or ENOENT's status when the other placement would have been right. The
+    /// header as it was written.
+    image_header publish(int lsu, const std::string& name, image_header header, placement where,
+                         durability wanted);
 
   private:
     void sync() const;

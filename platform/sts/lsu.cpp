@@ -2,16 +2,13 @@
 
 #include "platform/sts/event_log.h"
 #include "platform/sts/image_files.h"
+#include "platform/sts/lsu_files.h"
 #include "platform/sts/operations.h"
 #include "platform/sts/plugin_calls.h"
 #include "platform/sts/replication.h"
 #include "platform/sts/store.h"
 
-#include <algorithm>
 #include <cstring>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace disk {
 
@@ -22,53 +19,15 @@ struct lsu_handle : object {
     static constexpr handle_kind kind = handle_kind::lsu;
 };
 
-constexpr const char* label_name = "label";
-
-// All that we put into an LSU's directory; those that have to be empty first.
-constexpr const char* lsu_directories[] = {"new", "images"};
-constexpr const char* lsu_files[] = {"label", "label.new", "replication", "replication.new"};
-
-std::string label_of(int lsu) { return read_file(lsu, label_name, STS_NAME_SIZE - 1).value_or(""); }
-
-void set_label(int lsu, const std::string& label) {
-    const directory_lock lock(lsu, directory_lock::kind::exclusive);
-    replace_file(lsu, label_name, label, durability::synced);
-}
-
-bool is_ours(const std::string& name) {
-    return std::find(std::begin(lsu_directories), std::end(lsu_directories), name) !=
-               std::end(lsu_directories) ||
-           std::find(std::begin(lsu_files), std::end(lsu_files), name) != std::end(lsu_files);
-}
-
-/// Fails with ENOTEMPTY's status when the LSU holds anything that isn't ours to remove.
-void require_empty(int lsu) {
-    const std::vector<std::string> names = names_in(lsu);
-    if (!std::all_of(names.begin(), names.end(), is_ours) || !image_names(lsu).empty()) {
-        fail_errno(ENOTEMPTY);
-    }
-}
-
-/// Makes an LSU as a whole or not at all.
-void make_lsu(const store& files, const std::string& name, const std::string& label) {
-    const int root = files.directory.get();
-    checked(mkdirat(root, name.c_str(), 0777));
-    const int status = status_of([&] {
-        if (!label.empty()) {
-            set_label(open_directory(root, name).get(), label);
-        }
-        checked(fsync(root));
-    });
-    if (status != STS_OK) {
-        remove_directory(root, name);
+/// The label; empty where the LSU has gone or its label is damaged.
+std::string readable_label(const store& files, const std::string& name) {
+    std::string label;
+    const int status =
+        status_of([&] { label = label_of(open_directory(files.directory.get(), name).get()); });
+    if (status != STS_OK && !is_gone_or_damaged(status)) {
         fail(status);
     }
-}
-
-void remove_if_there(int parent, const char* name, int flags) {
-    if (unlinkat(parent, name, flags) != 0 && errno != ENOENT) {
-        fail_errno(errno);
-    }
+    return label;
 }
 
 } // namespace
@@ -99,22 +58,9 @@ int delete_lsu(const sts_lsu_ref_s* lsu) {
         return delete_plugin_lsu(lsu);
     }
     const lsu_place place = open_lsu(lsu);
-    const int directory = place.directory.get();
-    // Nobody begins an image meanwhile; one that was begun keeps its draft in the LSU.
-    const directory_lock lock(directory, directory_lock::kind::exclusive);
-    require_empty(directory);
-    remove_abandoned_drafts(directory);
-    for (const char* const each : lsu_directories) {
-        remove_if_there(directory, each, AT_REMOVEDIR);
-    }
-    const std::string label = label_of(directory);
-    for (const char* const each : lsu_files) {
-        remove_if_there(directory, each, 0);
-    }
-    const int root = place.files->directory.get();
-    checked(unlinkat(root, place.name.c_str(), AT_REMOVEDIR));
-    checked(fsync(root));
-    record_event(*place.files, {STS_EVENT_LSU_DELETED, place.name, "", "label=" + label + "\n"});
+    const std::string payload = "label=" + readable_label(*place.files, place.name) + "\n";
+    remove_lsu(place);
+    record_event(*place.files, {STS_EVENT_LSU_DELETED, place.name, "", payload});
     return STS_OK;
 }
 
@@ -126,7 +72,7 @@ int find_lsu(sts_next_server_s* server_handle, sts_forwarded_t label, sts_forwar
     require(wanted != nullptr && out != nullptr);
     const borrowed<server> owner(server_handle);
     for (const std::string& name : lsu_names(*owner->files)) {
-        if (label_of(open_lsu(owner->files, name).directory.get()) == wanted) {
+        if (readable_label(*owner->files, name) == wanted) {
             *out = {};
             fill(out->name, name);
             return STS_OK;

@@ -28,7 +28,9 @@ constexpr size_t most_layers = 64;
 struct plugin_list {
     std::vector<std::unique_ptr<plugin>> loaded;
     std::vector<std::string> refused; ///< in words, with the path
-    std::set<void*> kept;             ///< that stay in the process though we have unloaded them
+    /// That stay in the process though we have unloaded them. The loader doesn't say who holds a
+    /// file, so one of these that the host loads itself afterwards still counts as ours.
+    std::set<void*> kept;
 };
 
 /// Never destroyed: a host may end its process without having stopped us.
@@ -80,6 +82,8 @@ void close_library(const std::string& path, void* library) {
     dlclose(library);
     if (find_library(path) == library) {
         all().kept.insert(library);
+    } else {
+        all().kept.erase(library); // its address may be another file's next time
     }
 }
 

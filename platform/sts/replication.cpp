@@ -13,7 +13,7 @@ namespace disk {
 namespace {
 
 constexpr const char* peers_name = "replication";
-constexpr uint64_t longest_file = 16U << 20U; // of peers: some ten thousand
+constexpr size_t most_peers = 10000;
 
 struct kept_peer {
     peer_role role;
@@ -21,7 +21,8 @@ struct kept_peer {
 };
 
 std::vector<kept_peer> read_kept(int lsu) {
-    const std::string content = read_file(lsu, peers_name, longest_file).value_or("");
+    const std::string content =
+        read_file(lsu, peers_name, most_peers * sizeof(kept_peer)).value_or("");
     if (content.size() % sizeof(kept_peer) != 0) {
         fail_errno(EBADMSG);
     }
@@ -30,7 +31,8 @@ std::vector<kept_peer> read_kept(int lsu) {
         memcpy(kept.data(), content.data(), content.size());
     }
     for (const kept_peer& each : kept) {
-        if (!is_terminated(each.peer.server_name) || !is_terminated(each.peer.lsu)) {
+        const bool has_role = each.role == peer_role::source || each.role == peer_role::target;
+        if (!has_role || !is_terminated(each.peer.server_name) || !is_terminated(each.peer.lsu)) {
             fail_errno(EBADMSG);
         }
     }
@@ -59,6 +61,9 @@ void add_peer(int lsu, peer_role role, const std::string& server_name,
         return memcmp(&each, &added, sizeof added) == 0;
     });
     if (!known) {
+        if (kept.size() == most_peers) {
+            fail_errno(EFBIG);
+        }
         kept.push_back(added);
         replace_file(lsu, peers_name,
                      {reinterpret_cast<const char*>(kept.data()), kept.size() * sizeof added},

@@ -18,7 +18,7 @@ struct replication_peers {
 
 replication_peers read_peers(int lsu);
 
-/// Adds a peer that isn't there yet.
+/// Adds a peer that isn't there yet; EFBIG's status when there are ten thousand.
 void add_peer(int lsu, peer_role role, const std::string& server_name, const std::string& peer_lsu);
 
 /// Copies the peers into an array of `room` records and clears the rest of it.

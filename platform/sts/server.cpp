@@ -3,6 +3,7 @@
 #include "platform/sts/event_log.h"
 #include "platform/sts/image_files.h"
 #include "platform/sts/library.h"
+#include "platform/sts/lsu_files.h"
 #include "platform/sts/operations.h"
 #include "platform/sts/plugin_calls.h"
 #include "platform/sts/settings.h"
@@ -25,8 +26,9 @@ enum config_command : uint32_t {
     write_config = 14,
 };
 
-/// Removes what killed writers left in the store. What can't be removed now is at a later open.
+/// Removes what killed processes left in the store. What can't be removed now is at a later open.
 void tidy(const store& files) {
+    (void)status_of([&] { remove_abandoned_lsus(files); });
     for (const std::string& each : lsu_names(files)) {
         (void)status_of([&] {
             const unique_fd lsu = open_directory(files.directory.get(), each);

@@ -3,6 +3,7 @@
 #include "platform/sts/store.h"
 
 #include "platform/sts/image_files.h"
+
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -41,12 +42,17 @@ std::shared_ptr<store> open_store(const char* server_name, missing_root treatmen
         fail(STS_ERR_NOT_CLAIMED);
     }
     const std::string path = root_path(server_name);
-    if (treatment == missing_root::is_made && mkdir(path.c_str(), 0777) != 0 && errno != EEXIST) {
+    const bool is_new = treatment == missing_root::is_made && mkdir(path.c_str(), 0777) == 0;
+    if (treatment == missing_root::is_made && !is_new && errno != EEXIST) {
         fail_errno(errno);
     }
     auto opened = std::make_shared<store>();
     opened->server_name = server_name;
-    opened->directory = unique_fd(checked(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)));
+    opened->directory = unique_fd(
+        uninterrupted([&] { return open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+    if (is_new) {
+        sync_file(open_directory(opened->directory.get(), "..").get());
+    }
     return opened;
 }
 
@@ -83,6 +89,12 @@ lsu_place open_lsu(const sts_lsu_ref_s* lsu) {
     return open_lsu(owner->files, text_of(lsu->name));
 }
 
+void require_in_place(const store& files, const std::string& name, int lsu) {
+    if (!is_same_directory(files.directory.get(), name, lsu)) {
+        fail_errno(ENOENT);
+    }
+}
+
 unique_fd make_control_directory(const store& files) {
     return make_directory(files.directory.get(), control_name);
 }
@@ -95,7 +107,7 @@ unique_fd find_control_directory(const store& files) {
 
 space space_of(int directory) {
     struct statvfs found = {};
-    checked(fstatvfs(directory, &found));
+    uninterrupted([&] { return fstatvfs(directory, &found); });
     return {found.f_blocks * found.f_frsize, found.f_bavail * found.f_frsize};
 }
 

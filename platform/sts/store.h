@@ -3,8 +3,9 @@
 //   ROOT/.server/          the server's own: settings (settings.h), events (event_log.h)
 //   ROOT/LSU/images/IMAGE/ the images (image_files.h)
 //   ROOT/LSU/new/          images that are being written
-//   ROOT/LSU/label         (lsu.cpp)
+//   ROOT/LSU/label         (lsu_files.h)
 //   ROOT/LSU/replication   (replication.h)
+//   ROOT/.new/             LSUs that are being made or removed (lsu_files.h)
 //
 // Any directory in ROOT is an LSU, also one that an operator made; what is below it is made when it
 // is needed. Several processes may work on one store at a time.
@@ -76,6 +77,10 @@ std::vector<std::string> lsu_names(const store& files);
 lsu_place open_lsu(std::shared_ptr<store> files, std::string name);
 /// The LSU that a caller's record names.
 lsu_place open_lsu(const sts_lsu_ref_s* lsu);
+
+/// Fails with ENOENT's status unless the LSU is still where it was opened. One that is about to be
+/// deleted can be opened; nothing may be made in it then.
+void require_in_place(const store& files, const std::string& name, int lsu);
 
 /// The server's own directory, made where there is none; `find` gives nothing instead.
 unique_fd make_control_directory(const store& files);

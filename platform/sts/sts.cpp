@@ -4,7 +4,8 @@
 //
 //   sts.cpp            the table, start and stop, closing of handles
 //   server.cpp         sessions and servers          settings.cpp     their configuration
-//   lsu.cpp            LSUs                          replication.cpp  who their images come from
+//   lsu.cpp            LSUs                          lsu_files.cpp    their files
+//                                                    replication.cpp  who their images come from
 //   image.cpp          images                        image_files.cpp  their files
 //   transfer.cpp       their bytes                   async_copy.cpp   copies by a thread
 //   lists.cpp          lists

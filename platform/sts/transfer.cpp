@@ -51,11 +51,11 @@ int flush(sts_next_image_s* image_handle, sts_forwarded_t /*unused_2*/,
           sts_forwarded_t /*unused_3*/, sts_forwarded_t /*unused_4*/, sts_forwarded_t /*unused_5*/,
           sts_forwarded_t /*unused_6*/) {
     const borrowed<image> flushed(image_handle);
-    checked(fdatasync(flushed->data));
+    uninterrupted([&] { return fdatasync(flushed->data); });
     unique_fd opened;
     const int meta = meta_of(*flushed, opened);
     if (meta != -1) {
-        checked(fdatasync(meta));
+        uninterrupted([&] { return fdatasync(meta); });
     }
     return STS_OK;
 }
@@ -113,7 +113,7 @@ int delete_files(sts_next_image_s* image_handle, sts_forwarded_t files,
     const borrowed<image> changed(image_handle);
     require_writing(*changed);
     if ((files & STS_FILES_DATA) != 0) {
-        checked(ftruncate(changed->data, 0));
+        uninterrupted([&] { return ftruncate(changed->data, 0); });
     }
     if ((files & STS_FILES_META) != 0) {
         changed->writing->remove_meta();

@@ -5,6 +5,7 @@
 
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <thread>
 
 namespace fs = std::filesystem;
@@ -272,6 +273,32 @@ TEST_F(StsAsync, CopyThatFailsOnItsWayTellsWhy) {
     fs::resize_file(path("store/lsu/images/image/data"), 0);
     EXPECT_EQ(wait(operation).result, errno_status(EBADMSG));
     EXPECT_FALSE(has_drafts());
+}
+
+TEST_F(StsAsync, CopyThatCantBeRememberedLeavesNoImage) {
+    fs::create_directories(path("store/target/replication.new/in the way"));
+    sts_next_operation_s* operation = nullptr;
+    ASSERT_EQ(start(&operation, "image", "copy"), STS_OK);
+    EXPECT_EQ(wait(operation).result, errno_status(EISDIR));
+    EXPECT_THAT(image_names("target"), IsEmpty());
+    EXPECT_FALSE(has_drafts());
+}
+
+TEST_F(StsAsync, CopyToOneLsuMoreThanCanBeRememberedIsRefused) {
+    struct {
+        uint64_t role = 1;
+        sts_replication_peer_s peer = {};
+    } record;
+    std::ofstream file(path("store/target/replication"));
+    for (int each = 0; each < 10000; ++each) {
+        set_field(record.peer.lsu, std::to_string(each));
+        file.write(reinterpret_cast<const char*>(&record), sizeof record);
+    }
+    file.close();
+    sts_next_operation_s* operation = nullptr;
+    ASSERT_EQ(start(&operation, "image", "copy"), STS_OK);
+    EXPECT_EQ(wait(operation).result, errno_status(EFBIG));
+    EXPECT_THAT(image_names("target"), IsEmpty());
 }
 
 TEST_F(StsAsync, RefusesFlagsAndNullArguments) {

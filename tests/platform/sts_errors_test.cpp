@@ -15,8 +15,10 @@
 #include <sys/stat.h>
 
 namespace fs = std::filesystem;
+using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::MatchesRegex;
 
 namespace {
 
@@ -171,6 +173,22 @@ TEST_F(StsShortTransfers, AndInterruptionsAreMadeUpFor) {
     EXPECT_EQ(read(image, 10000, 2999), content.substr(2999));
 }
 
+TEST_F(StsShortTransfers, ArentAllThatSignalsInterrupt) {
+    system_calls::interrupt_calls();
+    EXPECT_EQ(close(open_server("other")), STS_OK);
+    create_lsu("second", "label");
+    sts_next_image_s* const image = create("image", "", "second");
+    write(image, content);
+    EXPECT_EQ(api->flush(image, 0, 0, 0, 0, 0), STS_OK);
+    EXPECT_EQ(api->delete_files(image, STS_FILES_DATA, 0, 0, 0, 0), STS_OK);
+    write(image, content);
+    EXPECT_EQ(close(image), STS_OK);
+    EXPECT_EQ(content_of("image", "second"), content);
+    EXPECT_EQ(delete_image("image", "second"), STS_OK);
+    const sts_lsu_ref_s lsu = ref("second");
+    EXPECT_EQ(api->delete_lsu(&lsu), STS_OK);
+}
+
 TEST_F(StsShortTransfers, DontKeepACopyFromGoingThroughMemory) {
     store("image", content);
     for (const int error : {EXDEV, EINVAL, ENOSYS, EOPNOTSUPP}) {
@@ -204,6 +222,43 @@ TEST_F(StsShortTransfers, OfACopyThatFailsForAnotherReasonAreTold) {
     store("image", content);
     system_calls::fail_copies(EIO);
     EXPECT_EQ(open_status("image", STS_IMAGE_WRITE), errno_status(EIO));
+}
+
+// --- what is on the disk
+
+/// That a call has synced what it made before it came back.
+class StsSynced : public StsErrors {
+  protected:
+    template <typename Call>
+    std::vector<std::string> synced_by(Call call) {
+        system_calls::watch_synced();
+        call();
+        return system_calls::take_synced();
+    }
+};
+
+TEST_F(StsSynced, IsANewRootWithItsName) {
+    EXPECT_THAT(synced_by([&] { open_server("fresh"); }), Contains(directory));
+    EXPECT_THAT(synced_by([&] { open_server("fresh"); }), IsEmpty());
+}
+
+TEST_F(StsSynced, IsANewLsuWithItsNameAndItsLabel) {
+    const std::vector<std::string> synced = synced_by([&] { create_lsu("second", "label"); });
+    EXPECT_THAT(synced, Contains(path("store")));
+    EXPECT_THAT(synced, Contains(MatchesRegex(path("store/.new/") + ".*/label.new")));
+}
+
+TEST_F(StsSynced, IsAWholeImageWithItsNameUnlessTheSettingsSayOtherwise) {
+    const auto store_one = [&](const std::string& name) {
+        return synced_by([&] { store(name, "content"); });
+    };
+    const std::vector<std::string> synced = store_one("image");
+    EXPECT_THAT(synced, Contains(MatchesRegex(path("store/lsu/new/") + "[^/]*/data")));
+    EXPECT_THAT(synced, Contains(MatchesRegex(path("store/lsu/new/") + "[^/]*/header.new")));
+    EXPECT_THAT(synced, Contains(MatchesRegex(path("store/lsu/new/") + "[^/]*")));
+    EXPECT_EQ(synced.back(), path("store/lsu/images"));
+    set("STS:SYNC_AT_CLOSE", 0);
+    EXPECT_THAT(store_one("second"), IsEmpty());
 }
 
 // --- damage
@@ -276,8 +331,10 @@ TEST_F(StsErrors, AnEmptyDirectoryAmongTheImagesIsADamagedOne) {
 
 TEST_F(StsErrors, ADamagedListOfPeersIsTold) {
     const sts_lsu_ref_s lsu = ref();
-    const std::string unterminated(sizeof(uint64_t) + sizeof(sts_replication_peer_s), 'x');
-    for (const std::string& damage : {std::string("x"), unterminated}) {
+    const std::string no_role(sizeof(uint64_t) + sizeof(sts_replication_peer_s), '\0');
+    std::string unterminated(no_role.size(), 'x');
+    unterminated.replace(0, 8, std::string("\1\0\0\0\0\0\0\0", 8));
+    for (const std::string& damage : {std::string("x"), no_role, unterminated}) {
         std::ofstream(path("store/lsu/replication")) << damage;
         EXPECT_EQ(api->get_lsu_replication_prop(&lsu, 0, nullptr, 0, nullptr),
                   errno_status(EBADMSG));

@@ -228,6 +228,25 @@ TEST_F(StsEvents, AreNumberedWithoutGapsByManyThreads) {
     EXPECT_EQ(expected, 41U);
 }
 
+TEST_F(StsEvents, ArentMissedByAChannelThatIsAskedWhileTheyAreWritten) {
+    constexpr uint64_t count = 150;
+    set("STS:SYNC_AT_CLOSE", 0);
+    sts_next_evchannel_s* const channel = open_channel(STS_EVENTS_FROM_NOW);
+    std::thread writer([&] {
+        for (uint64_t each = 0; each < count; ++each) {
+            store(std::to_string(each), "");
+        }
+    });
+    uint64_t expected = 1;
+    sts_event_s event = {};
+    while (expected <= count && !HasFailure()) {
+        if (api->get_event(channel, &event) == STS_OK) {
+            EXPECT_EQ(event.number, ++expected);
+        }
+    }
+    writer.join();
+}
+
 TEST_F(StsEvents, WithoutASourceNeverCome) {
     sts_next_evchannel_s* channel = nullptr;
     ASSERT_EQ(api->open_evchannel(session, 0, 0, &channel), STS_OK);
@@ -315,6 +334,29 @@ TEST_F(StsEvents, GoOnBehindTheLastOneWhenTheirCountIsLost) {
     std::ofstream(path("store/.server/sequence")) << "nonsense";
     store("c", "");
     EXPECT_THAT(take(open_channel(STS_EVENTS_KEPT)), SizeIs(4));
+}
+
+TEST_F(StsEvents, AreGivenWhateverTheirCountSays) {
+    store("a", "");
+    for (const char* const count : {"-1", "99999999999999999999", "9223372036854775808",
+                                    "9223372036854775807", "1000000000000"}) {
+        SCOPED_TRACE(count);
+        std::ofstream(path("store/.server/sequence")) << count;
+        EXPECT_THAT(take(open_channel(STS_EVENTS_KEPT)), ElementsAre("1 4 lsu/", "2 1 lsu/a"));
+    }
+}
+
+TEST_F(StsEvents, OfAWriterThatDidntLiveToCountItStays) {
+    store("a", "");
+    std::ofstream(path("store/.server/sequence")) << "1";
+    sts_next_evchannel_s* const channel = open_channel(STS_EVENTS_KEPT);
+    EXPECT_THAT(take(channel), ElementsAre("1 4 lsu/"));
+    store("b", "");
+    EXPECT_THAT(take(channel), ElementsAre("2 1 lsu/a", "3 1 lsu/b"));
+    set("STS:EVENTS_KEPT", 2);
+    std::ofstream(path("store/.server/sequence")) << "2";
+    store("c", "");
+    EXPECT_THAT(take(open_channel(STS_EVENTS_KEPT)), ElementsAre("3 1 lsu/b", "4 1 lsu/c"));
 }
 
 } // namespace

@@ -1,10 +1,16 @@
 // LSUs of the storage library.
 
 #include "tests/platform/disk_store.h"
+#include "tests/platform/system_calls.h"
 
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <sys/file.h>
+#include <thread>
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 using testing::ElementsAre;
@@ -113,6 +119,17 @@ TEST_F(StsLsu, IsFoundByItsLabel) {
     EXPECT_EQ(api->find_lsu(server, forward("wanted"), 0, 0, 0, 0), STS_ERR_INVALID);
 }
 
+TEST_F(StsLsu, WithADamagedLabelIsPassedOverByTheSearchAndCanBeDeleted) {
+    create_lsu("a");
+    create_lsu("b", "wanted");
+    std::ofstream(path("store/a/label")) << std::string(512, 'x');
+    sts_lsu_entry_s found = {};
+    ASSERT_EQ(api->find_lsu(server, forward("wanted"), forward(&found), 0, 0, 0), STS_OK);
+    EXPECT_STREQ(found.name, "b");
+    EXPECT_EQ(remove("a"), STS_OK);
+    EXPECT_THAT(lsu_names(), ElementsAre("b", "lsu"));
+}
+
 TEST_F(StsLsu, IsDeletedWithItsLabel) {
     create_lsu("second", "a label");
     store("a", "x", "", "second");
@@ -138,12 +155,81 @@ TEST_F(StsLsu, IsntDeletedWhileAnImageIsBeingWritten) {
     EXPECT_EQ(content_of("a"), "content");
 }
 
-TEST_F(StsLsu, IsntDeletedWithAForeignFileInIt) {
+TEST_F(StsLsu, IsntDeletedWithAnythingForeignInIt) {
     create_lsu("second", "a label");
-    std::ofstream(path("store/second/mine")) << "x";
+    const std::string foreign = path("store/second/");
+    std::ofstream(foreign + "mine") << "x";
     EXPECT_EQ(remove("second"), errno_status(ENOTEMPTY));
-    EXPECT_TRUE(fs::exists(path("store/second/mine")));
+    EXPECT_TRUE(fs::remove(foreign + "mine"));
+    for (const char* const each : {"mine", "replication", "label.new"}) {
+        fs::create_directory(foreign + each);
+        EXPECT_EQ(remove("second"), errno_status(ENOTEMPTY)) << each;
+        EXPECT_TRUE(fs::remove(foreign + each));
+    }
+    for (const char* const each : {"new", "images"}) {
+        fs::remove(foreign + each);
+        std::ofstream(foreign + each) << "x";
+        EXPECT_EQ(remove("second"), errno_status(ENOTEMPTY)) << each;
+        EXPECT_TRUE(fs::remove(foreign + each));
+    }
     EXPECT_STREQ(info_of("second").label, "a label");
+    EXPECT_EQ(remove("second"), STS_OK);
+}
+
+TEST_F(StsLsu, ThatIsForeignAmongThoseThatAreMadeStays) {
+    std::ofstream(path("store/.new/mine")) << "x";
+    fs::create_directories(path("store/.new/directory"));
+    std::ofstream(path("store/.new/directory/mine")) << "x";
+    EXPECT_EQ(close(open_server()), STS_OK);
+    EXPECT_TRUE(fs::exists(path("store/.new/mine")));
+    EXPECT_TRUE(fs::exists(path("store/.new/directory/mine")));
+}
+
+// --- one that goes while somebody waits for its lock --------------------------------------------
+
+/// Holds the lock of "lsu" as another process would.
+class StsLsuLocked : public StsLsu {
+  protected:
+    StsLsuLocked() : locked(::open(path("store/lsu").c_str(), O_RDONLY | O_DIRECTORY)) {
+        EXPECT_EQ(flock(locked, LOCK_EX), 0);
+    }
+    /// Runs `call` up to where it waits for the lock, then takes the LSU out of its place, as a
+    /// delete does, and lets go of the lock. The call's status.
+    int status_when_taken_away(const std::function<int()>& call,
+                               const std::function<void()>& afterwards) {
+        const unsigned before = system_calls::locks_asked_for();
+        int status = STS_OK;
+        std::thread waiting([&] { status = call(); });
+        while (system_calls::locks_asked_for() == before) {
+            std::this_thread::yield();
+        }
+        fs::rename(path("store/lsu"), path("gone"));
+        afterwards();
+        ::close(locked);
+        waiting.join();
+        return status;
+    }
+
+    int locked;
+};
+
+TEST_F(StsLsuLocked, IsntDeletedInPlaceOfOneThatWasMadeAnewMeanwhile) {
+    EXPECT_EQ(status_when_taken_away([&] { return remove("lsu"); },
+                                     [&] { fs::create_directory(path("store/lsu")); }),
+              errno_status(ENOENT));
+    EXPECT_THAT(lsu_names(), ElementsAre("lsu"));
+}
+
+TEST_F(StsLsuLocked, TakesNoImageOnceItHasGone) {
+    sts_next_image_s* image = nullptr;
+    const auto create_one = [&] {
+        const sts_lsu_ref_s lsu = ref();
+        const sts_image_def_s definition = image_def("image");
+        return api->create_image(&lsu, &definition, 0, &image);
+    };
+    EXPECT_EQ(status_when_taken_away(create_one, [] {}), errno_status(ENOENT));
+    EXPECT_EQ(image, nullptr);
+    EXPECT_TRUE(fs::is_empty(path("gone/new")));
 }
 
 TEST_F(StsLsu, HasNoPropertiesWhenItIsntThere) {

@@ -248,6 +248,20 @@ TEST_F(StsLinks, InPlaceOfAnImagesFilesArentFollowed) {
     EXPECT_TRUE(fs::exists(path("outside/images/image/data")));
 }
 
+TEST_F(StsLinks, InPlaceOfWhereLsusAreMadeArentFollowed) {
+    fs::remove_all(path("store/.new"));
+    fs::create_directory_symlink(path("outside"), path("store/.new"));
+    const sts_lsu_def_s definition = lsu_def("second", "label");
+    void* made = nullptr;
+    EXPECT_EQ(api->create_lsu(server, &definition, &made), errno_status(ENOTDIR));
+    EXPECT_EQ(delete_image("image"), STS_OK);
+    const sts_lsu_ref_s lsu = ref();
+    EXPECT_EQ(api->delete_lsu(&lsu), errno_status(ENOTDIR));
+    open_server(); // cleans up, but not behind the link
+    EXPECT_TRUE(fs::exists(path("outside/images/image/data")));
+    EXPECT_THAT(lsu_names(), ElementsAre("lsu"));
+}
+
 TEST_F(StsLinks, InPlaceOfTheServersOwnFilesArentFollowed) {
     fs::create_directory(path("links"));
     fs::create_directory_symlink(path("outside"), path("links/.server"));

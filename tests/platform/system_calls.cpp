@@ -7,8 +7,14 @@
 #include <cstdarg>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <filesystem>
+#include <mutex>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -16,6 +22,14 @@ std::atomic<int> calls_left{-1};
 std::atomic<size_t> longest_transfer{0}; // 0: any
 std::atomic<unsigned> transfers{0};
 std::atomic<int> copy_error{0};
+std::atomic<bool> interrupting{false};
+std::atomic<unsigned> locks{0};
+std::atomic<bool> watching{false};
+std::mutex synced_guard;
+std::vector<std::string>& synced() {
+    static std::vector<std::string> all;
+    return all;
+}
 
 template <typename Function>
 Function* real(const char* name) {
@@ -40,6 +54,23 @@ bool is_interrupted(size_t& size) {
     return transfers++ % 2 == 0;
 }
 
+/// Whether a call that moves nothing fails with EINTR.
+bool is_interrupted() {
+    if (!interrupting || transfers++ % 2 != 0) {
+        return false;
+    }
+    errno = EINTR;
+    return true;
+}
+
+/// Keeps the path of a file that is synced, if somebody wants to know.
+void keep_synced(int file) {
+    if (watching) {
+        const std::lock_guard<std::mutex> lock(synced_guard);
+        synced().push_back(fs::read_symlink("/proc/self/fd/" + std::to_string(file)).string());
+    }
+}
+
 } // namespace
 
 namespace system_calls {
@@ -50,7 +81,21 @@ void cut_transfers(size_t longest) { longest_transfer = longest; }
 
 void fail_copies(int error) { copy_error = error; }
 
+void interrupt_calls() { interrupting = true; }
+
+unsigned locks_asked_for() { return locks; }
+
+void watch_synced() { watching = true; }
+
+std::vector<std::string> take_synced() {
+    watching = false;
+    const std::lock_guard<std::mutex> lock(synced_guard);
+    return std::exchange(synced(), {});
+}
+
 void clear() {
+    interrupting = false;
+    watching = false;
     kill_after(-1);
     cut_transfers(0);
     fail_copies(0);
@@ -70,6 +115,9 @@ REPLACES int openat(int parent, const char* path, int flags, ...) {
         va_start(arguments, flags);
         mode = va_arg(arguments, mode_t);
         va_end(arguments);
+    }
+    if (is_interrupted()) {
+        return -1;
     }
     return real<int(int, const char*, int, ...)>("openat")(parent, path, flags, mode);
 }
@@ -98,12 +146,31 @@ REPLACES int renameat2(int from, const char* old_path, int to, const char* new_p
 
 REPLACES int ftruncate(int file, off_t length) noexcept {
     changes_files();
+    if (is_interrupted()) {
+        return -1;
+    }
     return real<int(int, off_t)>("ftruncate")(file, length);
 }
 
 REPLACES int fsync(int file) {
     changes_files();
+    if (is_interrupted()) {
+        return -1;
+    }
+    keep_synced(file);
     return real<int(int)>("fsync")(file);
+}
+
+REPLACES int fdatasync(int file) {
+    return is_interrupted() ? -1 : real<int(int)>("fdatasync")(file);
+}
+
+REPLACES int flock(int file, int operation) noexcept {
+    ++locks;
+    if ((operation & LOCK_NB) == 0 && is_interrupted()) {
+        return -1;
+    }
+    return real<int(int, int)>("flock")(file, operation);
 }
 
 REPLACES ssize_t pread(int file, void* buffer, size_t size, off_t position) {
