@@ -94,6 +94,15 @@ TEST_F(Config, FillsABufferOfJustItsLengthAndNoneThatIsShorter) {
     EXPECT_EQ(used, text.size());
 }
 
+TEST_F(Config, OfTheStorageAloneDoesntFitABufferThatIsTooShortForIt) {
+    const std::string text = get();
+    char buffer[10] = {};
+    uint32_t used = 77;
+    EXPECT_EQ(call::get_server_config(server, buffer, uint32_t{sizeof buffer}, &used),
+              STS_ERR_BUFFER_SPACE);
+    EXPECT_EQ(used, differs(rules::config_length_untold) ? 77U : text.size());
+}
+
 TEST_F(Config, IsReadByCommand13Too) {
     const std::string text = get();
     const auto buffer = std::make_unique<sts_config_buffer_s>();

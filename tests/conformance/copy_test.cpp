@@ -33,10 +33,13 @@ class Copy : public Storage {
         memcpy(&carried, &params, sizeof carried);
         return call::async_copy_image(source_def, lsu, target, out(operation), flags, carried);
     }
+    /// The status of starting a copy that can't begin.
     int start_status(const std::string& source, const std::string& copy,
                      const std::string& target_server = "", uint32_t flags = 0) {
         handle operation;
         const int status = start(operation, source, copy, {}, target_server, flags);
+        EXPECT_TRUE(call::is_empty(operation));
+        EXPECT_EQ(operation.value != nullptr, differs(rules::holders));
         call::release_operation(operation);
         return status;
     }
@@ -107,8 +110,7 @@ TEST_F(Copy, IsReleasedByTheWaitThatFindsItEnded) {
 
 TEST_F(Copy, GoesToAnotherServerToo) {
     handle other = open_server("other");
-    const sts_lsu_def_s definition = lsu_def("target");
-    ASSERT_EQ(call::create_lsu(other, &definition), STS_OK);
+    ASSERT_EQ(create_lsu_on(other, "target"), STS_OK);
     differs(rules::names_below);
     handle operation;
     ASSERT_EQ(start(operation, "image", "copy", {}, storage_name("other")), STS_OK);

@@ -84,7 +84,8 @@ TEST_F(List, OfGroupsGivesEachWithTheSizeOfItsImages) {
     store("b", "12", "y");
     store("c", "123", "x");
     store("d", "1234");
-    const sts_lsu_ref_s lsu = ref();
+    const handle other = left_for_ever([this] { return open_server(); });
+    const sts_lsu_ref_s lsu = ref_on(other);
     handle list;
     ASSERT_EQ(call::open_image_group_list(&lsu, 0, 0, out(list)), STS_OK);
     std::vector<std::string> groups;
@@ -96,16 +97,31 @@ TEST_F(List, OfGroupsGivesEachWithTheSizeOfItsImages) {
     EXPECT_EQ(status, STS_ERR_END_OF_LIST);
     EXPECT_THAT(groups, ElementsAre("x=4", "y=2"));
     EXPECT_EQ(call::close_image_list(list), STS_OK);
-    if (differs(rules::group_list_count)) {
-        status_of_closing = STS_ERR_BUSY;
+    EXPECT_EQ(call::close_server(other), differs(rules::group_list_count) ? STS_ERR_BUSY : STS_OK);
+}
+
+TEST_F(List, OfGroupsHoldsItsServerUntilItIsClosed) {
+    const handle other = left_for_ever([this] { return open_server(); });
+    const sts_lsu_ref_s lsu = ref_on(other);
+    handle list;
+    const auto open = [&] { return call::open_image_group_list(&lsu, 0, 0, out(list)); };
+    ASSERT_EQ(left_for_ever(open), STS_OK);
+    if (differs(rules::group_list_holds_nothing)) {
+        EXPECT_EQ(call::close_server(other), STS_OK);
+        return;
     }
+    EXPECT_EQ(call::close_server(other), STS_ERR_BUSY);
+    EXPECT_EQ(call::close_image_list(list), STS_OK);
+    EXPECT_EQ(call::close_server(other), STS_OK);
 }
 
 TEST_F(List, OfGroupsThatCantBeOpenedGivesItsStatus) {
     const sts_lsu_ref_s lsu = ref("missing");
     handle list;
-    EXPECT_EQ(call::open_image_group_list(&lsu, 0, 0, out(list)), errno_status(ENOENT));
+    const auto open = [&] { return call::open_image_group_list(&lsu, 0, 0, out(list)); };
+    EXPECT_EQ(left_for_ever(open), errno_status(ENOENT));
     EXPECT_EQ(list.value != nullptr, differs(rules::group_list_left_in_out));
+    EXPECT_EQ(call::close_image_list(list), STS_ERR_INVALID);
 }
 
 TEST_F(List, GroupIsToldByItsNameAndByOneOfItsImages) {

@@ -31,7 +31,12 @@ TEST_F(Lsu, IsADirectoryOfItsServer) {
 }
 
 TEST_F(Lsu, ThatIsThereIsntMadeAgain) {
-    EXPECT_EQ(create_lsu("lsu"), errno_status(EEXIST));
+    const sts_lsu_def_s definition = lsu_def("lsu");
+    handle made;
+    EXPECT_EQ(call::create_lsu(server, &definition, out(made)), errno_status(EEXIST));
+    EXPECT_TRUE(call::is_empty(made));
+    EXPECT_EQ(made.value != nullptr, differs(rules::holders));
+    call::release_lsu(made);
     EXPECT_THAT(lsu_names(), ElementsAre("lsu"));
 }
 
@@ -79,6 +84,7 @@ TEST_F(Lsu, KeepsItsLabelWhenAnotherIsTooLong) {
 TEST_F(Lsu, CanBeDeletedWhenItIsEmpty) {
     ASSERT_EQ(create_lsu("second"), STS_OK);
     store("image", "content", "", "second");
+    differs(rules::record_given_up);
     EXPECT_EQ(call::delete_lsu(ref("second")), errno_status(ENOTEMPTY));
     EXPECT_EQ(content_of("image", "second"), "content");
     EXPECT_EQ(delete_image("image", "second"), STS_OK);
@@ -108,7 +114,12 @@ TEST_F(Lsu, ThatIsntThereGivesThatStatusEverywhere) {
 }
 
 TEST_F(Lsu, IsntMadeWithoutADefinition) {
-    EXPECT_EQ(call::create_lsu(server, nullptr), STS_ERR_INVALID);
+    handle made;
+    EXPECT_EQ(call::create_lsu(server, nullptr, out(made)), STS_ERR_INVALID);
+    EXPECT_EQ(made.value, nullptr);
+    const sts_lsu_def_s definition = lsu_def("second");
+    EXPECT_EQ(call::create_lsu(server, &definition, handle_place{nullptr}), STS_ERR_INVALID);
+    EXPECT_THAT(lsu_names(), ElementsAre("lsu"));
 }
 
 TEST_F(Lsu, ListIsThatOfTheMomentWhenItWasOpened) {

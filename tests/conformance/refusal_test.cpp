@@ -26,7 +26,7 @@ class Refusal : public Storage {
             const sts_lsu_def_s definition = lsu_def("x");
             sts_event_s event = {};
             sts_lsu_entry_s entry = {};
-            EXPECT_EQ(call::create_lsu(wrong, &definition), STS_ERR_INVALID);
+            EXPECT_EQ(call::create_lsu(wrong, &definition, out(opened)), STS_ERR_INVALID);
             EXPECT_EQ(call::find_lsu(wrong, forward("x"), forward(&entry), 0, 0, 0),
                       STS_ERR_INVALID);
             EXPECT_EQ(call::delete_event(wrong, &event), STS_ERR_INVALID);
@@ -36,8 +36,7 @@ class Refusal : public Storage {
     }
     /// The same for the record that names an LSU.
     void refuses_in_lsu(handle wrong) {
-        sts_lsu_ref_s lsu = ref();
-        lsu.server = wrong.value;
+        const sts_lsu_ref_s lsu = ref_on(wrong);
         const sts_image_def_s image = image_def("image");
         const auto lsu_info = std::make_unique<sts_lsu_info_s>();
         const auto image_info = std::make_unique<sts_image_info_s>();

@@ -122,18 +122,25 @@ class TargetServer : public Server {
     }
     void TearDown() override {
         if (target.value != nullptr) {
-            EXPECT_EQ(call::close_server(target), STS_OK);
+            EXPECT_EQ(call::close_server(target), status_of_closing_target);
         }
         Server::TearDown();
     }
+    /// Opens and closes a list of groups of an LSU of the target.
+    void close_group_list(const std::string& lsu_name) {
+        const sts_lsu_ref_s lsu = ref_on(target, lsu_name);
+        handle list;
+        EXPECT_EQ(call::open_image_group_list(&lsu, 0, 0, out(list)), STS_OK);
+        EXPECT_EQ(call::close_image_list(list), STS_OK);
+    }
 
     handle target;
+    int status_of_closing_target = STS_OK;
 };
 
 TEST_F(TargetServer, IsAServerOfItsOwn) {
     ASSERT_NO_FATAL_FAILURE(open_target("other"));
-    const sts_lsu_def_s definition = lsu_def("there");
-    EXPECT_EQ(call::create_lsu(target, &definition), STS_OK);
+    EXPECT_EQ(create_lsu_on(target, "there"), STS_OK);
     EXPECT_TRUE(fs::is_directory(path("other/there")));
     EXPECT_THAT(lsu_names(), testing::ElementsAre("lsu"));
     sts_server_info_s info = {};
@@ -154,13 +161,57 @@ TEST_F(TargetServer, WithoutANameIsTheSameServerOnceMore) {
 
 TEST_F(TargetServer, MovesImagesAsAnyOtherDoes) {
     ASSERT_NO_FATAL_FAILURE(open_target("other"));
-    const sts_lsu_def_s definition = lsu_def("there");
-    ASSERT_EQ(call::create_lsu(target, &definition), STS_OK);
+    ASSERT_EQ(create_lsu_on(target, "there"), STS_OK);
     std::swap(server, target);
     store("image", "content", "", "there");
     EXPECT_EQ(content_of("image", "there"), "content");
     std::swap(server, target);
     EXPECT_THAT(image_names(), testing::IsEmpty());
+}
+
+TEST_F(TargetServer, MayBeOpenedWhileAnImageIsOpenOnItsSource) {
+    const handle image = create("image");
+    ASSERT_NO_FATAL_FAILURE(open_target("other"));
+    ASSERT_EQ(create_lsu_on(target, "there"), STS_OK);
+    const bool inherits = differs(rules::target_inherits_count);
+    EXPECT_EQ(call::close_server(server), STS_ERR_BUSY); // which is the one that the image is on
+    if (inherits) {
+        EXPECT_EQ(call::close_server(target), STS_ERR_BUSY);
+        differs(rules::group_list_count);
+        close_group_list("there"); // nothing else takes one from its count
+    }
+    EXPECT_EQ(call::close_server(target), STS_OK);
+    target = {};
+    write(image, "content");
+    EXPECT_EQ(close(image), STS_OK);
+    EXPECT_EQ(content_of("image"), "content");
+}
+
+TEST_F(TargetServer, KeepsWhatItInheritedWhenTheImageOfItsSourceIsClosed) {
+    const handle image = create("image");
+    ASSERT_NO_FATAL_FAILURE(open_target("other"));
+    ASSERT_EQ(create_lsu_on(target, "there"), STS_OK);
+    EXPECT_EQ(close(image), STS_OK);
+    if (differs(rules::target_inherits_count)) {
+        EXPECT_EQ(call::close_server(target), STS_ERR_BUSY);
+        differs(rules::group_list_count);
+        close_group_list("there");
+    }
+}
+
+TEST_F(TargetServer, WithAnImageOpenOnItDoesntHoldItsSource) {
+    ASSERT_NO_FATAL_FAILURE(open_target("other"));
+    ASSERT_EQ(create_lsu_on(target, "there"), STS_OK);
+    std::swap(server, target);
+    const handle image = create("image", "", "there");
+    std::swap(server, target);
+    EXPECT_EQ(call::close_server(target), STS_ERR_BUSY);
+    // Whoever closes first closes the session that a layer shares.
+    EXPECT_EQ(call::close_server(server), STS_OK);
+    server = {};
+    write(image, "content");
+    EXPECT_EQ(close(image), STS_OK);
+    status_of_closing_target = status_of_closing;
 }
 
 TEST_F(TargetServer, ThatCantBeOpenedGivesItsStatus) {

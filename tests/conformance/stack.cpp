@@ -158,10 +158,6 @@ int open_events(const sts_session_def_v7_t* session, const char* name, void* sou
                                                           source, 0);
         }
     }
-    if (status != STS_OK && *opened.value != nullptr) {
-        EXPECT_EQ(close_events(handle{*opened.value}), STS_OK);
-        *opened.value = nullptr;
-    }
     return status;
 }
 
@@ -180,24 +176,14 @@ int close_image_list(handle list) { return close_one<&stspi_ep_t::close_image_li
 
 int close_lsu_list(handle list) { return close_one<&stspi_ep_t::close_lsu_list_v7>(list); }
 
-int create_lsu(handle server, const sts_lsu_def_s* definition) {
+int create_lsu(handle server, const sts_lsu_def_s* definition, handle_place made) {
     const stack& host = stack::current();
     if (host.entries == nullptr) {
-        handle made;
-        const int status = host.table->create_lsu(server, definition, out(made));
-        EXPECT_EQ(made.value != nullptr, status == STS_OK);
-        if (status == STS_OK) {
-            EXPECT_EQ(host.table->close_handle(made, 0), STS_OK);
-        }
-        return status;
+        return host.table->create_lsu(server, definition, made);
     }
     using function = int(throttling_server_s*, const sts_lsu_def_s*, void***);
-    void** holder = nullptr;
-    const int status = reinterpret_cast<function*>(host.second_table[create_lsu_slot])(
-        server, definition, &holder);
-    EXPECT_EQ(holder != nullptr && *holder != nullptr, status == STS_OK);
-    free(static_cast<void*>(holder));
-    return status;
+    return reinterpret_cast<function*>(host.second_table[create_lsu_slot])(server, definition,
+                                                                           made);
 }
 
 int delete_lsu(const sts_lsu_ref_s& lsu) {
@@ -221,9 +207,24 @@ int async_copy_image(const sts_image_def_s& source, const sts_lsu_ref_s& lsu,
                : host.table->async_copy_image(nullptr, from, &lsu, to, started, flags, params);
 }
 
-void release_operation(handle operation) {
+bool is_empty(handle given) {
+    if (given.value == nullptr || stack::current().entries == nullptr) {
+        return given.value == nullptr;
+    }
+    return *static_cast<void**>(given.value) == nullptr;
+}
+
+void release_lsu(handle given) {
     if (stack::current().entries != nullptr) {
-        free(operation.value);
+        free(given.value);
+    } else if (given.value != nullptr) {
+        EXPECT_EQ(stack::current().table->close_handle(given, 0), STS_OK);
+    }
+}
+
+void release_operation(handle given) {
+    if (stack::current().entries != nullptr) {
+        free(given.value);
     }
 }
 

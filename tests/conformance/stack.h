@@ -149,7 +149,7 @@ OPERATION(write_image, write_image_v7);
 // a channel; one handle stands for both, and its close closes both.
 int open_server(const sts_session_def_v7_t* session, const char* name, handle_place opened);
 int close_server(handle server);
-/// `source` is a const sts_event_source_s*. What was given on a failure is closed.
+/// `source` is a const sts_event_source_s*. A channel that was given on a failure is to be closed.
 int open_events(const sts_session_def_v7_t* session, const char* name, void* source,
                 sts_event_start_t start, handle_place opened);
 int close_events(handle channel);
@@ -159,14 +159,17 @@ int close_image(handle image, int32_t mode);
 int close_image_list(handle list);
 int close_lsu_list(handle list);
 
-// LSUs: what a host gets for a new one is released.
-int create_lsu(handle server, const sts_lsu_def_s* definition);
+// What is given for a new LSU or a copy is a handle of the storage's, or a layer's holder with what
+// it got from below.
+int create_lsu(handle server, const sts_lsu_def_s* definition, handle_place made);
 int delete_lsu(const sts_lsu_ref_s& lsu);
-
 int async_copy_image(const sts_image_def_s& source, const sts_lsu_ref_s& lsu,
                      const sts_copy_target_s& target, handle_place started, uint32_t flags,
                      const sts_copy_params_s& params);
-/// Releases what async_copy_image gave, whose copy has ended or never began.
-void release_operation(handle operation);
+/// Whether there is nothing in what was given, if anything was.
+bool is_empty(handle given);
+/// Releases what was given for an LSU, or for a copy that has ended or never began.
+void release_lsu(handle given);
+void release_operation(handle given);
 
 } // namespace call

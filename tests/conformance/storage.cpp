@@ -27,14 +27,18 @@ handle Storage::open_server(const std::string& root) {
     return opened;
 }
 
-int Storage::create_lsu(const std::string& name, const std::string& label) {
+int Storage::create_lsu_on(handle where, const std::string& name, const std::string& label) {
     const sts_lsu_def_s definition = lsu_def(name, label);
-    return call::create_lsu(server, &definition);
+    handle made;
+    const int status = call::create_lsu(where, &definition, out(made));
+    EXPECT_EQ(call::is_empty(made), status != STS_OK) << name;
+    call::release_lsu(made);
+    return status;
 }
 
-sts_lsu_ref_s Storage::ref(const std::string& lsu) const {
+sts_lsu_ref_s Storage::ref_on(handle where, const std::string& lsu) {
     sts_lsu_ref_s reference = {};
-    reference.server = server;
+    reference.server = where;
     set_field(reference.name, lsu);
     return reference;
 }

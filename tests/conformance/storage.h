@@ -29,8 +29,13 @@ class Storage : public testing::Test {
     }
     std::string path(const std::string& below) const { return directory + "/" + below; }
     handle open_server(const std::string& root = "store");
-    int create_lsu(const std::string& name, const std::string& label = "");
-    sts_lsu_ref_s ref(const std::string& lsu = "lsu") const;
+    /// Releases what it is given.
+    int create_lsu(const std::string& name, const std::string& label = "") {
+        return create_lsu_on(server, name, label);
+    }
+    static int create_lsu_on(handle where, const std::string& name, const std::string& label = "");
+    sts_lsu_ref_s ref(const std::string& lsu = "lsu") const { return ref_on(server, lsu); }
+    static sts_lsu_ref_s ref_on(handle where, const std::string& lsu = "lsu");
 
     /// Creates an image and leaves it open.
     handle create(const std::string& name, const std::string& group = "",
