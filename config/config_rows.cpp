@@ -20,6 +20,19 @@ constexpr const char* value_field = "value=";
 
 const char* mark(bool may_change) { return may_change ? "n" : "y"; }
 
+/// Ends a text at a place while it lives, whatever happens meanwhile.
+class cut_at {
+  public:
+    explicit cut_at(char* place) : place_(place), cut_(*place) { *place_ = '\0'; }
+    ~cut_at() { *place_ = cut_; }
+    cut_at(const cut_at&) = delete;
+    cut_at& operator=(const cut_at&) = delete;
+
+  private:
+    char* const place_;
+    const char cut_;
+};
+
 /// One row with its key and value between `%s` and the number's own format.
 #define ROW_FORMAT(key, number) "name=" key ",description=%s,type=int,value=" number ",fixed=%s;"
 
@@ -88,9 +101,11 @@ int read_buf_to_var(const sts_session_def_v7_t* session, const char* text,
             continue;
         }
         value += strlen(value_field);
-        *key_end = *value_end = '\0';
-        parse_oneline_to_var(session, config, position, value);
-        *key_end = *value_end = ',';
+        {
+            const cut_at key(key_end);
+            const cut_at number(value_end);
+            parse_oneline_to_var(session, config, position, value);
+        }
         position = value_end + 1;
     }
     check_time(session, config);

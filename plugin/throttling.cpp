@@ -92,7 +92,10 @@ int stspi_init(uint64_t version, const char* path, stspi_api_rec_t* api) {
     if (version < lowest_host_version) {
         return STS_ERR_PLUGIN_VERSION;
     }
-    return gs_throttling_inits++ > 0 ? setapi(api) : start(version, path, api);
+    if (gs_throttling_inits++ > 0) {
+        return setapi(api);
+    }
+    return without_throwing([&] { return start(version, path, api); });
 }
 
 int stspi_init2(uint64_t version, stspi_api2_rec_t* out) {
