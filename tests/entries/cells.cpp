@@ -20,12 +20,14 @@ class cell_maker {
 
     std::vector<cell> make() {
         for (const int status : {0, 2060013, 2060043, 2060020, 4711}) {
-            add(condition::answered, 0, status);
+            add(condition::answered, 0, status,
+                status != STS_OK && of_.call.empty() ? calls_nothing : nullptr);
         }
         const char* const other_row = of_.repeats ? held_by_first : nullptr;
         add(condition::unbound, 0, 0, other_row);
         add(condition::cut_off, 0, 0, other_row);
-        add(condition::without_memory, 0, 0, other_row);
+        add(condition::without_any, 0, 0, other_row);
+        add(condition::without_one, 0, 0, other_row);
         const auto& parameters = operation_named(of_.operation).parameters;
         for (size_t i = 0; i < parameters.size(); ++i) {
             make_for(parameters[i], i + 1);
@@ -41,7 +43,8 @@ class cell_maker {
   private:
     void make_for(parameter_t parameter, size_t place) {
         if (is_pointer(parameter)) {
-            const bool held = has(of_.checked, place) || has(of_.passed, place);
+            const bool held = has(of_.checked, place) || has(of_.passed, place) ||
+                              of_.refused_nulls.count(place) != 0;
             add(condition::null, place, 0, held ? nullptr : unchecked);
         }
         switch (parameter) {
@@ -127,7 +130,10 @@ outcome answered(const row& of, int status) {
     const bool success = status == STS_OK;
     outcome result;
     result.status = of.hides_failure ? STS_OK : status;
-    result.story = joined(of.before, {"-> " + of.call});
+    result.story = of.before;
+    if (!of.call.empty()) {
+        result.story.push_back("-> " + of.call);
+    }
     if (!success) {
         const auto special = of.failures.find(status);
         const std::string& line = special != of.failures.end() ? special->second : of.failure;
@@ -142,12 +148,16 @@ outcome answered(const row& of, int status) {
     result.out = happens(of.out, success);
     result.named = of.name_at && (success || of.name_after_failure);
     result.status_stored = of.status_at ? status : 0;
-    result.counts = success ? of.counts : 0;
+    result.counts = success ? of.counts : of.counts_after_failure;
+    result.unbinds = success && of.unbinds;
     result.kept = success ? of.kept : of.kept_after_failure;
     return result;
 }
 
 outcome with_no_layer_bound(const row& of) {
+    if (of.needs_no_layer) {
+        return answered(of, STS_OK);
+    }
     outcome result = answered(of, STS_ERR_NOT_INIT);
     result.story = of.unbound.value_or(without_calls(result.story));
     if (of.unbound) { // every call of the operation fails, not this one alone
@@ -180,14 +190,9 @@ outcome without_next_layer(const row& of) {
     return result;
 }
 
-outcome without_memory(const row& of) {
-    if (!of.without_memory) {
-        return answered(of, STS_OK);
-    }
-    outcome result;
-    result.status = STS_ERR_NOMEM;
-    result.story = *of.without_memory;
-    return result;
+outcome without_any_memory(const row& of) {
+    return of.shortages.empty() ? answered(of, STS_OK)
+                                : expected_of(of, of.without_any.value_or(of.shortages.front()));
 }
 
 /// The pointer of `place` goes down as null.
@@ -203,9 +208,10 @@ outcome with_null_passed(const row& of, size_t place) {
     return result;
 }
 
-const char* const condition_names[] = {
-    "answered",     "no layer bound", "no next layer", "null",         "null server",
-    "stale server", "other server",   "stale handle",  "other handle", "no memory"};
+const char* const condition_names[] = {"answered",     "no layer bound", "no next layer",
+                                       "null",         "null server",    "stale server",
+                                       "other server", "stale handle",   "other handle",
+                                       "no memory",    "each allocation"};
 
 } // namespace
 
@@ -227,10 +233,15 @@ outcome expected_of(const cell& it) {
         return with_no_layer_bound(of);
     case condition::cut_off:
         return without_next_layer(of);
-    case condition::without_memory:
-        return without_memory(of);
-    case condition::null:
+    case condition::without_any:
+        return without_any_memory(of);
+    case condition::null: {
+        const auto refused = of.refused_nulls.find(it.place);
+        if (refused != of.refused_nulls.end()) {
+            return expected_of(of, refused->second);
+        }
         return has(of.passed, it.place) ? with_null_passed(of, it.place) : outcome();
+    }
     case condition::stale_server:
         return of.server == magic_t::checked ? outcome() : answered(of, STS_OK);
     case condition::stale_handle:
@@ -238,9 +249,18 @@ outcome expected_of(const cell& it) {
     case condition::null_server:
     case condition::other_server:
     case condition::other_handle:
+    case condition::without_one:
         break;
     }
     return {};
+}
+
+outcome expected_of(const row& of, const consequence& it) {
+    outcome result = it.status == STS_OK ? answered(of, STS_OK) : outcome();
+    result.status = it.status;
+    result.story = it.story;
+    result.kept = it.kept;
+    return result;
 }
 
 std::string replaced(std::string text, const std::string& what, const std::string& by) {

@@ -9,16 +9,17 @@
 #include <vector>
 
 enum class condition {
-    answered,      ///< the next layer answers `value`
-    unbound,       ///< no layer is bound
-    cut_off,       ///< the server has no next layer
-    null,          ///< argument `place` is null
-    null_server,   ///< the server that the argument names is null
-    stale_server,  ///< its magic number is cleared
-    other_server,  ///< it is a handle of kind `value`
-    stale_handle,  ///< the argument's own magic number is cleared
-    other_handle,  ///< the argument is a handle of kind `value`
-    without_memory ///< memory can't be had
+    answered,     ///< the next layer answers `value`
+    unbound,      ///< no layer is bound
+    cut_off,      ///< the server has no next layer
+    null,         ///< argument `place` is null
+    null_server,  ///< the server that the argument names is null
+    stale_server, ///< its magic number is cleared
+    other_server, ///< it is a handle of kind `value`
+    stale_handle, ///< the argument's own magic number is cleared
+    other_handle, ///< the argument is a handle of kind `value`
+    without_any,  ///< no allocation succeeds
+    without_one   ///< one allocation after the other fails, each in a world of its own
 };
 
 /// Kinds of handles that stand for those of another kind, with their names.
@@ -37,6 +38,7 @@ inline constexpr const char* unchecked = "nobody checks it: it would be read or 
 inline constexpr const char* unread_magic =
     "its magic number isn't looked at: another kind would be read as its own";
 inline constexpr const char* no_magic = "an event channel has no magic number to tell it by";
+inline constexpr const char* calls_nothing = "there is no call for the next layer to answer";
 inline constexpr const char* held_by_first = "the row of the operation's first call holds it";
 
 /// Every cell of every row, also those that are left out.
@@ -51,9 +53,14 @@ struct outcome {
     int status_stored = 0; ///< in the record of a wait
     int counts = 0;
     int kept = 0;
+    bool unbinds = false;
 };
 
+/// Of a cell whose allocations, if any, succeed or fail all together.
 outcome expected_of(const cell& it);
+
+/// Of an allocation that fails.
+outcome expected_of(const row& of, const consequence& it);
 
 /// A cell as a failed test shows it.
 std::string title_of(const cell& it);

@@ -35,7 +35,7 @@ constexpr parameter_t kind_of() {
     } else if constexpr (std::is_pointer_v<target>) {
         return parameter_t::out;
     } else if constexpr (std::is_integral_v<target> && !std::is_same_v<target, char>) {
-        return parameter_t::count;
+        return sizeof(target) == sizeof(uint64_t) ? parameter_t::moved : parameter_t::count;
     } else if constexpr (std::is_same_v<parameter, const char*>) {
         return parameter_t::const_text;
     } else if constexpr (std::is_same_v<parameter, char*>) {

@@ -19,7 +19,8 @@ enum class parameter_t {
     session, ///< the host's definition
     holder,  ///< of a running operation of the next layer
     out,     ///< the address of what is handed out
-    count,   ///< the address of a count of bytes
+    count,   ///< the address of a 32-bit count of bytes
+    moved,   ///< the address of a 64-bit one
     const_text,
     text, ///< a buffer for one
     image_def,

@@ -12,12 +12,21 @@ class row_world : public world {
 
     /// The good arguments, from what the world holds now.
     std::vector<uint64_t> good_arguments();
-    void call_with(const std::vector<uint64_t>& given, int answer = 0, bool refuse_memory = false);
+    void call_with(const std::vector<uint64_t>& given, int answer = 0,
+                   memory_meter::refused refused = {});
     void call() { call_with(good_arguments()); }
+
+    /// The settings' file.
+    std::string file() const { return conf_dir::read(files.plugin_file()); }
 
     const row& of;
     const operation& called;
 
   private:
+    void throttle();
+    void set_apart();
+    void release_out();
     bool has_released() const;
+
+    server_ptr home_; ///< of the images and lists, where `server` has none
 };

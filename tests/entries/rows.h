@@ -1,10 +1,11 @@
-// The operations that are handed on to the next layer, a row each: what is swapped and called, what
-// is checked first, what is logged, and what the call leaves behind. An operation that makes
-// several calls has a row for each of them, and one whose command decides a row for each command.
+// The supported operations, a row each: what is swapped and called, what is checked first, what is
+// logged, and what the call leaves behind. An operation that makes several calls has a row for each
+// of them, one whose command decides a row for each command, and one that asks the service a row of
+// its own for that. The groups of rows are in rows_*.cpp.
 //
-// Lines are those of world: "3 enter." for a line of the operation's own at that severity, and
-// "-> CALL" for a call of the next layer. In them %d is the status and {NAME} the text that was
-// given.
+// Lines are those of world: "3 enter." for a line of the operation's own at that severity,
+// "-> CALL" for a call of the next layer and "=> CALL" for an exchange with the service. In them %d
+// is the status, {NAME} the text that was given and {NEXT} the part of it that is the next layer's.
 #pragma once
 
 #include "tests/entries/world.h"
@@ -29,9 +30,16 @@ enum class cut_off_t {
 /// What the entry looks at of the server and of the handle that it gets.
 enum class magic_t { ignored, checked };
 
+/// What comes of memory that isn't there, or of a null that is refused aloud.
+struct consequence {
+    lines story = {};
+    int status = STS_ERR_NOMEM; ///< STS_OK: all the rest is as it is where all goes well
+    int kept = 0;               ///< blocks of memory that are left
+};
+
 struct row {
     std::string operation;
-    std::string slot;
+    std::string slot;         ///< of the next layer; empty: it calls none
     std::string call;         ///< of the slot
     std::string who = {};     ///< as logs know it, where it isn't the operation's own name
     lines before = {};        ///< of what precedes the call
@@ -48,23 +56,34 @@ struct row {
     /// What the host gets: the handle or holder in `out`, the server's name in the record, the
     /// status in a record of a failed wait.
     when out = when::never;
+    std::optional<int> out_count = {};  ///< open handles of a server in `out`
     bool out_needs_next = false;        ///< nothing is handed out or kept without a next layer
     std::optional<size_t> name_at = {}; ///< place of the server's name in the record
     bool name_after_failure = false;
     std::optional<size_t> status_at = {};
-    int counts = 0; ///< what success adds to the server's open handles
-    int kept = 0;   ///< blocks of memory that are left after success
+    std::optional<operation_type_t> moves = {}; ///< the sample that counts the bytes of success
+    bool unbinds = false;                       ///< success leaves no layer bound
+    int counts = 0;                             ///< what success adds to the server's open handles
+    int counts_after_failure = 0;
+    int kept = 0; ///< blocks of memory that are left after success
     int kept_after_failure = 0;
     when releases = when::never; ///< the handle or record that was given
 
+    /// What comes of its allocations where one of them fails, in their order; those with the same
+    /// outcome are told once. Empty: it makes none.
+    std::vector<consequence> shortages = {};
+    std::optional<consequence> without_any = {}; ///< of all failing, where that isn't the first's
+
     /// Where it differs from what the rest says.
-    std::map<size_t, uint64_t> arguments = {}; ///< by place from 1
-    const char* text = nullptr;                ///< the text or name that is given
-    std::optional<lines> unbound = {};         ///< with no layer bound
-    std::optional<lines> alone = {};           ///< without a next layer
-    std::optional<lines> without_memory = {};  ///< an entry that allocates nothing has none
-    bool hides_failure = false;                ///< the status isn't that of this call
-    int at = 1;                                ///< which call of the slot is meant
+    bool throttled = false; ///< the server is; its image, if it needs one, has been admitted
+    std::map<size_t, uint64_t> arguments = {};        ///< by place from 1
+    const char* text = nullptr;                       ///< the text or name that is given
+    std::optional<lines> unbound = {};                ///< with no layer bound
+    std::optional<lines> alone = {};                  ///< without a next layer
+    std::map<size_t, consequence> refused_nulls = {}; ///< by place: not in silence
+    bool needs_no_layer = false;                      ///< what it calls, if anything, is in no slot
+    bool hides_failure = false;                       ///< the status isn't that of this call
+    int at = 1;                                       ///< which call of the slot is meant
     bool repeats = false; ///< another row of the operation stands for its arguments and its start
 };
 
@@ -72,6 +91,3 @@ const std::vector<row>& rows();
 
 /// Whether an operation of the row takes such a parameter.
 bool has_parameter(const row& of, parameter_t parameter);
-
-/// Operations that have tests of their own elsewhere, and why they have no row here.
-const std::map<std::string, std::string>& without_row();

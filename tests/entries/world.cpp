@@ -1,74 +1,11 @@
 #include "tests/entries/world.h"
 
+#include "plugin/throttling_log.h"
+#include "tests/entries/unmetered.h"
+
 #include <cstring>
 
 namespace {
-
-/// The recording next layer, where the meter stands still.
-template <auto slot>
-struct unmetered;
-
-template <typename... Arguments, int (*sts_api_t::*slot)(Arguments...)>
-struct unmetered<slot> {
-    static int call(Arguments... arguments) {
-        const pause_metering paused;
-        return (fake_next_layer::table()->*slot)(arguments...);
-    }
-};
-
-const sts_api_t* unmetered_table() {
-    static const sts_api_t the_table = [] {
-        sts_api_t table = {};
-#define UNMETERED(slot) table.slot = unmetered<&sts_api_t::slot>::call;
-        UNMETERED(add_evsource)
-        UNMETERED(async_cancel)
-        UNMETERED(async_copy_image)
-        UNMETERED(async_wait)
-        UNMETERED(close_handle)
-        UNMETERED(copy_extent)
-        UNMETERED(create_lsu)
-        UNMETERED(delete_event)
-        UNMETERED(delete_files)
-        UNMETERED(delete_image)
-        UNMETERED(delete_lsu)
-        UNMETERED(find_lsu)
-        UNMETERED(flush)
-        UNMETERED(get_event)
-        UNMETERED(get_event_payload)
-        UNMETERED(get_image_group)
-        UNMETERED(get_image_group_byname)
-        UNMETERED(get_image_prop)
-        UNMETERED(get_image_prop_byname)
-        UNMETERED(get_lsu_prop_byname)
-        UNMETERED(get_lsu_replication_prop)
-        UNMETERED(get_server_config)
-        UNMETERED(include_in_image)
-        UNMETERED(ioctl)
-        UNMETERED(label_lsu)
-        UNMETERED(list_image)
-        UNMETERED(list_lsu)
-        UNMETERED(open_evchannel)
-        UNMETERED(open_image)
-        UNMETERED(open_image_group_list)
-        UNMETERED(open_image_list)
-        UNMETERED(open_lsu_list)
-        UNMETERED(open_server)
-        UNMETERED(open_session)
-        UNMETERED(read_image_meta)
-        UNMETERED(set_server_config)
-        UNMETERED(write_image_meta)
-#undef UNMETERED
-        return table;
-    }();
-    return &the_table;
-}
-
-/// The host's callback, where the meter stands still.
-void log_unmetered(const char* session_id, const char* message, sts_severity_v7_t severity) {
-    const pause_metering paused;
-    static const auto keep = host_session().log;
-    keep(session_id, message, severity);
-}
 
 /// An argument as the lines show it.
 std::string text_of(const next_argument& argument) {
@@ -94,6 +31,7 @@ uint64_t address(Pointer* pointer) {
 } // namespace
 
 void world::watch(const next_call& call) {
+    take_lines_of_file();
     std::string all;
     for (const next_argument& each : call.arguments) {
         all += (all.empty() ? "" : ", ") + text_of(each);
@@ -102,10 +40,13 @@ void world::watch(const next_call& call) {
 }
 
 world::world() : lsu(static_cast<sts_lsu_ref_s*>(malloc(sizeof(sts_lsu_ref_s)))) {
-    session.log = own_session.log = log_unmetered;
+    leave_unmetered(session);
+    leave_unmetered(own_session);
+    leave_client_unmetered();
     sts_api = unmetered_table();
-    next_layer().observer = watch;
-    server = open();
+    next_layer().observer = [this](const next_call& call) { watch(call); };
+    server = open_named();
+    count_ = &server->open_handles;
     image = open_image(server);
     other = open_image(server);
     *lsu = lsu_of(server.get());
@@ -118,7 +59,6 @@ world::world() : lsu(static_cast<sts_lsu_ref_s*>(malloc(sizeof(sts_lsu_ref_s))))
     next_server_ = server->next_server;
     next_channel_ = channel->next_channel;
     fake_next_layer& next = next_layer();
-    next.name(server->next_server, "server'");
     next.name(image->next_image, "image'");
     next.name(other->next_image, "other'");
     next.name(lsu_list->next_list, "lsu_list'");
@@ -131,6 +71,7 @@ world::world() : lsu(static_cast<sts_lsu_ref_s*>(malloc(sizeof(sts_lsu_ref_s))))
     next.name(other_record.data(), "other_record");
     next.name(buffer.data(), "buffer");
     next.name(&used, "used");
+    next.name(&moved, "moved");
     next.name(untouched<const sts_image_def_s>(), "definition");
     next.name(untouched<const sts_lsu_def_s>(), "definition");
     record.fill('Z');
@@ -142,15 +83,19 @@ world::world() : lsu(static_cast<sts_lsu_ref_s*>(malloc(sizeof(sts_lsu_ref_s))))
     forget();
 }
 
+server_ptr world::open_named() {
+    server_ptr opened = open();
+    next_layer().name(opened->next_server, "server'");
+    next_layer().name(opened->next_session, "session'");
+    return opened;
+}
+
 world::~world() {
     next_layer().answers.clear();
     next_layer().effects.clear();
     sts_api = unmetered_table();
-    if (server) {
-        server->magic = SERVER_MAGIC;
-        server->next_server = next_server_;
-        image->lsu.server = server.get();
-    }
+    server->magic = SERVER_MAGIC;
+    server->next_server = next_server_;
     if (lsu_list != nullptr) {
         lsu_list->magic = LSU_LIST_MAGIC;
         throttling_close_lsu_list_v7(lsu_list);
@@ -164,10 +109,14 @@ world::~world() {
         throttling_close_evchannel(channel);
     }
     for (image_ptr* each : {&image, &other}) {
-        (*each)->magic = IMAGE_MAGIC;
-        each->reset();
+        if (*each) {
+            (*each)->magic = IMAGE_MAGIC;
+            (*each)->lsu.server = server.get();
+            each->reset();
+        }
     }
     free(lsu);
+    next_layer().observer = nullptr; // it looks at members
 }
 
 std::vector<uint64_t> world::arguments_for(const operation& called) {
@@ -210,6 +159,9 @@ std::vector<uint64_t> world::arguments_for(const operation& called) {
         case parameter_t::count:
             arguments.push_back(address(&used));
             break;
+        case parameter_t::moved:
+            arguments.push_back(address(&moved));
+            break;
         case parameter_t::const_text:
             arguments.push_back(address(text.c_str()));
             break;
@@ -235,33 +187,64 @@ std::vector<uint64_t> world::arguments_for(const operation& called) {
 void world::cut_off() {
     server->next_server = nullptr;
     channel->next_channel = nullptr;
-    text = "CS_throttle:global:";
+    if (text == server->server_name) {
+        text = "CS_throttle:global:";
+    }
 }
 
 void world::call(const operation& called, const std::vector<uint64_t>& arguments,
-                 const std::string& slot, int answer, int at, bool refuse_memory) {
+                 const std::string& slot, int answer, int at, memory_meter::refused refused) {
     int number = 0;
+    const auto usual_effect = next_layer().effects[slot];
     next_layer().answers[slot] = at == 1 ? answer : 0;
-    next_layer().effects[slot] = [&](const next_call&) {
+    next_layer().effects[slot] = [&](const next_call& arrived) {
         next_layer().answers[slot] = ++number + 1 == at ? answer : 0; // of the next call
+        if (usual_effect) {
+            usual_effect(arrived);
+        }
     };
-    const int32_t handles_before = server->open_handles;
-    memory_meter::start(refuse_memory);
+    const int32_t handles_before = *count_;
+    memory_meter::start(refused);
     status = called.call(arguments);
     memory = memory_meter::stop();
-    handles_added = server->open_handles - handles_before;
+    handles_added = *count_ - handles_before;
     next_layer().answers.clear();
     next_layer().effects.clear();
     take_story();
 }
 
+void world::read_log_file() {
+    file_.emplace();
+    log_init(5); // every severity
+}
+
+void world::take_lines_of_file() {
+    if (!file_) {
+        return;
+    }
+    static const std::map<std::string, int> severities = {
+        {"[INFO]", 1}, {"[WARN]", 2}, {"[DEBUG]", 3}, {"[ERROR]", 4}};
+    const std::string label = " [no session]";
+    const lines entries = file_->entries();
+    for (; lines_taken_ < entries.size(); ++lines_taken_) {
+        const std::string& entry = entries[lines_taken_];
+        const size_t tag_end = entry.find(label);
+        if (tag_end != std::string::npos) {
+            host_log().push_back({severities.at(entry.substr(0, tag_end)),
+                                  entry.substr(tag_end + label.size()), "no session"});
+        }
+    }
+}
+
 void world::take_story() {
+    take_lines_of_file();
     story.clear();
     sessions.clear();
     for (const logged& each : host_log()) {
         if (each.severity == 0) {
             story.push_back(each.text);
-        } else if (each.text.rfind("[throttling_", 0) == 0) {
+        } else if (each.text.rfind("[throttling_", 0) == 0 ||
+                   each.text.rfind("[create_or_open_image_v10]", 0) == 0) {
             story.push_back(std::to_string(each.severity) + " " + each.text);
             sessions.push_back(each.session);
         }

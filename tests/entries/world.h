@@ -7,10 +7,12 @@
 
 #include "tests/entries/memory_meter.h"
 #include "tests/entries/operations.h"
+#include "tests/log/log_file.h"
 #include "tests/plugin/frame.h"
 
 #include <array>
 #include <cstdlib>
+#include <optional>
 
 /// The host's argument in place `place`, from 1: all 64 bits, unlike any other.
 constexpr uint64_t forwarded(size_t place) { return 0xfedcba98f6543210U + place; }
@@ -27,19 +29,23 @@ class world : public Frame {
     /// Takes away what is below: the next layer's server, channel, or that part of the name.
     void cut_off();
 
+    /// Brings lines without a session into the story too: the log's file alone has them.
+    void read_log_file();
+
     /// Calls with what is given; afterwards the members below tell. A next layer whose slot `slot`
     /// is called answers `status` at call number `at`, from 1.
     void call(const operation& called, const std::vector<uint64_t>& arguments,
-              const std::string& slot = "", int status = 0, int at = 1, bool refuse_memory = false);
+              const std::string& slot = "", int status = 0, int at = 1,
+              memory_meter::refused refused = {});
 
     int status = -1;
-    lines story;                       ///< of the entry: its lines and its calls
+    lines story;                       ///< of the entry: its lines, calls and exchanges
     std::vector<std::string> sessions; ///< that its lines were logged with
     memory_meter::reading memory;
-    int handles_added = 0; ///< to the server's count
+    int handles_added = 0; ///< to the count of the images' server
 
     server_ptr server;
-    image_ptr image;
+    image_ptr image; ///< null once it is closed
     image_ptr other;
     throttling_lsu_list_s* lsu_list = nullptr;     ///< null once it is closed
     throttling_image_list_s* image_list = nullptr; ///< null once it is closed
@@ -50,15 +56,24 @@ class world : public Frame {
     sts_next_operation_s* holder = untouched<sts_next_operation_s>();
     void* out = untouched<void>();
     uint32_t used = 77;
+    uint64_t moved = 77;
     alignas(8) std::array<char, 16384> record; ///< each filled with Z
     std::array<char, 16384> other_record;
     std::array<char, 16384> buffer;
     sts_copy_params_s params;
 
+  protected:
+    /// A good server, as those of the lines bear its names.
+    server_ptr open_named();
+
   private:
-    static void watch(const next_call& call);
+    void watch(const next_call& call);
+    void take_lines_of_file();
     void take_story();
 
+    const int32_t* count_; ///< of the images' server
     sts_next_server_s* next_server_;
     sts_next_evchannel_s* next_channel_;
+    std::optional<log_file> file_;
+    size_t lines_taken_ = 0; ///< of the file
 };

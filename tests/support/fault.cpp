@@ -93,12 +93,24 @@ std::string target_of(const char* path) {
     return redirected_to + last_path.substr(redirected_from.size());
 }
 
-void* allocate(size_t size) {
+/// Memory for operator new; `alignment` 0: for anything of the usual kind.
+void* allocate(size_t size, size_t alignment = 0) {
     ++allocations;
     if (news_left >= 0 && news_left-- == 0) {
         return nullptr;
     }
-    return malloc(size != 0 ? size : 1);
+    size = size != 0 ? size : 1;
+    return alignment == 0
+               ? malloc(size)
+               : aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment);
+}
+
+void* allocate_or_throw(size_t size, size_t alignment = 0) {
+    void* const memory = allocate(size, alignment);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return memory;
 }
 
 void release(void* memory) {
@@ -241,20 +253,34 @@ REPLACES int onet_chown_service_user_if_root(const char* path, int flags) {
 
 } // extern "C"
 
-REPLACES void* operator new(size_t size) {
-    void* const memory = allocate(size);
-    if (memory == nullptr) {
-        throw std::bad_alloc();
-    }
-    return memory;
-}
+// All forms of operator new and delete, since none may meet memory of another's.
+
+REPLACES void* operator new(size_t size) { return allocate_or_throw(size); }
+
+REPLACES void* operator new[](size_t size) { return allocate_or_throw(size); }
 
 REPLACES void* operator new(size_t size, const std::nothrow_t&) noexcept { return allocate(size); }
 
-REPLACES void* operator new[](size_t size) { return operator new(size); }
-
 REPLACES void* operator new[](size_t size, const std::nothrow_t&) noexcept {
     return allocate(size);
+}
+
+REPLACES void* operator new(size_t size, std::align_val_t alignment) {
+    return allocate_or_throw(size, static_cast<size_t>(alignment));
+}
+
+REPLACES void* operator new[](size_t size, std::align_val_t alignment) {
+    return allocate_or_throw(size, static_cast<size_t>(alignment));
+}
+
+REPLACES void* operator new(size_t size, std::align_val_t alignment,
+                            const std::nothrow_t&) noexcept {
+    return allocate(size, static_cast<size_t>(alignment));
+}
+
+REPLACES void* operator new[](size_t size, std::align_val_t alignment,
+                              const std::nothrow_t&) noexcept {
+    return allocate(size, static_cast<size_t>(alignment));
 }
 
 REPLACES void operator delete(void* memory) noexcept { release(memory); }
@@ -264,3 +290,13 @@ REPLACES void operator delete(void* memory, size_t) noexcept { release(memory); 
 REPLACES void operator delete[](void* memory) noexcept { release(memory); }
 
 REPLACES void operator delete[](void* memory, size_t) noexcept { release(memory); }
+
+REPLACES void operator delete(void* memory, std::align_val_t) noexcept { release(memory); }
+
+REPLACES void operator delete(void* memory, size_t, std::align_val_t) noexcept { release(memory); }
+
+REPLACES void operator delete[](void* memory, std::align_val_t) noexcept { release(memory); }
+
+REPLACES void operator delete[](void* memory, size_t, std::align_val_t) noexcept {
+    release(memory);
+}

@@ -10,16 +10,25 @@ scripted_service& service() {
 
 std::vector<exchange> scripted_service::take() { return std::exchange(exchanges, {}); }
 
-std::string reply_text(long readers, long writers, long free_flow, long wait_seconds) {
-    const auto row = [](const char* name, long value) {
-        return std::string("name=") + name +
-               ",description=x,type=int,value=" + std::to_string(value) + ",fixed=y;";
-    };
-    return row("THR_R_CONNECTION_COUNTS", readers) + row("THR_W_CONNECTION_COUNTS", writers) +
-           row("THR_FREE_FLOW", free_flow) + row("THR_WAIT_SECONDS", wait_seconds);
-}
-
 namespace {
+
+/// While one lives the client works for the test alone, or for its caller again.
+class aside {
+  public:
+    explicit aside(bool for_test) : for_test_(for_test) { tell(for_test_); }
+    ~aside() { tell(!for_test_); }
+    aside(const aside&) = delete;
+    aside& operator=(const aside&) = delete;
+
+  private:
+    static void tell(bool for_test) {
+        if (service().on_aside) {
+            service().on_aside(for_test);
+        }
+    }
+
+    const bool for_test_;
+};
 
 void take_in(const exchange& arrived) {
     service().exchanges.push_back(arrived);
@@ -40,6 +49,7 @@ int answer(const exchange& arrived, std::string& out) {
         throw std::bad_alloc();
     }
     if (reply.filled) {
+        const aside callers_own(false);
         out = reply.out;
     }
     return reply.status;
@@ -66,6 +76,7 @@ CCloudVLSLClient::CCloudVLSLClient(const sts_session_def_v7_t* session, std::str
 CCloudVLSLClient::~CCloudVLSLClient() { --service().clients_alive; }
 
 int CCloudVLSLClient::set_config_params(const char* params) {
+    const aside for_test(true);
     exchange arrived;
     arrived.call = "set_config_params";
     arrived.key = text_of(params);
@@ -78,6 +89,7 @@ int CCloudVLSLClient::set_config_params(const char* params) {
 
 int CCloudVLSLClient::check_connections(const char* key, const char* session_text, int delta,
                                         std::string& out) {
+    const aside for_test(true);
     exchange arrived;
     arrived.call = "check_connections";
     arrived.key = text_of(key);
@@ -88,6 +100,7 @@ int CCloudVLSLClient::check_connections(const char* key, const char* session_tex
 
 int CCloudVLSLClient::check_bandwidth(const char* key, const char* session_text,
                                       ThrottlingBandwidth_var value, std::string& out) {
+    const aside for_test(true);
     exchange arrived;
     arrived.call = "check_bandwidth";
     arrived.key = text_of(key);

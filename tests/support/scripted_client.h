@@ -3,6 +3,7 @@
 #pragma once
 
 #include "client/CloudVLSLClient.h"
+#include "tests/support/reply_text.h"
 
 #include <cstdint>
 #include <deque>
@@ -38,6 +39,9 @@ struct scripted_service {
     scripted_reply params_reply; ///< of set_config_params
     /// Called as each exchange arrives, before its reply is chosen; may be empty.
     std::function<void(const exchange&)> on_exchange;
+    /// Called with true where the client does something for the test alone, with false where that
+    /// ends: for a test that counts the caller's memory; may be empty.
+    std::function<void(bool)> on_aside;
     int clients_made = 0;
     int clients_alive = 0;
     std::string host;
@@ -52,6 +56,3 @@ struct scripted_service {
 
 /// The one service; a test starts with `service() = {}`.
 scripted_service& service();
-
-/// A reply in the row form with the four values.
-std::string reply_text(long readers, long writers, long free_flow, long wait_seconds);
