@@ -2,6 +2,7 @@
 
 #include "common/onet_proxy_hint.h"
 
+#include <dlfcn.h>
 #include <mutex>
 
 Orb* COrbClient::s_pOrb = nullptr;
@@ -11,6 +12,15 @@ int COrbClient::s_nRefCount = 0;
 namespace {
 
 std::mutex users_guard; // servers open, close and first connect on any thread
+
+/// The library of the ORB's dynamic types hooks itself into the ORB's own one, which calls it back
+/// when the process ends. Where that one outlives us, held by whatever libvlorbST the process has,
+/// this one must, too: it stays loaded.
+[[maybe_unused]] const bool dynamic_types_stay = [] {
+    Dl_info library = {};
+    return dladdr(&CORBA::_tc_long, &library) != 0 &&
+           dlopen(library.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE) != nullptr;
+}();
 
 } // namespace
 

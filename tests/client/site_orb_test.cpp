@@ -1,10 +1,12 @@
 // A site puts an ORB library of its own in the place of the one built here, with nothing rebuilt:
-// the built plugin takes whichever libvlorbST the process has.
+// the built plugin takes whichever libvlorbST the process has. That one stays in the process when
+// the plugin is unloaded, and so does what of the ORB it needs at the end.
 
 #include "plugin/stsapi.h"
 #include "plugin/stspi_entries.h"
 #include "tests/support/conf_dir.h"
 #include "tests/support/host_session.h"
+#include "tests/support/loaded_plugin.h"
 
 #include <cstring>
 #include <dlfcn.h>
@@ -24,28 +26,23 @@ TEST(SiteOrb, IsWhatThePluginReachesTheServiceThrough) {
     void* const site = dlopen(SITE_ORB_FILE, RTLD_NOW | RTLD_GLOBAL);
     ASSERT_NE(site, nullptr) << dlerror();
     find<void()>(site, "find_no_object")();
-    void* const plugin = dlopen(PLUGIN_FILE, RTLD_NOW | RTLD_LOCAL);
-    ASSERT_NE(plugin, nullptr) << dlerror();
 
     const conf_dir files;
     files.write_plugin_file("THR:SAMPLE_INTERVAL=30\nTHR:AVAIL_BANDWIDTH=1000\nTHR:s3=10\n");
     setenv("VL_STS_ROOT", files.path().c_str(), 1);
     const sts_session_def_v7_t session = host_session("host");
-    stspi_api_rec_t record;
-    const auto init = find<int(uint64_t, const char*, stspi_api_rec_t*)>(plugin, "stspi_init");
-    ASSERT_EQ(init(12, "", &record), STS_OK);
+    const loaded_plugin plugin(PLUGIN_FILE, "");
+    const stspi_ep_t& entries = plugin.entries();
     throttling_server_s* server = nullptr;
-    ASSERT_EQ(record.ep->open_server_v7(&session, "CS_throttle:cloud:disk:s3", nullptr, 0, &server),
+    ASSERT_EQ(entries.open_server_v7(&session, "CS_throttle:cloud:disk:s3", nullptr, 0, &server),
               STS_OK);
     sts_lsu_ref_s lsu = {};
     lsu.server = server;
     const char definition[1024] = {};
     throttling_image_s* image = nullptr;
-    record.ep->create_image_v10(&lsu, reinterpret_cast<const sts_image_def_s*>(definition), 2,
-                                &image);
+    entries.create_image_v10(&lsu, reinterpret_cast<const sts_image_def_s*>(definition), 2, &image);
     EXPECT_TRUE(has_logged(STS_SEV_ERROR, "CCloudVLSLClient::Initialize() Failed to connect vlsl"));
-    EXPECT_EQ(record.ep->close_server_v7(server), STS_OK);
-    EXPECT_EQ(record.ep->terminate_v7(), STS_OK);
+    EXPECT_EQ(entries.close_server_v7(server), STS_OK);
     unsetenv("VL_STS_ROOT");
 
     const std::string attempt =

@@ -10,13 +10,13 @@
 
 class loaded_plugin {
   public:
-    /// Loads and starts it. Its program is its next layer.
-    explicit loaded_plugin(const std::string& file)
+    /// Loads and starts it. The next layer is the program's own, where it has one, else a libsts
+    /// that finds its plugins at `path`.
+    explicit loaded_plugin(const std::string& file, const char* path = "/plugins")
         : library_(dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL)) {
         EXPECT_NE(library_, nullptr) << dlerror();
         using init_t = int(uint64_t, const char*, stspi_api_rec_t*);
-        const auto init = reinterpret_cast<init_t*>(dlsym(library_, "stspi_init"));
-        EXPECT_EQ(init(12, "/plugins", &record_), STS_OK);
+        EXPECT_EQ(find<init_t>("stspi_init")(12, path, &record_), STS_OK);
     }
     ~loaded_plugin() {
         EXPECT_EQ(record_.ep->terminate_v7(), STS_OK);
@@ -26,6 +26,14 @@ class loaded_plugin {
     loaded_plugin& operator=(const loaded_plugin&) = delete;
 
     const stspi_ep_t& entries() const { return *record_.ep; }
+
+    /// A function that it exports.
+    template <typename Function>
+    Function* find(const char* name) const {
+        void* const found = dlsym(library_, name);
+        EXPECT_NE(found, nullptr) << name;
+        return reinterpret_cast<Function*>(found);
+    }
 
   private:
     void* library_;
