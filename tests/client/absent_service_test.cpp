@@ -12,14 +12,9 @@ using testing::Not;
 
 namespace {
 
-class AbsentService : public Client, public testing::WithParamInterface<exchange_shape> {
-  protected:
-    const exchange_shape& shape = GetParam();
-    std::string out = "as it was";
-};
+class AbsentService : public EachExchange {};
 
-INSTANTIATE_TEST_SUITE_P(Each, AbsentService, testing::ValuesIn(exchange_shapes),
-                         [](const auto& test) { return std::string(test.param.name); });
+INSTANTIATE_TEST_SUITE_P(Each, AbsentService, each_exchange(), exchange_name);
 
 TEST_P(AbsentService, FailsAnExchangeAndTellsOfIt) {
     service.stop();
@@ -40,7 +35,7 @@ TEST_P(AbsentService, IsTriedAgainByEachExchangeAndFoundOnceItIsThere) {
     }
     service.start();
     EXPECT_EQ(shape.run(*client, out), STS_OK);
-    lines asked = session_and_facets;
+    lines asked = new_session;
     asked.emplace_back(shape.request);
     EXPECT_THAT(service.take(), ElementsAreArray(asked));
     EXPECT_EQ(client->getSessionID(), 1);
@@ -99,7 +94,7 @@ TEST_F(AbsentServiceOfAClient, HearsOfANewSessionWhenItIsBack) {
     EXPECT_EQ(shape_of("check_connections").run(*client), failed_exchange);
     service.start();
     EXPECT_EQ(shape_of("check_connections").run(*client), STS_OK);
-    EXPECT_THAT(service.take(), Contains(session_and_facets.front()));
+    EXPECT_THAT(service.take(), Contains(new_session.front()));
     EXPECT_EQ(client->getSessionID(), 2);
 }
 
@@ -111,7 +106,7 @@ TEST_F(AbsentServiceOfAClient, HasNothingToDoWithASecondClientsSession) {
     second->Shutdown();
     service.take();
     EXPECT_EQ(shape_of("check_connections").run(*first), STS_OK);
-    EXPECT_THAT(service.take(), Not(Contains(session_and_facets.front())));
+    EXPECT_THAT(service.take(), Not(Contains(new_session.front())));
 }
 
 } // namespace

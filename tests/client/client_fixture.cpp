@@ -2,13 +2,6 @@
 
 #include <stdexcept>
 
-#ifdef __SANITIZE_ADDRESS__
-#include <sanitizer/lsan_interface.h>
-using leaks_on_purpose = __lsan::ScopedDisabler;
-#else
-struct leaks_on_purpose {};
-#endif
-
 namespace {
 
 const char* const while_processing = "VLSLOpException while processing ";

@@ -12,6 +12,13 @@
 #include <string>
 #include <vector>
 
+#ifdef __SANITIZE_ADDRESS__
+#include <sanitizer/lsan_interface.h>
+using leaks_on_purpose = __lsan::ScopedDisabler;
+#else
+struct leaks_on_purpose {};
+#endif
+
 using Orvessa::Vaultaro::CCloudVLSLClient;
 using Orvessa::Vaultaro::MeteringDataInfo;
 using Orvessa::Vaultaro::MeteringDataInfo_var;
@@ -20,10 +27,6 @@ using Orvessa::Vaultaro::ThrottlingBandwidth_var;
 using lines = std::vector<std::string>;
 
 constexpr int failed_exchange = STS_ERR_FILE;
-
-/// What the first exchange of a client asks before its own request.
-inline const lines session_and_facets = {"getHostSession(\"localhost\", \"C\")",
-                                         "getCloudManager()", "aqueryFacet()", "amodifyFacet()"};
 
 /// One exchange with fixed arguments, as the service sees it and as its failures are told.
 struct exchange_shape {
@@ -77,3 +80,16 @@ class Client : public testing::Test {
     remote_service service;
     sts_session_def_v7_t session = host_session("s", 0);
 };
+
+/// Goes through all exchanges: INSTANTIATE_TEST_SUITE_P(Each, SUITE, each_exchange(),
+/// exchange_name).
+class EachExchange : public Client, public testing::WithParamInterface<exchange_shape> {
+  protected:
+    const exchange_shape& shape = GetParam();
+    std::string out = "as it was";
+};
+
+inline auto each_exchange() { return testing::ValuesIn(exchange_shapes); }
+inline std::string exchange_name(const testing::TestParamInfo<exchange_shape>& test) {
+    return test.param.name;
+}

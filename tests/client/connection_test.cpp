@@ -62,7 +62,7 @@ TEST_F(Connection, BuildingAndDeletingAClientAsksNothing) {
 TEST_F(Connection, InitializeGetsTheSessionTheManagerAndTheTwoFacetsInThisOrder) {
     const auto client = make();
     EXPECT_TRUE(client->Initialize());
-    EXPECT_THAT(service.take(), ElementsAreArray(session_and_facets));
+    EXPECT_THAT(service.take(), ElementsAreArray(new_session));
     EXPECT_THAT(take_log(), IsEmpty());
     expect_facets(*client);
 }
@@ -77,7 +77,7 @@ TEST_F(Connection, InitializeAsksNothingWhereAllIsThere) {
 TEST_F(Connection, TheCloudManagerGetsItsSessionFirst) {
     const auto client = make();
     EXPECT_TRUE(client->InitializeCloudManager());
-    EXPECT_THAT(service.take(), ElementsAreArray(session_and_facets));
+    EXPECT_THAT(service.take(), ElementsAreArray(new_session));
     EXPECT_EQ(client->getSessionID(), 1);
     expect_facets(*client);
 }
@@ -129,7 +129,7 @@ TEST_F(Connection, ShutdownEndsTheSessionOnceAndDropsAllReferences) {
     client->Shutdown();
     EXPECT_THAT(service.take(), ElementsAre("destroy()"));
     EXPECT_TRUE(client->InitializeCloudManager());
-    EXPECT_THAT(service.take(), ElementsAreArray(session_and_facets));
+    EXPECT_THAT(service.take(), ElementsAreArray(new_session));
 }
 
 TEST_F(Connection, ShutdownSwallowsWhateverTheServiceSaysToTheEndOfTheSession) {
@@ -140,7 +140,7 @@ TEST_F(Connection, ShutdownSwallowsWhateverTheServiceSaysToTheEndOfTheSession) {
         EXPECT_THAT(service.take(), ElementsAre("destroy()"));
         EXPECT_THAT(take_log(), IsEmpty());
         EXPECT_TRUE(client->Initialize());
-        EXPECT_THAT(service.take(), ElementsAreArray(session_and_facets));
+        EXPECT_THAT(service.take(), ElementsAreArray(new_session));
     }
 }
 
@@ -148,7 +148,7 @@ TEST_F(Connection, ANewSessionEndsTheFormerOneAndIsMadeWhenItIsNeeded) {
     const auto client = make_connected();
     client->newSession("localhost", 77, false, 10);
     EXPECT_THAT(service.take(), ElementsAre("destroy()"));
-    lines asked = session_and_facets;
+    lines asked = new_session;
     asked.emplace_back(shape_of("check_connections").request);
     EXPECT_EQ(shape_of("check_connections").run(*client), STS_OK);
     EXPECT_THAT(service.take(), ElementsAreArray(asked));
@@ -266,7 +266,7 @@ TEST_F(Connection, TheManagerOfANewClientBringsItsSession) {
     const auto client = make();
     const Orvessa::Vaultaro::CloudManager_var manager = client->GetCloudManager();
     EXPECT_FALSE(CORBA::is_nil(manager));
-    EXPECT_THAT(service.take(), ElementsAreArray(session_and_facets));
+    EXPECT_THAT(service.take(), ElementsAreArray(new_session));
 }
 
 TEST_F(Connection, ANilManagerToBeHandedOutIsAFailedAction) {
@@ -282,7 +282,7 @@ TEST_F(Connection, AnswersTheServicesInactivityTimeout) {
     service.answer("getInactivityTimeout", returns(5'000'000'000));
     const auto client = make();
     EXPECT_EQ(client->getInactivityTimeout(), 5'000'000'000);
-    lines asked = session_and_facets;
+    lines asked = new_session;
     asked.emplace_back("getInactivityTimeout()");
     EXPECT_THAT(service.take(), ElementsAreArray(asked));
 }

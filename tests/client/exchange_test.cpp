@@ -13,11 +13,8 @@ using testing::Not;
 
 namespace {
 
-class Exchange : public Client, public testing::WithParamInterface<exchange_shape> {
+class Exchange : public EachExchange {
   protected:
-    const exchange_shape& shape = GetParam();
-    std::string out = "as it was";
-
     /// What `out` holds when the exchange failed.
     std::string out_of_failure() const {
         return std::string(shape.name) == "getStorageServerConfig" ? "" : "as it was";
@@ -28,8 +25,7 @@ class Exchange : public Client, public testing::WithParamInterface<exchange_shap
     }
 };
 
-INSTANTIATE_TEST_SUITE_P(All, Exchange, testing::ValuesIn(exchange_shapes),
-                         [](const auto& test) { return std::string(test.param.name); });
+INSTANTIATE_TEST_SUITE_P(All, Exchange, each_exchange(), exchange_name);
 
 // --- answers
 
@@ -42,7 +38,7 @@ TEST_P(Exchange, SendsOneRequestWithItsArguments) {
 
 TEST_P(Exchange, MakesTheSessionAndItsFacetsBeforeItsFirstRequestAlone) {
     const auto client = make();
-    lines asked = session_and_facets;
+    lines asked = new_session;
     asked.push_back(shape.request);
     EXPECT_EQ(shape.run(*client, out), STS_OK);
     EXPECT_THAT(service.take(), ElementsAreArray(asked));

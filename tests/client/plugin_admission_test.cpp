@@ -37,7 +37,7 @@ TEST_F(PluginAdmission, OpeningAndClosingAServerWithoutAnImageAsksNothing) {
 TEST_F(PluginAdmission, TheFirstImageSendsTheSettingsAndClaimsAConnection) {
     create(open_server());
     EXPECT_EQ(asked(), join({new_session, {settings_of_s3, claim}}));
-    EXPECT_THAT(errors(), IsEmpty());
+    EXPECT_THAT(take_errors(), IsEmpty());
 }
 
 TEST_F(PluginAdmission, ASecondImageSendsTheSettingsAndClaimsNothing) {
@@ -114,6 +114,22 @@ TEST_F(PluginAdmission, TheLastImageOfADirectionGivesItBackThoughNobodyClaimedIt
                                      "check_connections(\"r:s3\", \"a_b\", -1)"));
 }
 
+TEST_F(PluginAdmission, TheImagesOfADirectionAreCountedByTheirFirstTransfersAndTheirCloses) {
+    throttling_server_s* const server = open_server();
+    throttling_image_s* const first = create(server, "first");
+    throttling_image_s* const second = create(server, "second");
+    take_log();
+    write(first, 10);
+    write(first, 10);
+    write(second, 10);
+    EXPECT_THAT(told_by("check_connections"),
+                ElementsAre("enter.", "Add reference count for r/w == 1, leave.", "enter.",
+                            "Add reference count for r/w == 2, leave."));
+    close(first);
+    EXPECT_THAT(told_by("check_connections"),
+                ElementsAre("enter.", "Dec reference count for r/w == 1, so leave."));
+}
+
 TEST_F(PluginAdmission, AnImageThatMovedNothingGivesNothingBack) {
     throttling_server_s* const server = open_server();
     throttling_image_s* const image = create(server);
@@ -150,7 +166,7 @@ TEST_F(PluginAdmission, AGlobalServerAsksNothing) {
     close(image);
     close_server(server);
     EXPECT_THAT(asked(), IsEmpty());
-    EXPECT_THAT(errors(), IsEmpty());
+    EXPECT_THAT(take_errors(), IsEmpty());
 }
 
 TEST_F(PluginAdmission, WithThrottlingOffNothingIsAsked) {
@@ -172,7 +188,7 @@ TEST_F(PluginAdmission, ARefusalFailsTheOpenBeforeTheNextLayerHearsOfIt) {
     EXPECT_EQ(status, STS_ERR_MAX_CONNECTIONS);
     EXPECT_TRUE(has_logged(STS_SEV_DEBUG, "[check_connections]leaving with return value =2060020, "
                                           "response recived =full"));
-    EXPECT_THAT(errors(), ElementsAre("4 [create_or_open_image_v10]exceed max connections."));
+    EXPECT_THAT(take_errors(), ElementsAre("4 [create_or_open_image_v10]exceed max connections."));
     EXPECT_FALSE(is_on_disk("refused"));
     EXPECT_EQ(close_server(server), STS_OK);
 }
@@ -202,53 +218,95 @@ TEST_F(PluginAdmission, AnyOtherStatusIsToldAndTheOpenGoesOn) {
         throttling_server_s* const server = open_server();
         close(create(server, "image" + std::to_string(answer)));
         EXPECT_EQ(status, STS_OK) << answer;
-        EXPECT_THAT(errors(), ElementsAre(no_check));
+        EXPECT_THAT(take_errors(), ElementsAre(no_check));
         close_server(server);
-        errors();
+        take_errors();
     }
-}
-
-TEST_F(PluginAdmission, AnExceptionWithTheCodeOfARefusalRefusesNothing) {
-    service.answer("check_connections", raises_operation_failed({STS_ERR_MAX_CONNECTIONS}));
-    EXPECT_NE(create(open_server()), nullptr);
-    EXPECT_THAT(errors(), ElementsAre("4 VLSLOpException while processing check_connections, "
-                                      "return code =2060020",
-                                      no_check));
 }
 
 TEST_F(PluginAdmission, SettingsThatTheServiceDoesNotTakeAreToldAndTheOpenGoesOn) {
     service.answer("update_ThrottleConfigParams", returns(7));
     EXPECT_NE(create(open_server()), nullptr);
     EXPECT_EQ(asked().back(), claim);
-    EXPECT_THAT(errors(), ElementsAre("4 [create_or_open_image_v10]set config params error:7."));
+    EXPECT_THAT(take_errors(),
+                ElementsAre("4 [create_or_open_image_v10]set config params error:7."));
+}
+
+TEST_F(PluginAdmission, TheAnswerIsToldStepByStep) {
+    service.answer("check_connections", returns(0, reply_text(2, 4, 123, 7)));
+    create(open_server());
+    EXPECT_THAT(told_by("check_connections"),
+                ElementsAre("enter.",
+                            "response:0,connection# for r:2,connection# for w:4,free flow:123,wait "
+                            "seconds:7",
+                            "sleep for last transfer=7.", "leaving with return value =0"));
 }
 
 TEST_F(PluginAdmission, AWaitInTheAnswerDelaysTheOpen) {
-    service.answer("check_connections", returns(0, shares(1, 1, 7)));
-    create(open_server());
-    EXPECT_THAT(clock.take_sleeps(), ElementsAre(7U));
-    EXPECT_TRUE(has_logged(STS_SEV_DEBUG, "[check_connections]sleep for last transfer=7."));
+    const std::vector<std::pair<long, std::vector<unsigned>>> cases = {
+        {7, {7}}, {0, {}}, {-5, {}}, {4'294'967'296, {0}}, {4'294'967'303, {7}},
+    };
+    for (const auto& [wait, slept] : cases) {
+        service.answer("check_connections", {returns(0, reply_text(1, 1, 0, wait)), {}});
+        throttling_server_s* const server = open_server();
+        close(create(server, "image" + std::to_string(wait)));
+        EXPECT_EQ(clock.take_sleeps(), slept) << wait;
+        close_server(server);
+        EXPECT_THAT(clock.take_sleeps(), IsEmpty()) << wait;
+    }
 }
 
-TEST_F(PluginAdmission, AWaitInARefusalIsNotTaken) {
-    service.answer("check_connections", returns(STS_ERR_MAX_CONNECTIONS, shares(1, 1, 7)));
-    create(open_server());
+TEST_F(PluginAdmission, AnAnswerWithoutAWaitKeepsTheEarlierOneAndTakesIt) {
+    throttling_image_s* const image = create(open_server());
+    write(image, 10);
+    service.answer("check_bandwidth", returns(0, reply_text(1, 1, 0, 9)));
+    service.answer("check_connections", returns(0, reply_row("THR_W_CONNECTION_COUNTS", 1)));
+    take_log();
+    close(image); // its report is told of a wait, and what it gives back isn't
+    EXPECT_THAT(clock.take_sleeps(), ElementsAre(9U));
+    EXPECT_THAT(told_by("check_connections"),
+                ElementsAre("enter.",
+                            "response:0,connection# for r:1,connection# for w:1,free flow:0,wait "
+                            "seconds:9",
+                            "sleep for last transfer=9.", "leaving with return value =0"));
+}
+
+TEST_F(PluginAdmission, ARefusalsTextChangesNothing) {
+    service.answer("check_connections", returns(STS_ERR_MAX_CONNECTIONS, reply_text(8, 8, 8, 8)));
+    throttling_server_s* const server = open_server();
+    create(server);
     EXPECT_THAT(clock.take_sleeps(), IsEmpty());
+    throttling_image_s* const image = create(server);
+    write(image, 1000);
+    write(image, 1);
+    EXPECT_THAT(clock.take_sleeps(), ElementsAre(1U)); // alone, at 1000 bytes a second
+}
+
+TEST_F(PluginAdmission, ARefusalOfWhatIsGivenBackIsToldAndTheClosesGoOn) {
+    throttling_server_s* const server = open_server();
+    throttling_image_s* const image = create(server);
+    write(image, 10);
+    service.answer("check_connections", returns(STS_ERR_MAX_CONNECTIONS));
+    take_log();
+    close(image);
+    EXPECT_THAT(take_errors(), ElementsAre("4 [throttling_close_image_v7]fail to check "
+                                           "connections from service."));
+    EXPECT_EQ(close_server(server), STS_OK);
+    EXPECT_THAT(take_errors(), ElementsAre("4 [throttling_close_server_v7]fail to check "
+                                           "connections from service."));
 }
 
 TEST_F(PluginAdmission, TheCountsInTheAnswerShareTheBandwidth) {
-    service.answer("check_connections", returns(0, shares(2, 4, 0, 123)));
+    service.answer("check_connections", returns(0, reply_text(2, 4)));
     service.answer("check_bandwidth", returns(0, "no values"));
     throttling_image_s* const image = create(open_server());
-    EXPECT_TRUE(has_logged(STS_SEV_DEBUG, "[check_connections]response:0,connection# for "
-                                          "r:2,connection# for w:4,free flow:123,wait seconds:0"));
     write(image, 1000);
     write(image, 1); // the 1000 bytes take 4 seconds at 250 a second
     EXPECT_THAT(clock.take_sleeps(), ElementsAre(4U));
 }
 
 TEST_F(PluginAdmission, ACountOfZeroInTheAnswerIsTakenForOne) {
-    service.answer("check_connections", returns(0, shares(0, 0)));
+    service.answer("check_connections", returns(0, reply_text(0, 0)));
     service.answer("check_bandwidth", returns(0, "no values"));
     throttling_image_s* const image = create(open_server());
     write(image, 2000);

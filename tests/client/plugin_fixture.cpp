@@ -5,16 +5,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <dlfcn.h>
-
-std::string shares(long readers, long writers, long wait_seconds, long free_flow) {
-    const auto row = [](const std::string& name, long value) {
-        return "name=" + name + ",description=x,type=int,value=" + std::to_string(value) +
-               ",fixed=y;";
-    };
-    return row("THR_R_CONNECTION_COUNTS", readers) + row("THR_W_CONNECTION_COUNTS", writers) +
-           row("THR_FREE_FLOW", free_flow) + row("THR_WAIT_SECONDS", wait_seconds);
-}
 
 lines join(std::initializer_list<lines> parts) {
     lines whole;
@@ -24,14 +14,10 @@ lines join(std::initializer_list<lines> parts) {
     return whole;
 }
 
-Plugin::Plugin() : library_(dlopen(PLUGIN_FILE, RTLD_NOW | RTLD_LOCAL)) {
-    EXPECT_NE(library_, nullptr) << dlerror();
+Plugin::Plugin() {
     setenv("VL_STS_ROOT", files.path().c_str(), 1);
     settings("THR:SAMPLE_INTERVAL=30\nTHR:AVAIL_BANDWIDTH=1000\nTHR:s3=10\n");
-    entries_ = static_cast<const stspi_ep_t*>(dlsym(library_, "ep"));
-    using init_t = int(uint64_t, const char*, stspi_api_rec_t*);
-    stspi_api_rec_t record;
-    EXPECT_EQ(reinterpret_cast<init_t*>(dlsym(library_, "stspi_init"))(12, "", &record), STS_OK);
+    plugin_.emplace(PLUGIN_FILE, "");
     take_log();
 }
 
@@ -42,79 +28,69 @@ Plugin::~Plugin() {
     while (!servers_.empty()) {
         close_server(servers_.back());
     }
-    EXPECT_EQ(entries_->terminate_v7(), STS_OK);
-    dlclose(library_);
+    plugin_.reset();
     unsetenv("VL_STS_ROOT");
 }
 
 throttling_server_s* Plugin::open_server(const std::string& name) {
     throttling_server_s* server = nullptr;
-    status = entries_->open_server_v7(&session, name.c_str(), nullptr, 0, &server);
+    status = entries().open_server_v7(&session, name.c_str(), nullptr, 0, &server);
     EXPECT_EQ(status, STS_OK) << name;
     servers_.push_back(server);
     using create_lsu_t = int(throttling_server_s*, const sts_lsu_def_s*, void***);
     sts_lsu_def_s definition = {};
     strcpy(definition.name, "lsu");
     void** lsu = nullptr;
-    reinterpret_cast<create_lsu_t*>(dlsym(library_, "throttling_create_lsu"))(server, &definition,
-                                                                              &lsu);
+    plugin_->find<create_lsu_t>("throttling_create_lsu")(server, &definition, &lsu);
     free(static_cast<void*>(lsu));
     return server;
 }
 
 int Plugin::close_server(throttling_server_s* server) {
     servers_.erase(std::remove(servers_.begin(), servers_.end(), server), servers_.end());
-    return entries_->close_server_v7(server);
+    return entries().close_server_v7(server);
 }
 
-sts_lsu_ref_s Plugin::lsu_of(throttling_server_s* server) const {
+throttling_image_s* Plugin::open_by(open_slot slot, uint32_t flags, throttling_server_s* server,
+                                    const std::string& name) {
     sts_lsu_ref_s lsu = {};
     lsu.server = server;
     strcpy(lsu.name, "lsu");
-    return lsu;
+    sts_image_def_s definition = {};
+    strcpy(definition.name, name.c_str());
+    throttling_image_s* image = nullptr;
+    status = slot(&lsu, &definition, flags, &image);
+    if (image != nullptr) {
+        images_.push_back(image);
+    }
+    return image;
 }
 
 throttling_image_s* Plugin::create(throttling_server_s* server, const std::string& name) {
-    const sts_lsu_ref_s lsu = lsu_of(server);
-    sts_image_def_s definition = {};
-    strcpy(definition.name, name.c_str());
-    throttling_image_s* image = nullptr;
-    status = entries_->create_image_v10(&lsu, &definition, STS_IMAGE_WRITE, &image);
-    if (image != nullptr) {
-        images_.push_back(image);
-    }
-    return image;
+    return open_by(entries().create_image_v10, STS_IMAGE_WRITE, server, name);
 }
 
 throttling_image_s* Plugin::open(throttling_server_s* server, const std::string& name) {
-    const sts_lsu_ref_s lsu = lsu_of(server);
-    sts_image_def_s definition = {};
-    strcpy(definition.name, name.c_str());
-    throttling_image_s* image = nullptr;
-    status = entries_->open_image_v10(&lsu, &definition, STS_IMAGE_READ, &image);
-    if (image != nullptr) {
-        images_.push_back(image);
-    }
-    return image;
+    return open_by(entries().open_image_v10, STS_IMAGE_READ, server, name);
 }
 
 void Plugin::write(throttling_image_s* image, uint64_t length) {
     const std::string data(length, 'x');
     uint64_t written = 0;
-    EXPECT_EQ(entries_->write_image_v7(image, 0, data.data(), length, 0, &written), STS_OK);
+    EXPECT_EQ(entries().write_image_v7(image, 0, data.data(), length, 0, &written), STS_OK);
     EXPECT_EQ(written, length);
 }
 
 void Plugin::read(throttling_image_s* image, uint64_t length) {
     std::string data(length, '\0');
     uint64_t moved = 0;
-    EXPECT_EQ(entries_->read_image_v7(image, data.data(), length, 0, &moved), STS_OK);
+    EXPECT_EQ(entries().read_image_v7(image, data.data(), length, 0, &moved), STS_OK);
     EXPECT_EQ(moved, length);
 }
 
 void Plugin::close(throttling_image_s* image) {
     images_.erase(std::remove(images_.begin(), images_.end(), image), images_.end());
-    EXPECT_EQ(entries_->close_image_v7(image, 0, 0), STS_OK);
+    EXPECT_EQ(entries().close_image_v7(image, 0, 0), STS_OK);
 }
 
 lines Plugin::asked(const std::string& type, const std::string& name) {
@@ -130,12 +106,15 @@ lines Plugin::asked(const std::string& type, const std::string& name) {
     return requests;
 }
 
-lines Plugin::errors() {
-    lines all = take_log();
-    all.erase(std::remove_if(all.begin(), all.end(),
-                             [](const std::string& line) { return line[0] != '4'; }),
-              all.end());
-    return all;
+lines Plugin::told_by(const std::string& who) {
+    const std::string start = "3 [" + who + "]";
+    lines told;
+    for (const std::string& line : take_log()) {
+        if (line.compare(0, start.size(), start) == 0) {
+            told.push_back(line.substr(start.size()));
+        }
+    }
+    return told;
 }
 
 std::string Plugin::report(const std::string& key, time_t start, time_t end, uint64_t bytes) {

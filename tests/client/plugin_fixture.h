@@ -5,24 +5,20 @@
 #include "platform/sts/sts_records.h"
 #include "plugin/stsapi.h"
 #include "plugin/stspi_entries.h"
-#include "tests/client/virtual_seconds.h"
 #include "tests/support/conf_dir.h"
 #include "tests/support/host_session.h"
+#include "tests/support/loaded_plugin.h"
+#include "tests/support/reply_text.h"
 #include "tests/support/scripted_service.h"
+#include "tests/support/virtual_clock.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <optional>
 #include <string>
 #include <vector>
 
 using lines = std::vector<std::string>;
-
-/// A service's answer with the four values in its rows.
-std::string shares(long readers, long writers, long wait_seconds = 0, long free_flow = 0);
-
-/// What the first exchange of a server asks before its own request.
-inline const lines new_session = {"getHostSession(\"localhost\", \"C\")", "getCloudManager()",
-                                  "aqueryFacet()", "amodifyFacet()"};
 
 /// The lines one after the other.
 lines join(std::initializer_list<lines> parts);
@@ -50,26 +46,29 @@ class Plugin : public testing::Test {
     /// What the service was asked since the last time; settings(TYPE, NAME) stands for the row text
     /// of the files as that server sends it.
     lines asked(const std::string& type = "cloud", const std::string& name = "s3");
-    /// The error lines since the last time.
-    static lines errors();
+    /// What the engine's function `who` told the host's log since the last time; all that others
+    /// told is gone, too.
+    static lines told_by(const std::string& who);
 
     /// A report as the service sees it.
     static std::string report(const std::string& key, time_t start, time_t end, uint64_t bytes);
 
-    const stspi_ep_t& entries() const { return *entries_; }
+    const stspi_ep_t& entries() const { return plugin_->entries(); }
 
     conf_dir files;
     remote_service service;
-    virtual_seconds clock{1'709'546'400}; // a Monday, ten o'clock
+    virtual_clock clock{1'709'546'400}; // a Monday, ten o'clock
     const time_t start = clock.now();
     sts_session_def_v7_t session = host_session("a:b");
     int status = 0;
 
   private:
-    sts_lsu_ref_s lsu_of(throttling_server_s* server) const;
+    using open_slot = int (*)(const sts_lsu_ref_s*, const sts_image_def_s*, uint32_t,
+                              throttling_image_s**);
+    throttling_image_s* open_by(open_slot slot, uint32_t flags, throttling_server_s* server,
+                                const std::string& name);
 
-    void* library_;
-    const stspi_ep_t* entries_;
+    std::optional<loaded_plugin> plugin_;
     std::vector<throttling_image_s*> images_;
     std::vector<throttling_server_s*> servers_;
 };

@@ -5,6 +5,9 @@
 
 #include <csignal>
 #include <functional>
+#include <memory>
+#include <omniORB4/omniInterceptors.h>
+#include <vlsl.hh>
 
 namespace {
 
@@ -25,35 +28,86 @@ class ProcessEnd : public Client {
     }
 };
 
-class ProcessEndInTheChain : public ProcessEnd, public testing::WithParamInterface<const char*> {};
+struct step {
+    const char* name;
+    std::function<void(std::unique_ptr<CCloudVLSLClient>&)> take;
+};
 
-INSTANTIATE_TEST_SUITE_P(Each, ProcessEndInTheChain,
-                         testing::Values("getCloudManager", "aqueryFacet", "amodifyFacet"),
-                         [](const auto& test) { return std::string(test.param); });
+void PrintTo(const step& each, std::ostream* out) { *out << each.name; }
 
-TEST_P(ProcessEndInTheChain, AnExceptionOfTheServiceAbortsInitialize) {
-    service.answer(GetParam(), raises_operation_failed({1}));
-    expect_abort([this] { make()->Initialize(); });
+// --- of the service, while the connection is made
+
+class ProcessEndInTheChain : public ProcessEnd, public testing::WithParamInterface<step> {};
+
+INSTANTIATE_TEST_SUITE_P(
+    Of, ProcessEndInTheChain,
+    testing::Values(
+        step{"Initialize", [](auto& client) { client->Initialize(); }},
+        step{"InitializeCloudManager", [](auto& client) { client->InitializeCloudManager(); }},
+        step{"GetCloudManager", [](auto& client) { client->GetCloudManager(); }},
+        step{"GetInactivityTimeout", [](auto& client) { client->getInactivityTimeout(); }},
+        step{"AnExchangeThatCatchesAllElse",
+             [](auto& client) { shape_of("check_connections").run(*client); }}),
+    [](const auto& test) { return std::string(test.param.name); });
+
+TEST_P(ProcessEndInTheChain, IsByAnExceptionOfTheService) {
+    for (const char* const operation : {"getCloudManager", "aqueryFacet", "amodifyFacet"}) {
+        service.answer(operation, raises_operation_failed({1}));
+        expect_abort([this] {
+            auto client = make();
+            GetParam().take(client);
+        });
+        service.answer(operation, {});
+    }
 }
 
-TEST_P(ProcessEndInTheChain, AnExceptionOfTheServiceAbortsInitializeCloudManager) {
-    service.answer(GetParam(), raises_operation_failed({1}));
-    expect_abort([this] { make()->InitializeCloudManager(); });
+// --- of nobody's, over a call that leaves the process
+
+CORBA::Boolean throw_no_exception_of_the_orb(omni::omniInterceptors::clientSendRequest_T::info_T&) {
+    throw 7;
 }
 
-TEST_P(ProcessEndInTheChain, AnExceptionOfTheServiceAbortsGetCloudManager) {
-    service.answer(GetParam(), raises_operation_failed({1}));
-    expect_abort([this] { make()->GetCloudManager(); });
+/// Each request fails by it while one lives.
+struct odd_requests {
+    odd_requests() {
+        omniORB::getInterceptors()->clientSendRequest.add(throw_no_exception_of_the_orb);
+    }
+    ~odd_requests() {
+        omniORB::getInterceptors()->clientSendRequest.remove(throw_no_exception_of_the_orb);
+    }
+};
+
+class ProcessEndInACall : public ProcessEnd, public testing::WithParamInterface<step> {};
+
+INSTANTIATE_TEST_SUITE_P(
+    Of, ProcessEndInACall,
+    testing::Values(
+        step{"Shutdown", [](auto& client) { client->Shutdown(); }},
+        step{"NewSession", [](auto& client) { client->newSession("localhost", 0, false, 10); }},
+        step{"GetInactivityTimeout", [](auto& client) { client->getInactivityTimeout(); }},
+        step{"GetCloudManager",
+             [](auto& client) { // it is fetched again
+                 const Orvessa::Vaultaro::CloudManager_var had = client->GetCloudManager();
+                 client->GetCloudManager();
+             }},
+        step{"Destructor", [](auto& client) { client.reset(); }}),
+    [](const auto& test) { return std::string(test.param.name); });
+
+TEST_P(ProcessEndInACall, IsByWhatIsNoExceptionOfTheOrb) {
+    expect_abort([this] {
+        auto client = make_connected();
+        const odd_requests meanwhile; // a client that gets over it ends as it should
+        GetParam().take(client);
+    });
 }
 
-TEST_P(ProcessEndInTheChain, AnExceptionOfTheServiceAbortsGetInactivityTimeout) {
-    service.answer(GetParam(), raises_operation_failed({1}));
-    expect_abort([this] { make()->getInactivityTimeout(); });
-}
-
-TEST_P(ProcessEndInTheChain, AnExceptionOfTheServiceAbortsAnExchangeThatCatchesAllElse) {
-    service.answer(GetParam(), raises_operation_failed({1}));
-    expect_abort([this] { shape_of("check_connections").run(*make()); });
+TEST_P(ProcessEndInACall, IsNotByAnExceptionOfTheOrb) {
+    auto client = make_connected();
+    service.stop();
+    try {
+        GetParam().take(client);
+    } catch (const CORBA::SystemException&) {
+    }
 }
 
 } // namespace

@@ -1,9 +1,10 @@
 // The one value factory that the client registers, and the lines about it. This program's logmsg
-// takes the place of the platform's.
+// takes the place of the platform's, and its register_value_factory stands before the ORB's.
 
 #include "client/ValuetypeRegistrations.h"
 #include "tests/client/client_fixture.h"
 #include "tests/support/fault.h"
+#include "tests/support/next_function.h"
 
 #include <csignal>
 #include <stdexcept>
@@ -22,6 +23,7 @@ namespace {
 lines platform_log;
 bool platform_log_throws = false;
 bool memory_ends_at_first_line = false;
+bool orb_throws = false;
 
 const char* const user_info = "IDL:Corvane/Vaultaro/SL/UserMgmt/UserInfo:1.0";
 
@@ -46,6 +48,7 @@ class Registrations : public testing::Test {
         library.init(nullptr);
         platform_log.clear();
         platform_log_throws = false;
+        orb_throws = false;
     }
 
     /// The factory of a value; null when there is none.
@@ -92,13 +95,34 @@ TEST_F(Registrations, OverAnExistingFactoryTheFormerOneIsReleased) {
     EXPECT_NE(registered().in(), nullptr);
 }
 
-TEST_F(Registrations, WhateverIsThrownTheAnswerIsFalseAndNothingIsKept) {
+TEST_F(Registrations, WithoutMemoryAnywhereOnTheWayTheAnswerIsFalseAndNothingIsKept) {
+    int allocation = 0;
+    bool done = false;
+    while (!done) {
+        fault::fail_new_after(allocation++);
+        [[maybe_unused]] const leaks_on_purpose
+            the_orbs; // it keeps a factory that it finds no place for
+        done = register_value_factory<UserInfo_init, UserInfo>(library.orb);
+        fault::clear();
+        ASSERT_EQ(registered().in() != nullptr, done) << allocation;
+    }
+    EXPECT_GT(allocation, 2);
+    EXPECT_THAT(platform_log, IsEmpty());
+}
+
+TEST_F(Registrations, WithoutMemoryForAFactoryThereIsNone) {
     fault::fail_new_after(0);
     EXPECT_FALSE((register_value_factory<counted_factory, UserInfo>(library.orb)));
     fault::clear();
-    EXPECT_EQ(registered().in(), nullptr);
     EXPECT_EQ(counted_factory::alive, 0);
-    EXPECT_THAT(platform_log, IsEmpty());
+}
+
+TEST_F(Registrations, AnExceptionOfTheOrbIsDroppedAndTheFactoryReleased) {
+    orb_throws = true;
+    EXPECT_FALSE((register_value_factory<counted_factory, UserInfo>(library.orb)));
+    EXPECT_EQ(counted_factory::alive, 0);
+    register_obv_factories(library.orb);
+    EXPECT_THAT(platform_log, ElementsAre(start_line, failure_line, end_line));
 }
 
 TEST_F(Registrations, AFailureIsNamedByTheValuesRepositoryId) {
@@ -115,6 +139,19 @@ TEST_F(Registrations, AnExceptionThatWouldLeaveThemEndsTheProcess) {
     EXPECT_EXIT(register_obv_factories(library.orb), testing::KilledBySignal(SIGABRT), "");
 }
 
+TEST_F(Registrations, WithoutMemoryForALineOfTheirOwnTheyEndTheProcess) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto without_memory = [](auto call) {
+        fault::fail_new_after(0);
+        call();
+    };
+    const std::string prefix(100, 'x');
+    EXPECT_EXIT(without_memory([&] { register_obv_factories(library.orb); }),
+                testing::KilledBySignal(SIGABRT), "");
+    EXPECT_EXIT(without_memory([&] { append_failure_string<UserInfo>(prefix); }),
+                testing::KilledBySignal(SIGABRT), "");
+}
+
 // --- when
 
 class RegistrationsOfClients : public Client {
@@ -122,6 +159,7 @@ class RegistrationsOfClients : public Client {
     RegistrationsOfClients() {
         platform_log.clear();
         platform_log_throws = false;
+        orb_throws = false;
     }
 };
 
@@ -140,12 +178,59 @@ TEST_F(RegistrationsOfClients, AreMadeAgainForTheNextOrb) {
     EXPECT_THAT(platform_log, ElementsAre(start_line, end_line, start_line, end_line));
 }
 
+TEST_F(RegistrationsOfClients, LeaveTheClientConnectedWhereTheyFail) {
+    orb_throws = true;
+    const auto client = make();
+    EXPECT_TRUE(client->Initialize());
+    EXPECT_EQ(shape_of("check_connections").run(*client), STS_OK);
+    make()->Initialize(); // the start is done, and so are they
+    EXPECT_THAT(platform_log, ElementsAre(start_line, failure_line, end_line));
+}
+
+/// Shows the state that all clients share.
+struct shown : COrbClient {
+    static bool init_done() { return s_bInitDone; }
+};
+
+TEST_F(RegistrationsOfClients, LeaveTheOrbStartedWhereTheyFail) {
+    void (*const starts[])(CORBA::ORB*) = {
+        [](CORBA::ORB* orb) {
+            memory_ends_at_first_line = true;
+            register_obv_factories(orb);
+        },
+        [](CORBA::ORB* orb) {
+            orb_throws = true;
+            register_obv_factories(orb);
+        },
+    };
+    for (const auto start : starts) {
+        COrbClient client;
+        platform_log.clear();
+        client.init(start);
+        EXPECT_TRUE(shown::init_done());
+        EXPECT_NE(client.getOrb(), nullptr);
+        client.init([](CORBA::ORB*) { FAIL() << "a second start"; });
+        EXPECT_THAT(platform_log, ElementsAre(start_line, failure_line, end_line));
+    }
+}
+
 TEST_F(RegistrationsOfClients, AreNoneOfTheHostsLog) {
     make()->Initialize();
     EXPECT_THAT(take_log(), IsEmpty());
 }
 
 } // namespace
+
+__attribute__((visibility("default"))) CORBA::ValueFactory
+CORBA::ORB::register_value_factory(const char* id, CORBA::ValueFactory factory) {
+    if (orb_throws) {
+        throw CORBA::NO_RESOURCES();
+    }
+    using real_t = CORBA::ValueFactory(CORBA::ORB*, const char*, CORBA::ValueFactory);
+    static const auto real =
+        next_function<real_t>("_ZN5CORBA3ORB22register_value_factoryEPKcPNS_16ValueFactoryBaseE");
+    return real(this, id, factory);
+}
 
 extern "C" __attribute__((visibility("default"))) void logmsg(int level, const char* text,
                                                               const char* who) {

@@ -10,13 +10,9 @@ using testing::ElementsAre;
 
 namespace {
 
-class Resend : public Client, public testing::WithParamInterface<exchange_shape> {
-  protected:
-    const exchange_shape& shape = GetParam();
-};
+class Resend : public EachExchange {};
 
-INSTANTIATE_TEST_SUITE_P(Each, Resend, testing::ValuesIn(exchange_shapes),
-                         [](const auto& test) { return std::string(test.param.name); });
+INSTANTIATE_TEST_SUITE_P(Each, Resend, each_exchange(), exchange_name);
 
 TEST_P(Resend, DoesNotFollowAConnectionThatClosesInsteadOfAnAnswer) {
     const auto client = make_connected();
@@ -51,7 +47,7 @@ TEST_F(ResendOfAClient, DoesNotAskForASecondSessionByItself) {
     const auto client = make();
     for (int attempt = 0; attempt < 3; ++attempt) {
         EXPECT_THROW(client->Initialize(), CORBA::SystemException);
-        EXPECT_EQ(asked(session_and_facets.front()), 1);
+        EXPECT_EQ(asked(new_session.front()), 1);
     }
     EXPECT_TRUE(client->Initialize());
 }

@@ -1,7 +1,7 @@
 // The life of a connector: what it connects with, whose names it keeps, and how it lets go.
 
 #include "tests/engine/engine_fixture.h"
-#include "tests/engine/failing_strdup.h"
+#include "tests/support/failing_strdup.h"
 
 #include <cstring>
 #include <new>

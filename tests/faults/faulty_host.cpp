@@ -14,7 +14,7 @@ extern "C" __attribute__((visibility("default"))) const char* __asan_default_opt
     return "detect_leaks=0";
 }
 
-// --- the next layer ------------------------------------------------------------------------------
+// --- the next layer ----------------------------------------------------------------------------
 
 namespace {
 
@@ -49,7 +49,7 @@ __attribute__((visibility("default"))) int stsm_terminate() { return STS_OK; }
 
 } // extern "C"
 
-// --- the host ------------------------------------------------------------------------------------
+// --- the host ----------------------------------------------------------------------------------
 
 throttled_server::throttled_server(const loaded_plugin& plugin, const sts_session_def_v7_t& session)
     : entries(plugin.entries()) {
@@ -59,7 +59,7 @@ throttled_server::throttled_server(const loaded_plugin& plugin, const sts_sessio
 
 throttled_server::~throttled_server() { EXPECT_EQ(entries.close_server_v7(handle), STS_OK); }
 
-open_image::open_image(const throttled_server& server, virtual_seconds* clock)
+open_image::open_image(const throttled_server& server, virtual_clock* clock)
     : entries_(server.entries), clock_(clock), number_(++images) {
     sts_lsu_ref_s lsu = {};
     lsu.server = server.handle;
@@ -121,12 +121,4 @@ void FaultyHost::back_up() {
     image->write();
     image.reset();
     server.reset();
-}
-
-lines FaultyHost::errors() {
-    lines all = take_log();
-    all.erase(std::remove_if(all.begin(), all.end(),
-                             [](const std::string& line) { return line[0] != '4'; }),
-              all.end());
-    return all;
 }

@@ -7,12 +7,13 @@
 
 #include "plugin/stsapi.h"
 #include "plugin/stspi_entries.h"
-#include "tests/client/virtual_seconds.h"
 #include "tests/support/conf_dir.h"
+#include "tests/support/host_session.h"
 #include "tests/support/loaded_plugin.h"
+#include "tests/support/stopwatch.h"
+#include "tests/support/virtual_clock.h"
 
 #include <array>
-#include <chrono>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <iostream>
@@ -26,12 +27,6 @@ using lines = std::vector<std::string>;
 constexpr double time_out = 5.0;       ///< seconds that the plugin gives an exchange
 constexpr double slack = 2.0;          ///< seconds that a busy machine may add to any step
 constexpr size_t transfer_size = 1000; ///< bytes of each transfer
-
-/// What the first exchange of a server asks before its own request.
-inline const lines new_session = {"getHostSession(\"localhost\", \"C\")", "getCloudManager()",
-                                  "aqueryFacet()", "amodifyFacet()"};
-
-;
 
 /// A throttled server, open while this lives.
 class throttled_server {
@@ -48,7 +43,7 @@ class throttled_server {
 /// An image of a server, open while this lives. Images may be used on several threads, each on one.
 class open_image {
   public:
-    explicit open_image(const throttled_server& server, virtual_seconds* clock = nullptr);
+    explicit open_image(const throttled_server& server, virtual_clock* clock = nullptr);
     ~open_image();
     open_image(const open_image&) = delete;
     open_image& operator=(const open_image&) = delete;
@@ -61,7 +56,7 @@ class open_image {
 
   private:
     const stspi_ep_t& entries_;
-    virtual_seconds* clock_;
+    virtual_clock* clock_;
     const uint32_t number_;
     throttling_image_s* handle_ = nullptr;
     uint64_t written_ = 0;
@@ -81,19 +76,14 @@ class FaultyHost : public testing::Test {
 
     /// Seconds that `step` takes, told by its name.
     template <typename Step>
-    double seconds_of(const std::string& name, Step step) {
-        const auto start = std::chrono::steady_clock::now();
-        step();
-        const std::chrono::duration<double> passed = std::chrono::steady_clock::now() - start;
-        std::cout << "delay of " << name << ": " << passed.count() << " s\n";
-        return passed.count();
+    static double delay_of(const std::string& name, Step step) {
+        const double seconds = seconds_of(step);
+        std::cout << "delay of " << name << ": " << seconds << " s\n";
+        return seconds;
     }
 
-    /// The error lines since the last time.
-    static lines errors();
-
     conf_dir files;
-    virtual_seconds clock{1'709'546'400};
+    virtual_clock clock{1'709'546'400};
     sts_session_def_v7_t session;
     std::optional<loaded_plugin> plugin{std::in_place, PLUGIN_FILE};
     std::optional<throttled_server> server;

@@ -9,12 +9,13 @@
 
 #include "tests/faults/faulty_host.h"
 #include "tests/support/fault.h"
+#include "tests/support/process_state.h"
+#include "tests/support/reply_text.h"
 #include "tests/support/scripted_service.h"
 
 #include <csignal>
 #include <fcntl.h>
 #include <functional>
-#include <malloc.h>
 #include <map>
 #include <numeric>
 #include <sys/wait.h>
@@ -31,8 +32,6 @@ constexpr int limit = 2000; ///< allocations, far more than any step makes
 
 /// The host's log: it takes no memory, so that it is the plugin's that fails.
 void drop_line(const char*, const char*, sts_severity_v7_t) {}
-
-size_t allocated() { return mallinfo2().uordblks; }
 
 class NoMemory : public FaultyHost {
   protected:
@@ -113,10 +112,7 @@ TEST_F(NoMemoryOverAConnection, InATransferLetsItsDataThrough) {
 }
 
 TEST_F(NoMemoryOverAConnection, InATransferWithSomethingToHearLetsItsDataThrough) {
-    service.answer("check_bandwidth",
-                   returns(0,
-                           "name=THR_R_CONNECTION_COUNTS,description=x,type=int,value=2,fixed=y;"
-                           "name=THR_W_CONNECTION_COUNTS,description=x,type=int,value=3,fixed=y;"));
+    service.answer("check_bandwidth", returns(0, reply_text(2, 3)));
     expect_no_leak(reconnect, write, nothing);
     expect_next_transfer_is_counted();
 }
@@ -163,7 +159,7 @@ TEST_F(NoMemoryOverAConnection, InAnotherImagesOpenFailsItForWantOfItsOwnHandleO
     expect_next_transfer_is_counted();
 }
 
-// --- while the connection is made or ends --------------------------------------------------------
+// --- while the connection is made or ends ------------------------------------------------------
 
 /// How children end.
 enum ending { survived, nothing_failed, data_stopped };

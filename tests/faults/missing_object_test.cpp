@@ -18,9 +18,9 @@ class MissingObjectRealTime : public FaultyHost {
   protected:
     /// A whole backup, which nothing holds up.
     void expect_flow(const std::string& fault) {
-        EXPECT_LT(seconds_of("a backup with " + fault, [this] { back_up(); }), slack);
+        EXPECT_LT(delay_of("a backup with " + fault, [this] { back_up(); }), slack);
     }
-    void expect_told(const std::string& line) { EXPECT_THAT(errors(), Contains("4 " + line)); }
+    void expect_told(const std::string& line) { EXPECT_THAT(take_errors(), Contains("4 " + line)); }
 
     remote_service service;
 };
@@ -71,14 +71,14 @@ TEST_F(MissingObjectRealTime, ASessionThatHasVanished) {
     for (const char* const each : all_requests) {
         service.answer(each, raises("OBJECT_NOT_EXIST"));
     }
-    EXPECT_LT(seconds_of("a transfer with a session that has vanished", [this] { image->write(); }),
+    EXPECT_LT(delay_of("a transfer with a session that has vanished", [this] { image->write(); }),
               slack);
     expect_told("[throttling_write_image_v7]fail to check bandwidth from service.");
-    EXPECT_LT(seconds_of("the ends with a session that has vanished",
-                         [this] {
-                             image.reset();
-                             server.reset();
-                         }),
+    EXPECT_LT(delay_of("the ends with a session that has vanished",
+                       [this] {
+                           image.reset();
+                           server.reset();
+                       }),
               slack);
     EXPECT_THAT(service.take(),
                 ElementsAre(StartsWith("check_bandwidth"), StartsWith("check_bandwidth"),

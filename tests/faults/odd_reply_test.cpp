@@ -22,7 +22,7 @@ constexpr int for_ever = 1'000'000'000;
 constexpr const char* any_type = "IDL:omg.org/CORBA/Object:1.0";
 constexpr const char* operation_failed = "IDL:Corvane/Vaultaro/SL/VLSLOpException:1.0";
 
-// --- what is answered ----------------------------------------------------------------------------
+// --- what is answered --------------------------------------------------------------------------
 
 enum class afterwards { listens, closes };
 
@@ -68,17 +68,6 @@ octets forward(const giop::request& request, const giop::reference& to) {
     return reply_with(request, body, reply_status::location_forward);
 }
 
-octets with_octet(octets message, size_t at, unsigned char value) {
-    message[at] = value;
-    return message;
-}
-
-/// The length that a message says it has, after its header.
-octets with_length(octets message, uint32_t length) {
-    giop::ordered_octets(length, &message[8], true);
-    return message;
-}
-
 constexpr size_t TEXT_OFFSET = 32; // of the text in a reply: header, id, status, contexts, result
 
 octets with_text_length(octets reply, uint32_t length) {
@@ -119,22 +108,24 @@ const odd_reply odd_replies[] = {
      [](const giop::request& request) { return reply_with(request, text_of_length(0xffffffff)); }},
     {"ATextOf64Megabytes", afterwards::listens,
      [](const giop::request& request) {
-         return with_length(with_text_length(long_reply(request, 0), 64 * megabyte),
-                            TEXT_OFFSET - giop::HEADER_SIZE + 64 * megabyte);
+         return giop::with_length(with_text_length(long_reply(request, 0), 64 * megabyte),
+                                  TEXT_OFFSET - giop::HEADER_SIZE + 64 * megabyte);
      },
      64},
     {"GarbageOctets", afterwards::closes, [](const giop::request&) { return random_octets(4096); }},
     {"ZeroOctets", afterwards::closes, [](const giop::request&) { return octets(4096); }},
     {"AnotherMajorVersion", afterwards::listens,
-     [](const giop::request& request) { return with_octet(long_reply(request, 3), 4, 9); }},
+     [](const giop::request& request) { return giop::with_octet(long_reply(request, 3), 4, 9); }},
     {"ANewerMinorVersion", afterwards::listens,
-     [](const giop::request& request) { return with_octet(long_reply(request, 3), 5, 9); }},
+     [](const giop::request& request) { return giop::with_octet(long_reply(request, 3), 5, 9); }},
     {"AnOlderMinorVersion", afterwards::closes,
-     [](const giop::request& request) { return with_octet(long_reply(request, 3), 5, 0); }},
+     [](const giop::request& request) { return giop::with_octet(long_reply(request, 3), 5, 0); }},
     {"AnUnknownMessageType", afterwards::listens,
-     [](const giop::request& request) { return with_octet(long_reply(request, 3), 7, 99); }},
+     [](const giop::request& request) { return giop::with_octet(long_reply(request, 3), 7, 99); }},
     {"AMessageOf4Gigabytes", afterwards::closes,
-     [](const giop::request& request) { return with_octet(long_reply(request, 3), 11, 0xff); }},
+     [](const giop::request& request) {
+         return giop::with_octet(long_reply(request, 3), 11, 0xff);
+     }},
     {"ATruncatedHeader", afterwards::closes,
      [](const giop::request& request) { return first_octets(long_reply(request, 3), 7); }},
     {"ATruncatedReply", afterwards::closes,
@@ -161,7 +152,7 @@ const odd_reply odd_replies[] = {
      }},
     {"AMillionContextsThatDoNotCome", afterwards::closes,
      [](const giop::request& request) {
-         return with_octet(long_reply(request, 3), 22, 0x10); // of the count of contexts
+         return giop::with_octet(long_reply(request, 3), 22, 0x10); // of the count of contexts
      }},
     {"AnExceptionOfAnUnknownKind", afterwards::listens,
      [](const giop::request& request) {
@@ -209,7 +200,7 @@ raw_service::reaction reaction_of(const odd_reply& odd) {
     };
 }
 
-// --- at once -------------------------------------------------------------------------------------
+// --- at once -----------------------------------------------------------------------------------
 
 /// What a backup asks.
 const lines whole_backup = {"getHostSession",
@@ -231,7 +222,7 @@ class OddReplyRealTime : public FaultyHost, public testing::WithParamInterface<o
     void back_up_with_odd(const std::string& operation) {
         service.react(operation, reaction_of(GetParam()));
         EXPECT_LT(
-            seconds_of(std::string(GetParam().name) + " to " + operation, [this] { back_up(); }),
+            delay_of(std::string(GetParam().name) + " to " + operation, [this] { back_up(); }),
             time_out - 1)
             << operation;
     }
@@ -245,10 +236,10 @@ INSTANTIATE_TEST_SUITE_P(Each, OddReplyRealTime, testing::ValuesIn(odd_replies),
 TEST_P(OddReplyRealTime, IsThatOfOneExchangeAndTheOthersAreAskedOnceEach) {
     for (const char* const operation :
          {"update_ThrottleConfigParams", "check_connections", "check_bandwidth", "destroy"}) {
-        errors();
+        take_errors();
         back_up_with_odd(operation);
         EXPECT_THAT(service.take(), ElementsAreArray(whole_backup)) << operation;
-        EXPECT_THAT(errors(), testing::SizeIs(operation == std::string("destroy") ? 0 : 2))
+        EXPECT_THAT(take_errors(), testing::SizeIs(operation == std::string("destroy") ? 0 : 2))
             << operation;
     }
 }
@@ -265,7 +256,7 @@ TEST_P(OddReplyRealTime, WhileTheConnectionIsMadeLeavesThatToTheNextExchange) {
     }
 }
 
-// --- one after the other -------------------------------------------------------------------------
+// --- one after the other -----------------------------------------------------------------------
 
 class StrangeReplyRealTime : public FaultyHost {
   protected:
@@ -275,7 +266,7 @@ class StrangeReplyRealTime : public FaultyHost {
         image->write();
         clock.take_sleeps();
         service.take();
-        errors();
+        take_errors();
     }
 
     raw_service service;
@@ -289,10 +280,10 @@ TEST_F(StrangeReplyRealTime, InFragmentsIsTaken) {
             peer.send(each);
         }
     });
-    EXPECT_LT(seconds_of("a reply in fragments", [this] { image->write(); }), slack);
+    EXPECT_LT(delay_of("a reply in fragments", [this] { image->write(); }), slack);
     image->write();
     EXPECT_THAT(clock.take_sleeps(), ElementsAre(3U));
-    EXPECT_THAT(errors(), IsEmpty());
+    EXPECT_THAT(take_errors(), IsEmpty());
 }
 
 TEST_F(StrangeReplyRealTime, Of64MegabytesInFragmentsFailsItsExchangeOnly) {
@@ -303,10 +294,10 @@ TEST_F(StrangeReplyRealTime, Of64MegabytesInFragmentsFailsItsExchangeOnly) {
         }
         peer.send(parts.back());
     });
-    EXPECT_LT(seconds_of("64 MB in fragments", [this] { image->write(); }), time_out + slack);
-    EXPECT_THAT(errors(), Contains(HasSubstr("fail to check bandwidth from service.")));
+    EXPECT_LT(delay_of("64 MB in fragments", [this] { image->write(); }), time_out + slack);
+    EXPECT_THAT(take_errors(), Contains(HasSubstr("fail to check bandwidth from service.")));
     image->write();
-    EXPECT_THAT(errors(), IsEmpty());
+    EXPECT_THAT(take_errors(), IsEmpty());
 }
 
 TEST_F(StrangeReplyRealTime, ThatForwardsInACircleHoldsAnExchangeUpForOneTimeOut) {
@@ -314,7 +305,7 @@ TEST_F(StrangeReplyRealTime, ThatForwardsInACircleHoldsAnExchangeUpForOneTimeOut
         peer.send(forward(request, {any_type, service.port(), "query"}));
     };
     service.react("check_bandwidth", turn, for_ever);
-    EXPECT_LT(seconds_of("forwards in a circle", [this] { image->write(); }), time_out + slack);
+    EXPECT_LT(delay_of("forwards in a circle", [this] { image->write(); }), time_out + slack);
     service.react("", nullptr);
     image->write();
 }
@@ -325,12 +316,11 @@ TEST_F(StrangeReplyRealTime, ThatClosesTheConnectionInAnOrderlyWayIsNotAskedForA
         peer.shut_down();
     };
     service.react("check_bandwidth", close, 10);
-    EXPECT_LT(seconds_of("an orderly close", [this] { image->write(); }), slack);
+    EXPECT_LT(delay_of("an orderly close", [this] { image->write(); }), slack);
     EXPECT_THAT(service.take(), ElementsAre("check_bandwidth"));
 }
 
-// --- a reply that never comes, or not to its end
-// ---------------------------------------------------------------------
+// --- a reply that never comes, or not to its end -----------------------------------------------
 
 class AwaitedReplyRealTime : public StrangeReplyRealTime,
                              public testing::WithParamInterface<odd_reply> {};
@@ -358,10 +348,10 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_P(AwaitedReplyRealTime, HoldsAnExchangeUpForOneTimeOut) {
     service.react("check_bandwidth", reaction_of(GetParam()));
-    EXPECT_LT(seconds_of(GetParam().name, [this] { image->write(); }), time_out + slack);
-    EXPECT_THAT(errors(), Contains(HasSubstr("fail to check bandwidth from service.")));
-    EXPECT_LT(seconds_of("the transfer after it", [this] { image->write(); }), slack);
-    EXPECT_THAT(errors(), IsEmpty());
+    EXPECT_LT(delay_of(GetParam().name, [this] { image->write(); }), time_out + slack);
+    EXPECT_THAT(take_errors(), Contains(HasSubstr("fail to check bandwidth from service.")));
+    EXPECT_LT(delay_of("the transfer after it", [this] { image->write(); }), slack);
+    EXPECT_THAT(take_errors(), IsEmpty());
     EXPECT_THAT(service.take(), ElementsAre("check_bandwidth", "check_bandwidth"));
 }
 

@@ -1,6 +1,7 @@
 #include "tests/faults/raw_service.h"
 
-#include <cstdlib>
+#include "tests/support/scripted_service.h"
+
 #include <map>
 #include <utility>
 
@@ -22,7 +23,7 @@ const std::map<std::string, giop::reference> objects = {
 raw_service::raw_service()
     : listener_(
           [this](giop::connection& peer, const giop::message& message) { serve(peer, message); }) {
-    setenv("VLSL_PORT", std::to_string(port()).c_str(), 1);
+    look_for_service_at(port());
 }
 
 void raw_service::react(const std::string& operation, reaction odd, int times) {

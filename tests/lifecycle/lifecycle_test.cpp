@@ -8,6 +8,7 @@
 #include "tests/support/fake_next_layer.h"
 #include "tests/support/host_session.h"
 #include "tests/support/loaded_plugin.h"
+#include "tests/support/process_state.h"
 #include "tests/support/scripted_service.h"
 
 #include <algorithm>
@@ -16,29 +17,10 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <malloc.h>
 #include <memory>
 #include <thread>
-#include <unistd.h>
 
 namespace {
-
-size_t entries_of(const char* directory) {
-    const std::filesystem::directory_iterator files(directory);
-    return static_cast<size_t>(std::distance(begin(files), end(files)));
-}
-size_t threads() { return entries_of("/proc/self/task"); }
-size_t descriptors() { return entries_of("/proc/self/fd"); }
-
-/// Whether `count` comes down to `expected`: a thread that was told to end takes its moment.
-bool comes_down_to(size_t (*count)(), size_t expected) {
-    for (int moment = 0; moment < 500 && count() > expected; ++moment) {
-        usleep(10000);
-    }
-    return count() <= expected;
-}
-
-size_t allocated() { return mallinfo2().uordblks; }
 
 bool is_loaded(const std::string& file) {
     void* const library = dlopen(file.c_str(), RTLD_NOW | RTLD_NOLOAD);
@@ -47,8 +29,6 @@ bool is_loaded(const std::string& file) {
     }
     return library != nullptr;
 }
-
-;
 
 /// A backup to a throttled server: opened and written to at once, closed at the end.
 class backup {

@@ -3,9 +3,9 @@
 
 #include "tests/service/service_process.h"
 #include "tests/service/wire_client.h"
+#include "tests/support/certificates.h"
+#include "tests/support/conf_dir.h"
 
-#include <csignal>
-#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -13,65 +13,34 @@ using testing::HasSubstr;
 
 namespace {
 
-namespace fs = std::filesystem;
-
-/// An authority, a key with its certificate, and one of somebody else's authority.
 class Tls : public testing::Test {
   protected:
-    void SetUp() override {
-        directory_ = (fs::temp_directory_path() / "tls-XXXXXX").string();
-        ASSERT_NE(mkdtemp(directory_.data()), nullptr);
-        make("own");
-        make("foreign");
-    }
-    void TearDown() override { fs::remove_all(directory_); }
-
-    std::string file(const std::string& name) const { return directory_ + "/" + name; }
-
-    /// NAME-ca.pem, and NAME.pem that it has signed.
-    void make(const std::string& name) {
-        run("openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=" + name + "-ca -keyout " +
-            name + "-ca.key -out " + name + "-ca.pem");
-        run("openssl req -newkey rsa:2048 -nodes -subj /CN=localhost -keyout " + name +
-            ".key -out " + name + ".csr");
-        run("openssl x509 -req -days 2 -in " + name + ".csr -CA " + name + "-ca.pem -CAkey " +
-            name + "-ca.key -CAcreateserial -out " + name + ".crt");
-        run("cat " + name + ".key " + name + ".crt > " + name + ".pem");
-    }
-
-    ended run(const std::string& line) const {
-        ended result = run_process({"/bin/sh", "-c", line}, {{}, directory_, false});
-        EXPECT_EQ(result.code, 0) << line << "\n" << result.err;
-        return result;
-    }
-
-    /// A client process with the certificates of `name`.
-    tool_process client(const std::string& name, int port) const {
+    /// A client process with those certificates.
+    static tool_process client(const certificates& files, int port) {
         return {{MANY_CLIENTS, std::to_string(port), "hold", "s3", "1"},
-                {{{"VLSL_TLS_CA", file(name + "-ca.pem")}, {"VLSL_TLS_KEY", file(name + ".pem")}},
-                 "",
-                 false}};
+                {{{"VLSL_TLS_CA", files.authority()}, {"VLSL_TLS_KEY", files.key()}}, "", false}};
     }
 
     std::vector<std::string> tls_arguments() const {
-        return {"--tls-ca", file("own-ca.pem"), "--tls-key", file("own.pem")};
+        return {"--tls-ca", own.authority(), "--tls-key", own.key()};
     }
 
-    std::string directory_;
+    const certificates own{"own"};
 };
 
 TEST_F(Tls, AClientWithACertificateIsServed) {
     const service_process service(tls_arguments());
     EXPECT_EQ(service.port(), 0);
-    tool_process holder = client("own", service.tls_port());
+    tool_process holder = client(own, service.tls_port());
     EXPECT_TRUE(holder.await_err("holding"));
     EXPECT_EQ(service.storage("s3")["connections"], 1);
 }
 
 TEST_F(Tls, ForeignCertificatesAndPlainClientsAreNot) {
     const service_process service(tls_arguments());
-    tool_process foreign = client("foreign", service.tls_port());
-    EXPECT_THAT(foreign.wait().err, HasSubstr("CORBA::"));
+    const certificates foreign("foreign");
+    tool_process stranger = client(foreign, service.tls_port());
+    EXPECT_THAT(stranger.wait().err, HasSubstr("CORBA::"));
     EXPECT_THROW(remote_session(service.tls_port()), CORBA::SystemException);
     EXPECT_EQ(service.status()["sessions"], 0);
 }
@@ -80,7 +49,7 @@ TEST_F(Tls, APortOfItsOwnLeavesTheOtherPlain) {
     std::vector<std::string> arguments = tls_arguments();
     arguments.insert(arguments.end(), {"--tls-port", "0"});
     const service_process service(arguments);
-    tool_process holder = client("own", service.tls_port());
+    tool_process holder = client(own, service.tls_port());
     EXPECT_TRUE(holder.await_err("holding"));
     const remote_session plain(service.port());
     EXPECT_EQ(plain.check_connections("a:s3", 1).status, 0);
@@ -88,12 +57,13 @@ TEST_F(Tls, APortOfItsOwnLeavesTheOtherPlain) {
 }
 
 TEST_F(Tls, FilesThatAreNoCertificatesEndItWithAMessage) {
-    run("echo rubbish > rubbish.pem");
-    const ended result =
-        run_process({service_process::program(), "--port", "0", "--no-http", "--tls-ca",
-                     file("own-ca.pem"), "--tls-key", file("rubbish.pem")});
+    const conf_dir files;
+    const std::string rubbish = files.path() + "/rubbish.pem";
+    conf_dir::write(rubbish, "rubbish\n");
+    const ended result = run_process({service_process::program(), "--port", "0", "--no-http",
+                                      "--tls-ca", own.authority(), "--tls-key", rubbish});
     EXPECT_EQ(result.code, 1);
-    EXPECT_THAT(result.err, HasSubstr("rubbish.pem"));
+    EXPECT_THAT(result.err, HasSubstr(rubbish));
 }
 
 } // namespace

@@ -108,8 +108,7 @@ void set_up(int socket) {
 
 } // namespace
 
-// --- CDR
-// --------------------------------------------------------------------------------------------
+// --- CDR ---------------------------------------------------------------------------------------
 
 cdr_writer cdr_writer::encapsulation(bool little_endian) {
     cdr_writer out(little_endian);
@@ -201,8 +200,7 @@ std::u16string cdr_reader::wide_text() {
     return text;
 }
 
-// --- messages
-// ---------------------------------------------------------------------------------------
+// --- messages ----------------------------------------------------------------------------------
 
 request parse_request(const message& message) {
     if (message.type() != message_type::request) {
@@ -278,6 +276,16 @@ octets make_system_exception(uint32_t id, const std::string& repository_id, uint
     return make_reply(id, reply_status::system_exception, body.bytes());
 }
 
+octets with_octet(octets message, std::size_t at, unsigned char value) {
+    message.at(at) = value;
+    return message;
+}
+
+octets with_length(octets message, uint32_t length) {
+    ordered_octets(length, &message.at(8), true);
+    return message;
+}
+
 std::vector<octets> fragments(const octets& message, std::size_t size) {
     const bool little_endian = (message[6] & LITTLE_ENDIAN_FLAG) != 0;
     const octets id(message.begin() + HEADER_SIZE,
@@ -310,8 +318,7 @@ octets make_locate_reply(const message& locate_request) {
     return with_header(message_type::locate_reply, out);
 }
 
-// --- references
-// -------------------------------------------------------------------------------------
+// --- references --------------------------------------------------------------------------------
 
 void put_reference(cdr_writer& out, const reference& object) {
     out.text(object.type_id);
@@ -380,8 +387,7 @@ std::string hex(const octets& bytes) {
     return text;
 }
 
-// --- connections
-// ------------------------------------------------------------------------------------
+// --- connections -------------------------------------------------------------------------------
 
 connection connection::to(uint16_t port) {
     connection result(tcp_socket());

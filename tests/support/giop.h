@@ -61,8 +61,7 @@ constexpr uint32_t TAG_INTERNET_IOP = 0; // a profile's tag
 constexpr uint32_t VALUE_TAG_WITH_ID = 0x7fffff02;
 constexpr uint32_t INDIRECTION_TAG = 0xffffffff;
 
-// --- CDR
-// --------------------------------------------------------------------------------------------
+// --- CDR ---------------------------------------------------------------------------------------
 
 /// Writes CDR, aligned from its own start: a message's header, or a body that starts at a multiple
 /// of 8, as the bodies of requests and replies do.
@@ -127,8 +126,7 @@ class cdr_reader {
     std::size_t position_;
 };
 
-// --- messages
-// ---------------------------------------------------------------------------------------
+// --- messages ----------------------------------------------------------------------------------
 
 /// One message as it came, its fragments joined into one.
 struct message {
@@ -174,13 +172,16 @@ octets make_reply(uint32_t id, reply_status status, const octets& body, bool lit
 /// A reply with a system exception, such as "IDL:omg.org/CORBA/NO_IMPLEMENT:1.0".
 octets make_system_exception(uint32_t id, const std::string& repository_id, uint32_t minor_code = 0,
                              uint32_t completed = 1);
+/// The message with one octet of it replaced.
+octets with_octet(octets message, std::size_t at, unsigned char value);
+/// The message, little-endian, with another length in its header.
+octets with_length(octets message, uint32_t length);
 /// A request or reply cut into fragments of so many octets, a multiple of 8, headers included.
 std::vector<octets> fragments(const octets& message, std::size_t size);
 /// The answer that the object is here, to a LocateRequest.
 octets make_locate_reply(const message& locate_request);
 
-// --- references
-// -------------------------------------------------------------------------------------
+// --- references --------------------------------------------------------------------------------
 
 /// An object on loopback, as an IOR says it. Without a type it is nil.
 struct reference {
@@ -200,8 +201,7 @@ std::string corbaloc(uint16_t port, const std::string& object_key);
 /// "49 4f 50 ...", with a new line every 16 octets, for messages of tests.
 std::string hex(const octets& bytes);
 
-// --- connections
-// ------------------------------------------------------------------------------------
+// --- connections -------------------------------------------------------------------------------
 
 /// One TCP connection. Waits for its peer are bounded by 20 seconds.
 class connection {
@@ -234,6 +234,9 @@ using script = std::function<void(connection&, const message&)>;
 /// Answers each request with what `answer` makes of it (nothing for no octets), and says of every
 /// object that is asked for that it is here.
 script answering(std::function<octets(const request&)> answer);
+
+/// Answers nothing, ever.
+inline void saying_nothing(connection&, const message&) {}
 
 /// Accepts connections on a free port of 127.0.0.1 and runs a script. Its end ends them all.
 class listener {
@@ -272,8 +275,7 @@ class listener {
     std::thread acceptor_;     // last: it uses all the others
 };
 
-// --- templates
-// --------------------------------------------------------------------------------------
+// --- templates ---------------------------------------------------------------------------------
 
 /// The octets of a number in the order asked for.
 template <typename Number>

@@ -29,6 +29,13 @@ std::vector<std::string> take_log() {
     return lines;
 }
 
+std::vector<std::string> take_errors() {
+    std::vector<std::string> lines = take_log();
+    const auto is_no_error = [](const std::string& line) { return line[0] != '4'; };
+    lines.erase(std::remove_if(lines.begin(), lines.end(), is_no_error), lines.end());
+    return lines;
+}
+
 bool has_logged(int severity, const std::string& text) {
     return std::any_of(host_log().begin(), host_log().end(), [&](const logged& each) {
         return each.severity == severity && each.text == text;

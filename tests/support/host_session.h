@@ -19,6 +19,9 @@ std::vector<logged>& host_log();
 /// [stspi_init]leave.".
 std::vector<std::string> take_log();
 
+/// The error messages among them; the others are gone, too.
+std::vector<std::string> take_errors();
+
 /// Whether a message of that severity stands in the log, function name and all.
 bool has_logged(int severity, const std::string& text);
 

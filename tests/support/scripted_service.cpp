@@ -72,9 +72,11 @@ int free_port() {
     return ntohs(address.sin_port);
 }
 
+void look_for_service_at(int port) { setenv("VLSL_PORT", std::to_string(port).c_str(), 1); }
+
 remote_service::remote_service(const tls_files& tls) : port_(free_port()), tls_(tls) {
     start();
-    setenv("VLSL_PORT", std::to_string(port_).c_str(), 1);
+    look_for_service_at(port_);
 }
 
 remote_service::~remote_service() {

@@ -44,6 +44,13 @@ struct tls_files {
     std::string key;       ///< key and certificate of one who is signed
 };
 
+/// What a client asks before the first request of its own.
+inline const std::vector<std::string> new_session = {
+    "getHostSession(\"localhost\", \"C\")", "getCloudManager()", "aqueryFacet()", "amodifyFacet()"};
+
+/// Clients of this process look for their service there, on this host, from now on.
+void look_for_service_at(int port);
+
 /// The service. Clients of this process find it: VLSL_PORT is set for as long as it lives.
 class remote_service {
   public:

@@ -1,17 +1,13 @@
 #include "tests/support/virtual_clock.h"
 
-#include <dlfcn.h>
+#include "tests/support/next_function.h"
+
 #include <unistd.h>
 #include <utility>
 
 namespace {
 
 virtual_clock* current = nullptr;
-
-template <typename Function>
-Function* real(const char* name) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
 
 } // namespace
 
@@ -50,7 +46,7 @@ extern "C" {
 
 __attribute__((visibility("default"))) time_t time(time_t* out) noexcept {
     if (current == nullptr) {
-        return real<time_t(time_t*)>("time")(out);
+        return next_function<time_t(time_t*)>("time")(out);
     }
     ++current->reads;
     if (out != nullptr) {
@@ -61,7 +57,7 @@ __attribute__((visibility("default"))) time_t time(time_t* out) noexcept {
 
 __attribute__((visibility("default"))) unsigned sleep(unsigned seconds) {
     return current != nullptr ? current->sleep(seconds)
-                              : real<unsigned(unsigned)>("sleep")(seconds);
+                              : next_function<unsigned(unsigned)>("sleep")(seconds);
 }
 
 } // extern "C"

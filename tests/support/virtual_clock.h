@@ -4,6 +4,7 @@
 // touched.
 #pragma once
 
+#include <atomic>
 #include <ctime>
 #include <functional>
 #include <vector>
@@ -24,8 +25,8 @@ class virtual_clock {
     std::vector<unsigned> take_sleeps();
     unsigned sleep(unsigned seconds);
 
-    /// How often the time was read.
-    int reads = 0;
+    /// How often the time was read, by any thread.
+    std::atomic<int> reads{0};
     /// Makes sleep return early, as a signal does: the clock moves by this many seconds only.
     int interrupt_sleep_after = -1;
     /// Called as each sleep begins, before the clock moves; may be empty.

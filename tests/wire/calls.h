@@ -67,8 +67,7 @@ giop::octets written(cdrMemoryStream& stream);
 /// factory registered.
 CORBA::ORB_ptr orb();
 
-// --- what the made code calls
-// -----------------------------------------------------------------------
+// --- what the made code calls ------------------------------------------------------------------
 
 inline void sample(sampler& s, CORBA::Boolean& x) { x = s.choose(2) != 0; }
 // CORBA::Char is CORBA::Octet's type here.

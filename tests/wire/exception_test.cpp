@@ -10,6 +10,7 @@
 using namespace wire;
 namespace SL = Corvane::Vaultaro::SL;
 namespace Vaultaro = Orvessa::Vaultaro;
+namespace CloudMgmt = Corvane::Vaultaro::SL::CloudMgmt;
 
 namespace {
 
@@ -87,6 +88,25 @@ std::unique_ptr<Exception> raised_by_stub(const giop::cdr_writer& body) {
     return nullptr;
 }
 
+/// A VLSLOpException of one record, but for the record's two texts.
+const std::string up_to_its_texts = R"(
+        2c 00 00 00  49 44 4c 3a  43 6f 72 76 | its id
+        61 6e 65 2f  56 61 75 6c  74 61 72 6f
+        2f 53 4c 2f  56 4c 53 4c  4f 70 45 78
+        63 65 70 74  69 6f 6e 3a  31 2e 30 00
+        0b 00 00 00  0c 00 00 00              | domain, when
+        07 00 00 00  6d 61 73 74  65 72 00 .. | hostName
+        01 00 00 00                           | one record
+        f4 6e 1f 00  01 00 00 00              | errorCode, recIndex
+        )";
+
+/// An operation that the exception is declared for.
+void ask_for_manager(const recorder& peer) {
+    const CORBA::Object_var object = peer.object("session");
+    const Vaultaro::HostSession_var session = Vaultaro::HostSession::_unchecked_narrow(object);
+    const CloudMgmt::CloudManager_var manager = session->getCloudManager();
+}
+
 } // namespace
 
 TEST(VLSLOpException, OfAServantIsTheseOctets) {
@@ -100,15 +120,7 @@ TEST(VLSLOpException, OfAServantIsTheseOctets) {
         throw SL::VLSLOpException(11, 12, "master", records);
     });
     EXPECT_EQ(reply.status, giop::reply_status::user_exception);
-    EXPECT_TRUE(match(R"(
-        2c 00 00 00  49 44 4c 3a  43 6f 72 76 | its id
-        61 6e 65 2f  56 61 75 6c  74 61 72 6f
-        2f 53 4c 2f  56 4c 53 4c  4f 70 45 78
-        63 65 70 74  69 6f 6e 3a  31 2e 30 00
-        0b 00 00 00  0c 00 00 00              | domain, when
-        07 00 00 00  6d 61 73 74  65 72 00 .. | hostName
-        01 00 00 00                           | one record
-        f4 6e 1f 00  01 00 00 00              | errorCode, recIndex
+    EXPECT_TRUE(match(up_to_its_texts + R"(
         06 00 00 00  ff fe 6e 00  6f 00 .. .. | localizedMsg
         00 00 00 00                           | additionalMsg
         )",
@@ -124,10 +136,8 @@ TEST(VLSLOpException, WithoutRecordsIsReadAsSuch) {
     body.text("");
     body.number<uint32_t>(0);
     peer.answer_with(giop::reply_status::user_exception, body);
-    const CORBA::Object_var object = peer.object("session");
-    const Vaultaro::HostSession_var session = Vaultaro::HostSession::_unchecked_narrow(object);
     try {
-        session->getCloudManager();
+        ask_for_manager(peer);
         FAIL() << "nothing was raised";
     } catch (const CORBA::Exception& exception) {
         const auto* const refusal = SL::VLSLOpException::_downcast(&exception);
@@ -139,23 +149,13 @@ TEST(VLSLOpException, WithoutRecordsIsReadAsSuch) {
 TEST(VLSLOpException, IsReadFromTheseOctets) {
     recorder peer;
     giop::cdr_writer body;
-    body.raw(wire::octets_of(R"(
-        2c 00 00 00  49 44 4c 3a  43 6f 72 76 | its id
-        61 6e 65 2f  56 61 75 6c  74 61 72 6f
-        2f 53 4c 2f  56 4c 53 4c  4f 70 45 78
-        63 65 70 74  69 6f 6e 3a  31 2e 30 00
-        0b 00 00 00  0c 00 00 00              | domain, when
-        07 00 00 00  6d 61 73 74  65 72 00 .. | hostName
-        01 00 00 00                           | one record
-        f4 6e 1f 00  01 00 00 00              | errorCode, recIndex
+    body.raw(wire::octets_of(up_to_its_texts + R"(
         04 00 00 00  00 6e 00 6f              | localizedMsg, without a byte order mark
         06 00 00 00  fe ff 6e 2f  4f 60       | additionalMsg, with one
         )"));
     peer.answer_with(giop::reply_status::user_exception, body);
-    const CORBA::Object_var object = peer.object("session");
-    const Vaultaro::HostSession_var session = Vaultaro::HostSession::_unchecked_narrow(object);
     try {
-        session->getCloudManager();
+        ask_for_manager(peer);
         FAIL() << "nothing was raised";
     } catch (const SL::VLSLOpException& refusal) {
         EXPECT_EQ(refusal.domain, 11);

@@ -30,8 +30,7 @@ std::string in_quotes(const std::string& text) { return "\"" + text + "\""; }
 
 } // namespace
 
-// --- sampler
-// ----------------------------------------------------------------------------------------
+// --- sampler -----------------------------------------------------------------------------------
 
 sampler sampler::of_nothing() {
     sampler nothing(0, 0);
@@ -85,8 +84,7 @@ giop::reference sampler::reference(const char* type_id) {
     return {type_id, port_, "key-" + std::to_string(chosen)};
 }
 
-// --- teller
-// -----------------------------------------------------------------------------------------
+// --- teller ------------------------------------------------------------------------------------
 
 void teller::string(const std::string& value) { line(in_quotes(value)); }
 
@@ -98,8 +96,7 @@ void teller::wide_string(const std::u32string& value) {
     line("wide" + units);
 }
 
-// --- writer
-// -----------------------------------------------------------------------------------------
+// --- writer ------------------------------------------------------------------------------------
 
 void writer::put(int index) {
     const type& type = types[index];
@@ -333,8 +330,7 @@ void writer::put_reply(const operation& operation) {
     }
 }
 
-// --- others
-// -----------------------------------------------------------------------------------------
+// --- others ------------------------------------------------------------------------------------
 
 std::u16string utf16(const std::u32string& text) {
     std::u16string units;

@@ -32,6 +32,14 @@ class References : public testing::Test {
         return CloudMgmt::CloudManager::_unchecked_narrow(object);
     }
 
+    /// What a manager hands out for its facet, where the peer answers with a reference of that
+    /// type.
+    SL::QueryableFacet_ptr facet_given_as(const char* type_id) {
+        give(type_id);
+        const CloudMgmt::CloudManager_var manager = this->manager();
+        return manager->aqueryFacet();
+    }
+
     recorder peer_;
 };
 
@@ -73,26 +81,23 @@ TEST_F(References, OfADescendantAreAskedFor) {
 }
 
 TEST_F(References, AreReadWithoutAQuestion) {
-    give("IDL:Corvane/Vaultaro/SL/CloudMgmt/CloudQueryFacet:1.0");
-    const CloudMgmt::CloudManager_var manager = this->manager();
-    const SL::QueryableFacet_var facet = manager->aqueryFacet();
+    const SL::QueryableFacet_var facet =
+        facet_given_as("IDL:Corvane/Vaultaro/SL/CloudMgmt/CloudQueryFacet:1.0");
     EXPECT_FALSE(CORBA::is_nil(facet));
     EXPECT_EQ(peer_.request_count(), 1u);
 }
 
 TEST_F(References, NarrowWithoutAQuestionToTheTypeThatTheyName) {
-    give("IDL:Corvane/Vaultaro/SL/CloudMgmt/CloudQueryFacet:1.0");
-    const CloudMgmt::CloudManager_var manager = this->manager();
-    const SL::QueryableFacet_var facet = manager->aqueryFacet();
+    const SL::QueryableFacet_var facet =
+        facet_given_as("IDL:Corvane/Vaultaro/SL/CloudMgmt/CloudQueryFacet:1.0");
     const CloudMgmt::CloudQueryFacet_var narrowed = CloudMgmt::CloudQueryFacet::_narrow(facet);
     EXPECT_FALSE(CORBA::is_nil(narrowed));
     EXPECT_EQ(peer_.request_count(), 1u);
 }
 
 TEST_F(References, NarrowToAnotherTypeIfTheServiceSaysSo) {
-    give("IDL:Corvane/Vaultaro/SL/QueryableFacet:1.0");
-    const CloudMgmt::CloudManager_var manager = this->manager();
-    const SL::QueryableFacet_var facet = manager->aqueryFacet();
+    const SL::QueryableFacet_var facet =
+        facet_given_as("IDL:Corvane/Vaultaro/SL/QueryableFacet:1.0");
     say(false);
     const CloudMgmt::CloudQueryFacet_var refused = CloudMgmt::CloudQueryFacet::_narrow(facet);
     EXPECT_TRUE(CORBA::is_nil(refused));
@@ -110,9 +115,7 @@ TEST_F(References, NarrowUncheckedWithoutAQuestion) {
 }
 
 TEST_F(References, ThatAreNilAreReadAndWrittenAsNil) {
-    give("");
-    const CloudMgmt::CloudManager_var manager = this->manager();
-    const SL::QueryableFacet_var facet = manager->aqueryFacet();
+    const SL::QueryableFacet_var facet = facet_given_as("");
     EXPECT_TRUE(CORBA::is_nil(facet));
 
     cdrMemoryStream stream;

@@ -70,8 +70,7 @@ std::string told(CORBA::ValueBase* value) {
 
 } // namespace
 
-// --- versions
-// ---------------------------------------------------------------------------------------
+// --- versions ----------------------------------------------------------------------------------
 
 TEST(JobInfoSeq, HoldsAnUnversionedAndAVersionedJob) {
     giop::cdr_writer body;
@@ -127,8 +126,7 @@ TEST(JobInfoSeq, WithAnIdThatNobodyKnowsIsRefused) {
     EXPECT_THROW(page_of(body), CORBA::MARSHAL);
 }
 
-// --- nulls and indirections
-// -------------------------------------------------------------------------
+// --- nulls and indirections --------------------------------------------------------------------
 
 TEST(NullValue, IsReadAsANullPointer) {
     giop::cdr_writer body;
@@ -207,8 +205,7 @@ TEST(ValueTag, ThatIsNoneIsRefused) {
     }
 }
 
-// --- constructors
-// -----------------------------------------------------------------------------------
+// --- constructors ------------------------------------------------------------------------------
 
 TEST(InitialisingConstructor, TakesTheOldestAncestorsMembersFirst) {
     const CloudMgmt::VLT_7_7::ConfigServiceInfo_var config =
@@ -220,8 +217,7 @@ TEST(InitialisingConstructor, TakesTheOldestAncestorsMembersFirst) {
     EXPECT_EQ(config->masterCsscSecureMode(), 2);
 }
 
-// --- _copy_value
-// ------------------------------------------------------------------------------------
+// --- _copy_value -------------------------------------------------------------------------------
 
 TEST(CopyValue, OfAVersionedValueIsOneOfTheFirstType) {
     const CloudMgmt::VLT_7_7::ConfigServiceInfo_var config =

@@ -1,4 +1,4 @@
-#include "tests/engine/failing_strdup.h"
+#include "tests/support/failing_strdup.h"
 
 #include <cerrno>
 #include <cstdlib>

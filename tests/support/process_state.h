@@ -1,0 +1,26 @@
+// What this process has at the moment, for the tests that nothing is left behind.
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <malloc.h>
+#include <unistd.h>
+
+inline size_t entries_of(const char* directory) {
+    const std::filesystem::directory_iterator files(directory);
+    return static_cast<size_t>(std::distance(begin(files), end(files)));
+}
+
+inline size_t threads() { return entries_of("/proc/self/task"); }
+inline size_t descriptors() { return entries_of("/proc/self/fd"); }
+
+/// Bytes of the heap that are in use.
+inline size_t allocated() { return mallinfo2().uordblks; }
+
+/// Whether `count` comes down to `expected`: a thread that was told to end takes its moment.
+inline bool comes_down_to(size_t (*count)(), size_t expected) {
+    for (int moment = 0; moment < 500 && count() > expected; ++moment) {
+        usleep(10000);
+    }
+    return count() <= expected;
+}
