@@ -1,7 +1,8 @@
 // Orb over omniORB.
 //
 //   object      corbaloc:iiop:1.2@HOST:PORT/KEY, or ssliop where TLS is forced
-//   PORT        the environment's VLSL_PORT, else the entry SERVICE/tcp of services(5), else 5638
+//   PORT        the environment's VLSL_PORT, else the entry SERVICE/tcp of services(5), else 5638;
+//               a VLSL_PORT that is no port is told in the product's log, and nothing is reached
 //   TLS         VLSL_TLS_CA: certificates that are trusted; VLSL_TLS_KEY: own certificate and key;
 //               both are files in PEM form
 //
@@ -11,9 +12,12 @@
 #include "platform/vlorb/Orb.h"
 
 #include "interfaces/wide_code_set.h"
+#include "platform/common/vlcommon.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 #include <memory>
 #include <mutex>
@@ -125,9 +129,25 @@ void name_no_certificates() {
     sslContext::key_file = nullptr;
 }
 
+/// Whether the whole of it is a number that a service can have.
+bool is_port(const char* text) {
+    uint16_t number = 0;
+    const char* const end = text + strlen(text);
+    const auto read = std::from_chars(text, end, number);
+    return read.ec == std::errc() && read.ptr == end && number != 0;
+}
+
+/// Empty where the environment names what is no port.
 std::string port_of(const std::string& service) {
     if (const char* const port = getenv("VLSL_PORT"); port != nullptr && *port != '\0') {
-        return port;
+        if (is_port(port)) {
+            return port;
+        }
+        constexpr int error = 4;
+        const std::string line =
+            std::string("VLSL_PORT is \"") + port + "\", which is no port (1 to 65535)";
+        logmsg(error, line.c_str(), "Orb::connect");
+        return "";
     }
     servent entry = {};
     servent* found = nullptr;
@@ -188,9 +208,13 @@ CORBA::Object* Orb::connect(const std::string& host, const std::string& service,
                             const ACE_Time_Value& /*second_timeout*/, const bool& /*first_flag*/,
                             const bool& /*second_flag*/) {
     omniORB::setClientConnectTimeout(milliseconds(timeout));
+    const std::string port = port_of(service);
+    if (port.empty()) {
+        return nullptr;
+    }
     const std::string transport = force_oxss_iop ? "ssliop" : "iiop";
     const std::string name =
-        "corbaloc:" + transport + ":1.2@" + address_of(host) + ":" + port_of(service) + "/" + key;
+        "corbaloc:" + transport + ":1.2@" + address_of(host) + ":" + port + "/" + key;
     return orb->string_to_object(name.c_str());
 }
 

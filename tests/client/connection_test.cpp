@@ -50,6 +50,8 @@ std::string failure_of(Call call) {
 
 const std::string missing_reference = "4/195 at 0 \"\" \"\" \"\" Corba error";
 
+lines platform_log; // "LEVEL FUNCTION TEXT"
+
 // --- the whole chain
 
 TEST_F(Connection, BuildingAndDeletingAClientAsksNothing) {
@@ -87,6 +89,23 @@ TEST_F(Connection, AsksForTheSessionOfItsHostInTheLocaleC) {
     client->newSession("127.0.0.1", 0, false, 10);
     EXPECT_TRUE(client->Initialize());
     EXPECT_EQ(service.take().at(0), "getHostSession(\"127.0.0.1\", \"C\")");
+}
+
+TEST_F(Connection, APortThatIsNoneIsToldAndReachesNothing) {
+    const std::string set = getenv("VLSL_PORT");
+    const auto client = make();
+    for (const char* const port : {"vlsl", "0", "-1", "65536", "99999999999", " 5638", "5638x"}) {
+        setenv("VLSL_PORT", port, 1);
+        platform_log.clear();
+        EXPECT_EQ(failure_of([&] { client->Initialize(); }), missing_reference);
+        EXPECT_THAT(take_log(), ElementsAre(initialize + "Failed to connect vlsl"));
+        EXPECT_THAT(platform_log,
+                    testing::Contains("4 Orb::connect VLSL_PORT is \"" + std::string(port) +
+                                      "\", which is no port (1 to 65535)"));
+    }
+    EXPECT_THAT(service.take(), IsEmpty());
+    setenv("VLSL_PORT", set.c_str(), 1);
+    EXPECT_TRUE(client->Initialize());
 }
 
 // --- the number of sessions
@@ -295,3 +314,8 @@ TEST_F(Connection, PassesAnExceptionOnThatTheInactivityTimeoutMeets) {
 }
 
 } // namespace
+
+extern "C" __attribute__((visibility("default"))) void logmsg(int level, const char* text,
+                                                              const char* who) {
+    platform_log.push_back(std::to_string(level) + " " + who + " " + text);
+}
