@@ -1,8 +1,9 @@
 """Holds the interface definitions to the contract that the management service's peers rely on.
 
-    check_idl.py INTERFACES_DIR OMNIIDL IDL_PATH [UNITTEST_ARGUMENTS...]
+    check_idl.py INTERFACES_DIR OMNIIDL IDL_PATH PLUGIN [UNITTEST_ARGUMENTS...]
 
-IDL_PATH is the colon-separated path of what the units include from elsewhere.
+IDL_PATH is the colon-separated path of what the units include from elsewhere. PLUGIN is the built
+library, which carries the stubs of all of it.
 """
 
 import hashlib
@@ -16,7 +17,6 @@ import unittest
 
 HERE = pathlib.Path(__file__).resolve().parent
 ROOTS = ("Corvane::", "Orvessa::")
-UNIT_COUNT = 75
 KINDS = {
     "interface": "interfaces",
     "value": "values",
@@ -27,8 +27,9 @@ KINDS = {
     "alias": "aliases",
 }
 WITH_MEMBERS = ("value", "struct", "union", "exception")
+WITH_REPOSITORY_ID = ("interface", "value", "exception")
 
-interfaces_dir = omniidl = idl_path = None
+interfaces_dir = omniidl = idl_path = plugin = None
 
 
 class Declaration:
@@ -76,6 +77,17 @@ def expected_modules():
     return {name: dict(zip(columns, values)) for name, *values in rows}
 
 
+def expected_units():
+    """The table of schema_units.txt: the fingerprint of each unit's own declarations."""
+    table = HERE.joinpath("schema_units.txt").read_text().splitlines()
+    return dict(line.split() for line in table if line and not line.startswith("#"))
+
+
+def fingerprint(declarations):
+    texts = [d.text + "\n" for d in sorted(declarations, key=lambda d: d.name)]
+    return hashlib.sha256("".join(texts).encode()).hexdigest()[:16]
+
+
 def counts(declarations):
     """One module's counts and fingerprint, in the table's form."""
     row = {column: 0 for column in KINDS.values()}
@@ -90,17 +102,24 @@ def counts(declarations):
         elif declaration.kind in WITH_MEMBERS:
             switch_lines = 1 if declaration.kind == "union" else 0
             row["members"] += lines - switch_lines
-    texts = [d.text + "\n" for d in sorted(declarations, key=lambda d: d.name)]
     row = {column: str(count) for column, count in row.items()}
-    row["fingerprint"] = hashlib.sha256("".join(texts).encode()).hexdigest()[:16]
+    row["fingerprint"] = fingerprint(declarations)
     return row
+
+
+def symbols_of(library):
+    """The names that the library defines, as C++ spells them."""
+    command = ["nm", "--defined-only", "--demangle", str(library)]
+    text = subprocess.run(command, capture_output=True, text=True, check=True).stdout
+    return {line.split(maxsplit=2)[2] for line in text.splitlines() if len(line.split()) > 2}
 
 
 class Interfaces(unittest.TestCase):
     maxDiff = None
 
-    def test_there_is_one_file_for_each_unit(self):
-        self.assertEqual(len(units()), UNIT_COUNT)
+    def test_each_unit_holds_its_own_definitions(self):
+        found = {path.stem: fingerprint(read_idl(path)[1]) for path in units()}
+        self.assertEqual(found, expected_units())
 
     def test_every_unit_is_read_by_itself(self):
         for path in units():
@@ -143,8 +162,20 @@ class Interfaces(unittest.TestCase):
         others = [d.text for d in read_together(units(), "-Wbwire", "-U__OMNIIDL__")[1]]
         self.assertEqual(own, others)
 
+    def test_the_plugin_has_the_stubs_of_all_of_it(self):
+        symbols = symbols_of(plugin)
+        operations = {name.partition("(")[0] for name in symbols if "::_objref_" in name}
+        for declaration in read_together(units())[1]:
+            if declaration.kind in WITH_REPOSITORY_ID:
+                self.assertIn(declaration.name + "::_PD_repoId", symbols)
+            if declaration.kind == "interface":
+                _, _, simple_name = declaration.name.rpartition("::")
+                stub = "%s::_objref_%s::" % (declaration.module, simple_name)
+                for line in declaration.lines:
+                    self.assertIn(stub + line.strip().partition("(")[0], operations)
+
 
 if __name__ == "__main__":
     interfaces_dir = pathlib.Path(sys.argv[1])
-    omniidl, idl_path = sys.argv[2:4]
-    unittest.main(argv=[sys.argv[0]] + sys.argv[4:])
+    omniidl, idl_path, plugin = sys.argv[2:5]
+    unittest.main(argv=[sys.argv[0]] + sys.argv[5:])
