@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <gtest/gtest.h>
 #include <httplib.h>
 #include <stdexcept>
 
@@ -33,7 +34,10 @@ service_process::service_process(const std::vector<std::string>& arguments) {
 }
 
 service_process::~service_process() {
-    process_.reset();
+    if (!is_stopped_) {
+        const ended end = stop(SIGTERM);
+        EXPECT_EQ(end.code, 0) << end.err;
+    }
     std::filesystem::remove_all(directory_);
 }
 
@@ -68,6 +72,7 @@ double service_process::metric(const std::string& name) const {
 }
 
 ended service_process::stop(int signal) {
+    is_stopped_ = true;
     process_->send(signal);
     return process_->wait();
 }

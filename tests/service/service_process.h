@@ -13,6 +13,8 @@ class service_process {
     /// Starts it with `arguments` on top of those that choose free ports, and waits until it
     /// answers. Throws std::runtime_error with what it said when it ends instead.
     explicit service_process(const std::vector<std::string>& arguments = {});
+    /// Stops it unless that was done: the test fails where it ends with an error, such as a leak or
+    /// a race that a sanitizer has seen.
     ~service_process();
 
     int port() const { return port_of("VLSL_PORT"); }
@@ -40,4 +42,5 @@ class service_process {
     std::string directory_;
     std::string ports_; ///< what it wrote for whoever started it
     std::optional<tool_process> process_;
+    bool is_stopped_ = false;
 };
