@@ -27,6 +27,10 @@ int32_t g_log_level = 0;
 const char* const sev[] = {"", "[INFO]", "[WARN]", "[DEBUG]", "[ERROR]"};
 constexpr int sev_count = sizeof(sev) / sizeof(sev[0]);
 
+/// By severity: the bit of a host's mask that says whether it takes such messages.
+constexpr uint16_t mask_bits[] = {
+    0, STS_LOG_INFO, STS_LOG_WARN, STS_LOG_DEBUG, STS_LOG_ERROR, STS_LOG_HOST};
+
 const char* tag_of(int severity) {
     return severity >= 0 && severity < sev_count ? sev[severity] : "";
 }
@@ -37,20 +41,8 @@ bool host_takes(const sts_session_def_v7_t* session, int severity) {
     if (session == nullptr || session->log == nullptr) {
         return false;
     }
-    switch (severity) {
-    case STS_SEV_DEBUG:
-        return (session->log_mask & STS_LOG_DEBUG) != 0;
-    case STS_SEV_ERROR:
-        return (session->log_mask & STS_LOG_ERROR) != 0;
-    case STS_SEV_INFO:
-        return (session->log_mask & STS_LOG_INFO) != 0;
-    case STS_SEV_HOST:
-        return (session->log_mask & STS_LOG_HOST) != 0;
-    case STS_SEV_WARN:
-        return (session->log_mask & STS_LOG_WARN) != 0;
-    default:
-        return true;
-    }
+    const bool is_known = severity >= STS_SEV_INFO && severity <= STS_SEV_HOST;
+    return !is_known || (session->log_mask & mask_bits[severity]) != 0;
 }
 
 bool file_takes(int severity) { return severity < g_log_level && g_flog != nullptr; }
@@ -101,6 +93,18 @@ int write_to_file(const sts_session_def_v7_t* session, const char* who, int seve
     return locked ? STS_OK : STS_ERR_INVALID;
 }
 
+/// Not inlined: room for its buffers would cost each call whose message nobody takes.
+__attribute__((noinline)) int write_to_sinks(const sts_session_def_v7_t* session, const char* who,
+                                             sts_severity_v7_t severity, const char* format,
+                                             va_list arguments) {
+    char message[message_size];
+    vsnprintf(message, sizeof message, format, arguments);
+    if (host_takes(session, severity)) {
+        write_to_host(session, who, severity, message);
+    }
+    return file_takes(severity) ? write_to_file(session, who, severity, message) : STS_OK;
+}
+
 } // namespace
 
 int log_init(int32_t level) {
@@ -133,16 +137,11 @@ int log_msg(const sts_session_def_v7_t* session, const char* who, int32_t /*thir
     if (!host_takes(session, severity) && !file_takes(severity)) {
         return STS_OK; // nobody would see the text
     }
-    char message[message_size];
     va_list arguments;
     va_start(arguments, format);
-    vsnprintf(message, sizeof message, format, arguments);
+    const int status = write_to_sinks(session, who, severity, format, arguments);
     va_end(arguments);
-
-    if (host_takes(session, severity)) {
-        write_to_host(session, who, severity, message);
-    }
-    return file_takes(severity) ? write_to_file(session, who, severity, message) : STS_OK;
+    return status;
 }
 
 int log_shutdown() {
