@@ -1,42 +1,10 @@
 #include "bench/forwarded.h"
 
-#include "bench/measure.h"
-#include "bench/next_layer.h"
-#include "bench/plugin_host.h"
+#include "bench/making.h"
+#include "bench/pairs.h"
 #include "platform/sts/sts_records.h"
 
-#include <cstdlib>
-
 namespace {
-
-constexpr double limit = 40; // nanoseconds that an entry may take more than its slot
-
-/// An argument that a layer has its own of: what the slot is given, and what its entry is given.
-template <typename Next, typename Ours>
-struct swapped {
-    Next next;
-    Ours ours;
-};
-template <typename Next, typename Ours>
-swapped(Next, Ours) -> swapped<Next, Ours>;
-
-template <typename Argument>
-Argument for_slot(Argument argument) {
-    return argument;
-}
-template <typename Next, typename Ours>
-Next for_slot(const swapped<Next, Ours>& argument) {
-    return argument.next;
-}
-
-template <typename Argument>
-Argument for_entry(Argument argument) {
-    return argument;
-}
-template <typename Next, typename Ours>
-Ours for_entry(const swapped<Next, Ours>& argument) {
-    return argument.ours;
-}
 
 /// What the calls need open and have filled, throttling off.
 struct open_handles {
@@ -80,99 +48,6 @@ open_handles::~open_handles() {
     server.ep().close_lsu_list_v7(lsu_list);
 }
 
-/// Registers pairs of benchmarks and notes their lines.
-class pairs {
-  public:
-    explicit pairs(const stspi_ep_t& ep) : ep_(ep) {}
-
-    /// An entry that swaps and calls. Both calls take the same arguments but for those swapped.
-    template <auto slot, auto entry, typename... Arguments>
-    void add(const std::string& name, Arguments... arguments) {
-        add_pair(
-            "`" + name + "`", "its slot",
-            [&api = idle_next_layer(), arguments...] {
-                return (api.*slot)(for_slot(arguments)...);
-            },
-            [&ep = ep_, arguments...] { return (ep.*entry)(for_entry(arguments)...); });
-        lines_.back().kind = target::difference;
-        lines_.back().limit = limit;
-    }
-
-    /// Entries that make something and release it.
-    template <typename SlotCalls, typename EntryCalls>
-    void add_allocating(const std::string& name, SlotCalls slots, EntryCalls entries) {
-        add_pair(name, "the slots", slots, entries);
-        lines_.back().allocates = true;
-    }
-
-    const std::vector<comparison>& lines() const { return lines_; }
-
-  private:
-    template <typename SlotCall, typename EntryCall>
-    void add_pair(const std::string& name, const std::string& beside, SlotCall slot,
-                  EntryCall entry) {
-        const std::string slot_name = "slot: " + name;
-        const std::string entry_name = "entry: " + name;
-        add_call(slot_name, slot);
-        add_call(entry_name, entry);
-        lines_.push_back({name, entry_name, beside, slot_name, target::none, 0});
-    }
-
-    /// Throws unless the call succeeds: a refusal isn't what is to be measured.
-    template <typename Call>
-    static void add_call(const std::string& name, Call call) {
-        require_ok(call(), name.c_str());
-        benchmark::RegisterBenchmark(name.c_str(), [call](benchmark::State& state) {
-            measure(state, [&] { benchmark::DoNotOptimize(call()); });
-        });
-    }
-
-    const stspi_ep_t& ep_;
-    std::vector<comparison> lines_;
-};
-
-void add_handles(pairs& all, open_handles& open) {
-    const sts_api_t& api = idle_next_layer();
-    const stspi_ep_t& ep = open.server.ep();
-    all.add_allocating(
-        "open and close of an LSU list",
-        [&api] {
-            sts_next_lsu_list_s* list = nullptr;
-            const int status = api.open_lsu_list(any_handle<sts_next_server_s>(), 0, &list);
-            return status != STS_OK ? status : api.close_handle(list, 0);
-        },
-        [&ep, server = open.server.handle()] {
-            throttling_lsu_list_s* list = nullptr;
-            const int status = ep.open_lsu_list_v11(server, 0, &list);
-            return status != STS_OK ? status : ep.close_lsu_list_v7(list);
-        });
-    all.add_allocating(
-        "open and close of an image list",
-        [&api, lsu = &open.lsu] {
-            sts_next_image_list_s* list = nullptr;
-            const int status = api.open_image_list(lsu, 0, &list);
-            return status != STS_OK ? status : api.close_handle(list, 0);
-        },
-        [&ep, lsu = &open.lsu] {
-            throttling_image_list_s* list = nullptr;
-            const int status = ep.open_image_list_v7(lsu, 0, &list);
-            return status != STS_OK ? status : ep.close_image_list_v7(list);
-        });
-    all.add_allocating(
-        "`async_copy_image`",
-        [&api, &open] {
-            sts_next_operation_s* operation = nullptr;
-            return api.async_copy_image(nullptr, 0, &open.lsu, 0, &operation, 0, open.copy_params);
-        },
-        [&ep, &open] {
-            sts_next_operation_s** operation = nullptr;
-            const int status =
-                ep.async_copy_image(0, 0, &open.lsu, 0, &operation, 0, open.copy_params);
-            free(operation); // the holder is the host's
-            return status;
-        });
-}
-
 } // namespace
 
 std::vector<comparison> register_forwarded_entries() {
@@ -194,7 +69,7 @@ std::vector<comparison> register_forwarded_entries() {
     const swapped operation{open.operation, &open.operation};
 
     // clang-format off
-    pairs all(open.server.ep());
+    pairs all;
     all.add<&slot::read_image_meta, &entry::read_image_meta>("read_image_meta", image, any, any, any, any, any);
     all.add<&slot::write_image_meta, &entry::write_image_meta>("write_image_meta", image, any, any, any, any, any);
     all.add<&slot::get_image_group, &entry::get_image_group>("get_image_group", image, any, any, any, any, any);
@@ -221,6 +96,6 @@ std::vector<comparison> register_forwarded_entries() {
     all.add<&slot::delete_event, &entry::delete_event>("delete_event", server, &open.event);
     all.add<&slot::get_event_payload, &entry::get_event_payload>("get_event_payload", server, any, any);
     // clang-format on
-    add_handles(all, open);
+    add_making_entries(all);
     return all.lines();
 }

@@ -1,5 +1,4 @@
-// Every entry that hands one call on and keeps nothing of it, beside the slot that it calls; and
-// some that make a handle.
+// Every entry that hands its call on, beside the slot or slots that it calls.
 #pragma once
 
 #include "bench/comparison.h"

@@ -29,6 +29,12 @@ int open_image_list(const sts_lsu_ref_s*, int32_t, sts_next_image_list_s** list)
     return STS_OK;
 }
 
+int open_image_group_list(const sts_lsu_ref_s*, sts_forwarded_t, int32_t,
+                          sts_next_image_list_s** list) {
+    *list = any_handle<sts_next_image_list_s>();
+    return STS_OK;
+}
+
 int open_lsu_list(sts_next_server_s*, sts_forwarded_t, sts_next_lsu_list_s** list) {
     *list = any_handle<sts_next_lsu_list_s>();
     return STS_OK;
@@ -58,6 +64,7 @@ sts_api_t make_table() {
     table.open_image = open_image;
     table.create_image = open_image;
     table.open_image_list = open_image_list;
+    table.open_image_group_list = open_image_group_list;
     table.open_lsu_list = open_lsu_list;
     table.open_evchannel = open_evchannel;
     table.read_image = read_image;
@@ -68,9 +75,11 @@ sts_api_t make_table() {
     table.async_wait = succeed;
     table.close_handle = succeed;
     table.copy_extent = succeed;
+    table.create_lsu = succeed;
     table.delete_event = succeed;
     table.delete_files = succeed;
     table.delete_image = succeed;
+    table.delete_lsu = succeed;
     table.find_lsu = succeed;
     table.flush = succeed;
     table.get_event = succeed;
@@ -81,6 +90,7 @@ sts_api_t make_table() {
     table.get_image_prop_byname = succeed;
     table.get_lsu_prop_byname = succeed;
     table.get_lsu_replication_prop = succeed;
+    table.get_server_config = succeed;
     table.get_server_prop = succeed;
     table.get_server_prop_byname = succeed;
     table.include_in_image = succeed;
@@ -89,6 +99,7 @@ sts_api_t make_table() {
     table.list_image = succeed;
     table.list_lsu = succeed;
     table.read_image_meta = succeed;
+    table.set_server_config = succeed;
     table.write_image_meta = succeed;
     return table;
 }

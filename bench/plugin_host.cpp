@@ -10,6 +10,14 @@ namespace {
 
 constexpr uint64_t host_version = 12;
 
+template <typename Function>
+void find(void* library, const char* name, Function*& function) {
+    function = reinterpret_cast<Function*>(dlsym(library, name));
+    if (function == nullptr) {
+        throw std::runtime_error(dlerror());
+    }
+}
+
 } // namespace
 
 sts_session_def_v7_t quiet_session() {
@@ -36,11 +44,10 @@ plugin_host::plugin_host() {
     if (library == nullptr) {
         throw std::runtime_error(dlerror());
     }
-    const auto init = reinterpret_cast<int (*)(uint64_t, const char*, stspi_api_rec_t*)>(
-        dlsym(library, "stspi_init"));
-    if (init == nullptr) {
-        throw std::runtime_error(dlerror());
-    }
+    int (*init)(uint64_t, const char*, stspi_api_rec_t*) = nullptr;
+    find(library, "stspi_init", init);
+    find(library, "throttling_create_lsu", lsu_entries_.create_lsu);
+    find(library, "throttling_delete_lsu", lsu_entries_.delete_lsu);
     configure(""); // so that a start doesn't write a file of its own
     require_ok(init(host_version, PLUGIN_FILE, &record_), "stspi_init");
 }

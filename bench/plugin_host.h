@@ -19,6 +19,12 @@ void require_ok(int status, const char* call);
 /// The settings' file for a throttled server: `bytes_per_second` in both directions at every hour.
 std::string throttled(uint64_t bytes_per_second, int sample_interval);
 
+/// The entries that have no slot in the table.
+struct lsu_entries {
+    int (*create_lsu)(throttling_server_s*, const sts_lsu_def_s*, void*** out);
+    int (*delete_lsu)(sts_lsu_ref_s*);
+};
+
 /// The plugin, loaded and started; stopped at the end. What fails throws std::runtime_error.
 class plugin_host {
   public:
@@ -28,6 +34,7 @@ class plugin_host {
     plugin_host& operator=(const plugin_host&) = delete;
 
     const stspi_ep_t& ep() const { return *record_.ep; }
+    const lsu_entries& lsu_ep() const { return lsu_entries_; }
 
     /// Puts settings in place for the servers that are opened from now on.
     void configure(const std::string& settings) const { files_.write_plugin_file(settings); }
@@ -35,6 +42,7 @@ class plugin_host {
   private:
     conf_dir files_;
     stspi_api_rec_t record_ = {};
+    lsu_entries lsu_entries_ = {};
 };
 
 /// The one that a program's measurements share, loaded by the first that asks for it.
