@@ -23,6 +23,15 @@ std::string archive_text(archive* handle) {
     return text != nullptr ? text : "unknown error";
 }
 
+std::string name_of(archive_entry* entry) {
+    const char* const path = archive_entry_pathname(entry);
+    std::string name = path != nullptr ? path : "";
+    while (name.size() > 1 && name.back() == '/') {
+        name.pop_back();
+    }
+    return name;
+}
+
 // --- writing -----------------------------------------------------------------------------------
 
 archive_writer::archive_writer(host_image& image, stream& account, const transfer& run,

@@ -25,6 +25,9 @@ using entry_ptr = std::unique_ptr<archive_entry, release_entry>;
 /// The last message of a handle.
 std::string archive_text(archive* handle);
 
+/// An entry's name as people write it: a directory's without the "/" at its end.
+std::string name_of(archive_entry* entry);
+
 /// Writes one image.
 class archive_writer {
   public:

@@ -1,6 +1,7 @@
 #include "tools/backup_set.h"
 
 #include "tools/failure.h"
+#include "tools/printable.h"
 
 #include <algorithm>
 #include <charconv>
@@ -42,13 +43,14 @@ std::optional<image_part> part_of(std::string_view image) {
     return image_part{std::string(image.substr(0, dot)), *number, *count};
 }
 
-failure no_such_backup(const std::vector<listed_image>& images, const std::string& backup) {
+failure no_such_backup(const std::vector<listed_image>& images, const std::string& lsu,
+                       const std::string& backup) {
     std::set<std::string> names;
     for (const listed_image& image : images) {
-        names.insert(backup_of(image.name));
+        names.insert(printable(backup_of(image.name)));
     }
     names.erase("");
-    return failure(fmt::format("there is no backup \"{}\" in the LSU{}", backup,
+    return failure(fmt::format("there is no backup \"{}\" in the LSU \"{}\"{}", backup, lsu,
                                names.empty() ? ", and no other either"
                                              : fmt::format("; it has {}", fmt::join(names, ", "))));
 }
@@ -65,7 +67,7 @@ std::string backup_of(const std::string& image) {
 }
 
 std::vector<listed_image> find_backup(const std::vector<listed_image>& images,
-                                      const std::string& backup) {
+                                      const std::string& lsu, const std::string& backup) {
     std::vector<std::pair<image_part, listed_image>> found;
     for (const listed_image& image : images) {
         const auto part = part_of(image.name);
@@ -74,7 +76,7 @@ std::vector<listed_image> find_backup(const std::vector<listed_image>& images,
         }
     }
     if (found.empty()) {
-        throw no_such_backup(images, backup);
+        throw no_such_backup(images, lsu, backup);
     }
     const size_t count = found.front().first.count;
     std::sort(found.begin(), found.end(), [](const auto& left, const auto& right) {

@@ -16,9 +16,10 @@ std::string stream_image(const std::string& backup, size_t index, size_t count);
 /// The backup that an image belongs to; empty when it belongs to none.
 std::string backup_of(const std::string& image);
 
-/// The images of `backup` in order. Fails when it isn't there, lacks images or is there twice.
+/// The images of `backup` in order, of all `images` of an LSU. Fails when it isn't there, lacks
+/// images or is there twice.
 std::vector<listed_image> find_backup(const std::vector<listed_image>& images,
-                                      const std::string& backup);
+                                      const std::string& lsu, const std::string& backup);
 
 /// The open images of a run.
 class image_set {

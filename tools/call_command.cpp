@@ -79,8 +79,7 @@ void add_lines(const std::string& name, const json& value, json& lines) {
         return;
     }
     for (const auto& [key, inner] : value.items()) {
-        add_lines(value.is_array() ? fmt::format("{}[{}]", name, key) : name + "." + key, inner,
-                  lines);
+        add_lines(fmt::format(value.is_array() ? "{}[{}]" : "{}.{}", name, key), inner, lines);
     }
 }
 
@@ -126,7 +125,7 @@ void add_call(CLI::App& app, request& asked) {
         app.add_subcommand("call", "Call one entry of the plugin and show what it answers");
     call->add_option("ENTRY", options->entry, "The entry, without \"throttling_\"")->type_name("");
     call->add_option("ARGUMENT=VALUE", options->arguments, "Its arguments")->type_name("");
-    call->add_option("--server", asked.common.server, "The server's full name")->type_name("NAME");
+    add_server(*call, asked.common.server);
     call->add_flag("--list", options->lists,
                    "Show all entries, or that one, with what each does and takes");
     add_json(*call, options->as_json);

@@ -4,25 +4,15 @@
 #pragma once
 
 #include "tools/call_table.h"
+#include "tools/given_values.h"
 #include "tools/operation.h"
 #include "tools/records.h"
 
 #include <functional>
-#include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
-
-/// What was given: NAME or NAME.FIELD, and its value.
-using given_values = std::map<std::string, std::string>;
-
-/// Fails as a usage failure, naming what is wrong, unless every name is one of the entry's and has
-/// a value that may be given.
-void check_given(const entry& which, const entry_description& description,
-                 const given_values& given);
-
-/// The number in `text`, decimal or with 0x. Fails as a usage failure unless it fits the C++ type.
-uint64_t number_for(const std::string& name, const std::string& type, const std::string& text);
 
 struct call_message {
     std::string severity;
@@ -50,6 +40,7 @@ class call_scene {
     void make_all();
     uint64_t make(const argument& which);
     uint64_t make_value(const argument& which);
+    uint64_t make_record(const argument& which);
     uint64_t make_opened(const argument& which);
     uint64_t make_handle_out(const argument& which);
     uint64_t make_shown(const argument& which);
@@ -66,6 +57,9 @@ class call_scene {
     host_image& open_image(const argument& which, bool to_write);
     template <typename Handle, typename Open, typename Close>
     uint64_t open_handle(const char* what, const std::string& object, Open open, Close ending);
+    uint64_t open_image_list(const argument& which);
+    uint64_t open_lsu_list();
+    uint64_t open_channel(const argument& which);
     template <typename Handle, typename Close>
     uint64_t handle_out(const argument& which, Close ending);
     template <typename Record>
@@ -74,8 +68,13 @@ class call_scene {
     int end_copy(sts_next_operation_s** holder);
     void require_some_rate();
 
+    /// Keeps a value as long as the scene, where the entry finds it.
     template <typename Value>
-    Value* keep(Value value);
+    Value* keep(Value value) {
+        const auto kept = std::make_shared<Value>(std::move(value));
+        kept_.push_back(kept);
+        return kept.get();
+    }
 
     /// An entry that closes takes the handle with it.
     bool is_closing() const;

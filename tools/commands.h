@@ -57,12 +57,23 @@ inline std::string command_help(const std::string& more, const std::vector<std::
     return text;
 }
 
-inline void add_server(CLI::App& app, std::string& server) {
-    app.add_option("--server", server, "The server's full name")->required()->type_name("NAME");
+/// An option or argument that names something, or several. An empty name, as of a variable that
+/// isn't set, is refused: it would stand for everything, or for the default.
+template <typename Names>
+CLI::Option* add_named(CLI::App& app, const std::string& option, Names& names,
+                       const std::string& help, const std::string& type = "") {
+    const auto refused = [](const std::string& name) {
+        return name.empty() ? std::string("the value is empty") : std::string();
+    };
+    return app.add_option(option, names, help)->type_name(type)->check(CLI::Validator(refused, ""));
+}
+
+inline CLI::Option* add_server(CLI::App& app, std::string& server) {
+    return add_named(app, "--server", server, "The server's full name", "NAME");
 }
 
 inline void add_lsu_option(CLI::App& app, std::string& lsu) {
-    app.add_option("--lsu", lsu, "The LSU")->required()->type_name("LSU");
+    add_named(app, "--lsu", lsu, "The LSU", "LSU")->required();
 }
 
 inline void add_json(CLI::App& app, bool& as_json) {
@@ -80,7 +91,7 @@ CLI::App* add_command(CLI::App& group, request& asked, const char* name, const c
                       const std::shared_ptr<Options>& options,
                       int (*action)(const server_options&, const Options&)) {
     CLI::App* const app = group.add_subcommand(name, summary);
-    add_server(*app, asked.common.server);
+    add_server(*app, asked.common.server)->required();
     chooses(*app, asked, [&asked, options, action] { return action(asked.common, *options); });
     return app;
 }

@@ -118,7 +118,7 @@ int run_get(const server_options& common, const config_options& options) {
 std::string wanted_text(const assignments& wanted) {
     std::string text;
     for (const auto& [key, value] : wanted) {
-        text += (text.empty() ? "" : " ") + key + "=" + value;
+        text += fmt::format("{}{}={}", text.empty() ? "" : " ", key, value);
     }
     return text;
 }
@@ -149,10 +149,10 @@ std::string refused_text(const server_settings& after, const assignments& wanted
     return text;
 }
 
-[[noreturn]] void fail_to_set(const host_server& server, const assignments& wanted,
-                              const std::string& why) {
-    throw status_failure(fmt::format("setting {} of the server \"{}\" failed: {}",
-                                     wanted_text(wanted), server.name(), why));
+std::string failed_text(const host_server& server, const assignments& wanted,
+                        const std::string& why) {
+    return fmt::format("setting {} of the server \"{}\" failed: {}", wanted_text(wanted),
+                       server.name(), why);
 }
 
 /// Names every row that has another value now, asked for or adjusted by the layer that owns it.
@@ -180,17 +180,18 @@ int run_set(const server_options& common, const config_options& options) {
     const server_settings before = read_config(to.server);
     const std::string text = changed_text(before, wanted, common.server);
     if (const std::string refused = refused_by_plugin(text, wanted); !refused.empty()) {
-        fail_to_set(to.server, wanted, refused + "nothing is changed");
+        throw failure(failed_text(to.server, wanted, refused + "nothing is changed"));
     }
     std::string reason;
     if (const int status = write_text(to.server, text, reason)) {
-        fail_to_set(to.server, wanted,
-                    fmt::format("{}{}{}; {}", reason, reason.empty() ? "" : ": ",
-                                status_text(status), undo(to.server, before)));
+        throw status_failure(
+            failed_text(to.server, wanted,
+                        fmt::format("{}{}{}; {}", reason, reason.empty() ? "" : ": ",
+                                    status_text(status), undo(to.server, before))));
     }
     const server_settings after = read_config(to.server);
     if (const std::string refused = refused_text(after, wanted); !refused.empty()) {
-        fail_to_set(to.server, wanted, refused + undo(to.server, before));
+        throw status_failure(failed_text(to.server, wanted, refused + undo(to.server, before)));
     }
     print_changes(before, after);
     to.server.close();
@@ -211,8 +212,8 @@ void add_config(CLI::App& app, request& asked) {
 
     CLI::App* const get = config->add_subcommand(
         "get", "Print the settings of all layers, the next layer's before the plugin's");
-    get->add_option("KEY", options->key, "Print the value of this one alone")->type_name("");
-    add_server(*get, asked.common.server);
+    add_named(*get, "KEY", options->key, "Print the value of this one alone");
+    add_server(*get, asked.common.server)->required();
     CLI::Option* const as_json = get->add_flag("--json", options->as_json,
                                                "Print objects for a program: name, value, type, "
                                                "fixed, description");
@@ -227,7 +228,7 @@ void add_config(CLI::App& app, request& asked) {
     CLI::App* const set =
         config->add_subcommand("set", "Change settings: all that are named or none");
     set->add_option("KEY=VALUE", options->assignments, "What to set")->required()->type_name("");
-    add_server(*set, asked.common.server);
+    add_server(*set, asked.common.server)->required();
     set->footer(command_help(
         "A server of the type \"global\" sets what all storages share, any other its own "
         "storage's\n"

@@ -177,8 +177,8 @@ void add_events(CLI::App& app, request& asked) {
     const auto options = std::make_shared<events_options>();
     CLI::App* const events =
         app.add_subcommand("events", "Show the events of a server, those kept or as they come");
-    add_server(*events, asked.common.server);
-    events->add_option("--lsu", options->lsu, "Only those of one LSU")->type_name("LSU");
+    add_server(*events, asked.common.server)->required();
+    add_named(*events, "--lsu", options->lsu, "Only those of one LSU", "LSU");
     events->add_option("--kind", options->kinds, "Only those of a kind; may stand more than once")
         ->check(CLI::IsMember(event_kinds()).description(""))
         ->allow_extra_args(false)

@@ -10,6 +10,7 @@
 #include "tools/records.h"
 #include "tools/sizes.h"
 #include "tools/status_names.h"
+#include "tools/waiting.h"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -19,6 +20,7 @@
 namespace {
 
 constexpr uint64_t meta_block = uint64_t{64} * 1024;
+constexpr uint64_t most_rate = uint64_t{1} << 50; // bytes per second: more is no limit
 
 struct image_options {
     std::string lsu;
@@ -36,6 +38,7 @@ struct image_options {
 // --- list, groups, show, delete ----------------------------------------------------------------
 
 int list_images(const server_options& common, const image_options& options) {
+    const waiting notice("listing the images of \"" + options.lsu + "\"");
     connection to(common);
     to.server.require_lsu(options.lsu);
     json all = json::array();
@@ -66,6 +69,7 @@ int list_images(const server_options& common, const image_options& options) {
 
 /// The names come from the images: a list of groups would leave the server unable to close.
 int list_groups(const server_options& common, const image_options& options) {
+    const waiting notice("listing the image groups of \"" + options.lsu + "\"");
     connection to(common);
     to.server.require_lsu(options.lsu);
     const sts_lsu_ref_s reference = to.server.ref(options.lsu);
@@ -85,8 +89,13 @@ int list_groups(const server_options& common, const image_options& options) {
         lines.push_back(
             {printable(name), std::to_string(group.image_count), size_text(group.size)});
     }
-    fmt::print("{}", options.as_json ? dumped(all, 2) + "\n"
-                                     : columns_text({"group", "images", "size"}, lines));
+    if (options.as_json) {
+        fmt::print("{}\n", dumped(all, 2));
+    } else if (lines.empty()) {
+        fmt::print("The images of the LSU \"{}\" are in no group.\n", options.lsu);
+    } else {
+        fmt::print("{}", columns_text({"group", "images", "size"}, lines));
+    }
     return ended(to.server);
 }
 
@@ -152,6 +161,7 @@ int print_meta(const server_options& common, const image_options& options) {
 
 /// The image is written again as a whole: readers see the old one until this is done.
 int set_meta(const server_options& common, const image_options& options, const std::string& meta) {
+    const waiting notice("writing the image \"" + options.image + "\" again");
     connection to(common);
     host_image image = to.server.open_image(options.lsu, options.image, STS_IMAGE_WRITE);
     require_ok(to.server.entries().delete_files(image.handle(), STS_FILES_META, 0, 0, 0, 0),
@@ -208,7 +218,7 @@ CLI::App* add_image_command(CLI::App& image, request& asked, const char* name, c
 }
 
 void add_name(CLI::App& app, image_options& options) {
-    app.add_option("IMAGE", options.image, "The image's name")->required()->type_name("");
+    add_named(app, "IMAGE", options.image, "The image's name")->required();
 }
 
 void add_copy(CLI::App& image, request& asked, const std::shared_ptr<image_options>& options,
@@ -217,16 +227,13 @@ void add_copy(CLI::App& image, request& asked, const std::shared_ptr<image_optio
                                              "Copy an image within the storage", options, run_copy);
     copy_request& wanted = options->copy;
     add_name(*copy, *options);
-    copy->add_option("--to-lsu", wanted.to_lsu, "The LSU that it is copied to")
-        ->required()
-        ->type_name("LSU");
-    copy->add_option("--to-image", wanted.to_image, "The copy's name (default: the same)")
-        ->type_name("IMAGE");
-    copy->add_option("--to-server", wanted.to_server,
-                     "The server that it is copied to (default: the same)")
-        ->type_name("NAME");
+    add_named(*copy, "--to-lsu", wanted.to_lsu, "The LSU that it is copied to", "LSU")->required();
+    add_named(*copy, "--to-image", wanted.to_image, "The copy's name (default: the same)", "IMAGE");
+    add_named(*copy, "--to-server", wanted.to_server,
+              "The server that it is copied to (default: the same)", "NAME");
     copy->add_option("--rate", wanted.rate, "At most so many bytes a second, as in 10M")
         ->transform(CLI::AsSizeValue(false).description(""))
+        ->check(CLI::Range(uint64_t{1}, most_rate).description(""))
         ->type_name("SIZE");
     add_block_option(*copy, wanted.block);
     copy->footer(command_help(
@@ -247,10 +254,9 @@ void add_meta(CLI::App& image, request& asked, const std::shared_ptr<image_optio
         meta->add_option("--set", options->new_meta, "Put this text in its place")
             ->type_name("TEXT")
             ->each([options](const std::string&) { options->sets_meta = true; });
-    CLI::Option* const file =
-        meta->add_option("--set-file", options->meta_file, "Put this file's content in its place")
-            ->type_name("FILE")
-            ->excludes(set);
+    CLI::Option* const file = add_named(*meta, "--set-file", options->meta_file,
+                                        "Put this file's content in its place", "FILE")
+                                  ->excludes(set);
     meta->add_flag("--clear", options->clears_meta, "Take it away")->excludes(set)->excludes(file);
     meta->footer(command_help("Setting writes the image again, with the data that it has.\n",
                               {"image meta monday.1of1 > catalogue" + to,
@@ -271,7 +277,7 @@ void add_image(CLI::App& app, request& asked) {
 
     CLI::App* const list =
         add_image_command(*image, asked, "list", "List an LSU's images", options, list_images);
-    list->add_option("--group", options->group, "Only those of a group")->type_name("GROUP");
+    add_named(*list, "--group", options->group, "Only those of a group", "GROUP");
     add_json(*list, options->as_json);
     list->footer(
         command_help("With --json it is one list of objects: image, group, lsu, server, size "
@@ -291,7 +297,7 @@ void add_image(CLI::App& app, request& asked) {
 
     CLI::App* const remove =
         add_image_command(*image, asked, "delete", "Delete images", options, delete_images);
-    remove->add_option("IMAGE", options->images, "Their names")->required()->type_name("");
+    add_named(*remove, "IMAGE", options->images, "Their names")->required();
     remove->footer(command_help("", {"image delete monday.1of2 monday.2of2" + to}));
 
     add_copy(*image, asked, options, to);

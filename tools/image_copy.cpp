@@ -12,7 +12,6 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
-#include <cstring>
 #include <fmt/format.h>
 
 namespace {
@@ -26,27 +25,30 @@ constexpr size_t bar_width = 20;
 constexpr int32_t only_look = 0;
 constexpr int32_t until_the_end = -1;
 
+status_failure failed_copy(const copy_request& wanted, const std::string& server, int status) {
+    const std::string to_server =
+        wanted.to_server.empty() ? "" : fmt::format(" of the server \"{}\"", wanted.to_server);
+    return status_failure(
+        fmt::format("copying the image \"{}/{}\" of the server \"{}\" to \"{}/{}\"{} failed: {}",
+                    wanted.lsu, printable(wanted.image), server, wanted.to_lsu,
+                    printable(wanted.to_image), to_server, status_text(status)));
+}
+
 /// A copy that runs in the storage.
 class running_copy {
   public:
     running_copy(const host_server& server, const copy_request& wanted)
-        : server_(server), what_(wanted.image) {
+        : server_(server), wanted_(wanted) {
         const sts_lsu_ref_s lsu = server_.ref(wanted.lsu);
         const sts_image_def_s source = image_definition(wanted.image);
-        sts_copy_target_s target = {};
-        copy_text(target.server_name, next_layer_name(wanted.to_server), "the server name");
-        copy_text(target.lsu, wanted.to_lsu, "the LSU name");
-        copy_text(target.image, wanted.to_image, "the image name");
-        sts_disk_copy_params_s known = {};
-        known.block_size = wanted.block;
-        known.bytes_per_second = wanted.rate;
-        sts_copy_params_s params = {};
-        memcpy(&params, &known, sizeof params);
+        const sts_copy_target_s target =
+            copy_target(wanted.to_image, wanted.to_lsu, next_layer_name(wanted.to_server));
+        const sts_copy_params_s params = copy_params(wanted.block, wanted.rate);
         const int status = server_.entries().async_copy_image(
             0, forwarded(&source), &lsu, forwarded(&target), &holder_, 0, params);
         if (status != STS_OK) {
             release();
-            throw failed("copying the image", what_, server_.name(), status);
+            throw failed_copy(wanted_, server_.name(), status);
         }
     }
     ~running_copy() {
@@ -62,7 +64,8 @@ class running_copy {
         const int status = server_.entries().async_wait(&server_.session(), holder_, seconds, &now);
         if (status != STS_OK) {
             has_ended_ = true; // nobody knows it any more
-            throw failed("waiting for the copy of the image", what_, server_.name(), status);
+            throw failed("waiting for the copy of the image", wanted_.image, server_.name(),
+                         status);
         }
         has_ended_ = now.state == STS_ASYNC_ENDED;
         return now;
@@ -78,7 +81,7 @@ class running_copy {
     void release() { free(static_cast<void*>(holder_)); }
 
     const host_server& server_;
-    const std::string what_;
+    const copy_request& wanted_;
     sts_next_operation_s** holder_ = nullptr;
     bool has_ended_ = false;
 };
@@ -160,7 +163,7 @@ int copy_image(const host_server& server, const copy_request& wanted, const sign
         return EXIT_INTERRUPTED;
     }
     if (now.result != STS_OK) {
-        throw failed("copying the image", wanted.image, server.name(), now.result);
+        throw failed_copy(wanted, server.name(), now.result);
     }
     fmt::print("The image \"{}\" is copied to \"{}\" in the LSU \"{}\": {} in {:.1f} s.\n",
                printable(wanted.image), printable(wanted.to_image), printable(wanted.to_lsu),

@@ -1,6 +1,7 @@
 #include "tools/joined_runs.h"
 
 #include "tools/failure.h"
+#include "tools/printable.h"
 
 #include <algorithm>
 #include <cmath>
@@ -85,7 +86,11 @@ recorded_run read_run(const std::string& file, const std::string& text) {
     try {
         return run_of(json::parse(text));
     } catch (const json::exception& error) {
-        throw failure(fmt::format("{} doesn't hold the figures of a run: {}", file, error.what()));
+        const std::string reason = error.what();
+        const size_t code_end = reason.find("] "); // "[json.exception.NAME.101] ..."
+        throw failure(fmt::format(
+            "{} doesn't hold the figures of a run: {}", file,
+            printable(reason.substr(code_end != std::string::npos ? code_end + 2 : 0))));
     } catch (const failure& error) {
         throw failure(fmt::format("{} doesn't hold the figures of a run: {}", file, error.what()));
     }

@@ -6,6 +6,7 @@
 #include "tools/records.h"
 #include "tools/sizes.h"
 #include "tools/status_names.h"
+#include "tools/waiting.h"
 
 #include <fmt/format.h>
 #include <memory>
@@ -73,6 +74,7 @@ std::string shown_text(const json& fields) {
 // --- the commands ------------------------------------------------------------------------------
 
 int list_lsus(const server_options& common, const lsu_options& options) {
+    const waiting notice("listing the LSUs of \"" + common.server + "\"");
     connection to(common);
     json all = json::array();
     std::vector<std::vector<std::string>> lines;
@@ -145,7 +147,7 @@ int find_lsu(const server_options& common, const lsu_options& options) {
 // --- the options -------------------------------------------------------------------------------
 
 void add_name(CLI::App& app, lsu_options& options) {
-    app.add_option("LSU", options.name, "The LSU's name")->required()->type_name("");
+    add_named(app, "LSU", options.name, "The LSU's name")->required();
 }
 
 } // namespace
@@ -198,6 +200,6 @@ void add_lsu(CLI::App& app, request& asked) {
 
     CLI::App* const find =
         add_command(*lsu, asked, "find", "Print the LSU with a label", options, find_lsu);
-    find->add_option("TEXT", options->label, "The label")->required()->type_name("");
+    add_named(*find, "TEXT", options->label, "The label")->required();
     find->footer(command_help("", {"lsu find tape4" + to}));
 }

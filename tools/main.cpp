@@ -17,15 +17,24 @@ namespace fs = std::filesystem;
 namespace {
 
 void add_common(CLI::App& app, request& asked) {
-    app.add_option("--conf-dir", asked.conf_dir,
-                   "Directory of the settings files, in place of VL_CONF_DIR")
-        ->type_name("DIR");
-    app.add_option("--plugin", asked.common.plugin,
-                   "The plugin (default: libstspithrottling.so of ../lib beside this program, then "
-                   "as the loader finds it)")
-        ->type_name("PATH");
+    add_named(app, "--conf-dir", asked.conf_dir,
+              "Directory of the settings files, in place of VL_CONF_DIR", "DIR");
+    add_named(app, "--plugin", asked.common.plugin,
+              "The plugin (default: libstspithrottling.so of ../lib beside this program, then as "
+              "the loader finds it)",
+              "PATH");
     app.add_flag("--log", asked.shows_problems, "Show the plugin's warnings and errors");
     app.add_flag("-v,--verbose", asked.is_verbose, "Show the plugin's debug messages too");
+}
+
+/// What is missing is said before what is too much: a command misspelt is both.
+std::string usage_text(const CLI::App* app, const CLI::Error& error) {
+    std::string text = std::string(error.what()) + "\n";
+    const std::vector<std::string> unknown = app->remaining(true);
+    if (error.get_name() == "RequiredError" && !unknown.empty()) {
+        text += "Not known here: " + unknown.front() + "\n";
+    }
+    return text + "Run with --help for more information.\n";
 }
 
 log_choice chosen_log(const request& asked) {
@@ -77,6 +86,7 @@ int run_program(int argc, char** argv) {
                  "throttlectl");
     app.require_subcommand(1);
     app.fallthrough();
+    app.failure_message(usage_text);
     app.footer(exit_help +
                example(std::string("run backup /etc") + example_server + " --lsu daily") +
                example("preview --week"));

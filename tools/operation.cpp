@@ -86,6 +86,10 @@ int file_problems::summary() const {
 
 int run_operation(const run_options& options, transfer& run, const std::function<void()>& job,
                   const std::function<int()>& summary) {
+    if (!options.json.empty() && is_same_file(options.json, options.plot)) {
+        throw usage_failure(
+            fmt::format("{} can't hold both the figures and the picture", options.json));
+    }
     require_writable(options.json);
     require_writable(options.plot);
     const std::exception_ptr thrown = supervise(run, job);

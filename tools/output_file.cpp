@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fmt/format.h>
 #include <fstream>
 
@@ -19,6 +20,12 @@ void require_writable(const std::string& path) {
     if (!path.empty() && !std::ofstream(path, std::ios::app)) {
         fail_to_write(path);
     }
+}
+
+bool is_same_file(const std::string& left, const std::string& right) {
+    std::error_code error;
+    return std::filesystem::weakly_canonical(left, error) ==
+           std::filesystem::weakly_canonical(right, error);
 }
 
 void write_file(const std::string& path, const std::string& text) {

@@ -20,6 +20,10 @@ struct plot_options {
 int run_plot(const plot_options& options) {
     std::vector<recorded_run> runs;
     for (const std::string& path : options.runs) {
+        if (is_same_file(path, options.picture)) {
+            throw usage_failure(
+                fmt::format("{} holds a run: the picture can't be put there", path));
+        }
         runs.push_back(read_run(path, read_file(path)));
     }
     write_file(options.picture, plot_svg(joined(options.title, runs)));
@@ -33,10 +37,8 @@ void add_plot(CLI::App& app, request& asked) {
     const auto kept = std::make_shared<plot_options>();
     CLI::App* const plot =
         app.add_subcommand("plot", "Draw several runs in one picture, each as one curve");
-    plot->add_option("RUN", kept->runs, "Files that \"run\" wrote for --json")
-        ->required()
-        ->type_name("");
-    plot->add_option("--to", kept->picture, "The picture")->required()->type_name("FILE.svg");
+    add_named(*plot, "RUN", kept->runs, "Files that \"run\" wrote for --json")->required();
+    add_named(*plot, "--to", kept->picture, "The picture", "FILE.svg")->required();
     plot->add_option("--title", kept->title, "What stands above it")
         ->type_name("TEXT")
         ->capture_default_str();

@@ -1,6 +1,7 @@
 #include "tools/plugin_host.h"
 
 #include "tools/console.h"
+#include "tools/printable.h"
 #include "tools/records.h"
 #include "tools/status_names.h"
 
@@ -193,8 +194,9 @@ void host_server::pass_over(const std::string& reason) {
 }
 
 void host_server::require_lsu(const std::string& lsu) {
-    const std::vector<std::string> names = lsus();
+    std::vector<std::string> names = lsus();
     if (!std::binary_search(names.begin(), names.end(), lsu)) {
+        std::transform(names.begin(), names.end(), names.begin(), printable);
         throw failure(fmt::format("the server \"{}\" has no LSU \"{}\"{}", name_, lsu,
                                   names.empty()
                                       ? ", and no other either"

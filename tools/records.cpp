@@ -33,6 +33,24 @@ sts_lsu_def_s lsu_definition(const std::string& lsu, const std::string& label) {
     return definition;
 }
 
+sts_copy_target_s copy_target(const std::string& image, const std::string& lsu,
+                              const std::string& server) {
+    sts_copy_target_s target = {};
+    copy_text(target.image, image, "the image name");
+    copy_text(target.lsu, lsu, "the LSU name");
+    copy_text(target.server_name, server, "the server name");
+    return target;
+}
+
+sts_copy_params_s copy_params(uint64_t block, uint64_t rate) {
+    sts_disk_copy_params_s known = {};
+    known.block_size = block;
+    known.bytes_per_second = rate;
+    sts_copy_params_s params = {};
+    memcpy(&params, &known, sizeof params);
+    return params;
+}
+
 sts_lsu_ref_s* given_up_copy(const sts_lsu_ref_s& lsu) {
     auto* const copy = static_cast<sts_lsu_ref_s*>(malloc(sizeof lsu));
     if (copy == nullptr) {

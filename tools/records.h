@@ -24,6 +24,14 @@ void copy_text(char (&field)[size], const std::string& text, const std::string& 
 sts_image_def_s image_definition(const std::string& image, const std::string& group = {});
 sts_lsu_def_s lsu_definition(const std::string& lsu, const std::string& label);
 
+/// What a copy makes; `server` is the next layer's name of it, empty: the source's.
+sts_copy_target_s copy_target(const std::string& image, const std::string& lsu,
+                              const std::string& server = {});
+
+/// How a copy is made: `block` bytes at a time and at most `rate` bytes a second; 0: as the storage
+/// does.
+sts_copy_params_s copy_params(uint64_t block, uint64_t rate);
+
 /// A copy that the plugin frees.
 sts_lsu_ref_s* given_up_copy(const sts_lsu_ref_s& lsu);
 

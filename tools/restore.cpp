@@ -44,16 +44,6 @@ archive_ptr new_extractor() {
     return disk;
 }
 
-/// As people write it: a directory without the "/" at its end.
-std::string name_of(archive_entry* entry) {
-    const char* const path = archive_entry_pathname(entry);
-    std::string name = path != nullptr ? path : "";
-    while (name.size() > 1 && name.back() == '/') {
-        name.pop_back();
-    }
-    return name;
-}
-
 /// Extracts entries, one after the other.
 class extractor {
   public:
@@ -201,7 +191,7 @@ int run_restore(const restore_options& options) {
         connection from(options);
         from.server.require_lsu(options.lsu);
         const std::vector<listed_image> set =
-            find_backup(from.server.images(options.lsu), options.backup);
+            find_backup(from.server.images(options.lsu), options.lsu, options.backup);
         prepare_target(options);
         enter_target(target);
 

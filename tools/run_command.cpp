@@ -52,29 +52,26 @@ std::string default_name() {
 // --- the options -------------------------------------------------------------------------------
 
 void add_place(CLI::App& app, run_options& options, bool needs_lsu = true) {
-    app.add_option("--server", options.server, "The server's full name")
-        ->required()
-        ->type_name("NAME");
-    app.add_option("--lsu", options.lsu,
-                   needs_lsu ? "The LSU" : "The LSU (default: list the server's LSUs)")
-        ->required(needs_lsu)
-        ->type_name("LSU");
+    add_server(app, options.server)->required();
+    add_named(app, "--lsu", options.lsu,
+              needs_lsu ? "The LSU" : "The LSU (default: list the server's LSUs)", "LSU")
+        ->required(needs_lsu);
 }
 
 void add_transfer(CLI::App& app, run_options& options) {
     add_block_option(app, options.block);
-    app.add_option("--plot", options.plot, "Draw the rates over time")->type_name("FILE.svg");
-    app.add_option("--json", options.json, "Write the figures for a program")->type_name("FILE");
+    add_named(app, "--plot", options.plot, "Draw the rates over time", "FILE.svg");
+    add_named(app, "--json", options.json, "Write the figures for a program", "FILE");
 }
 
 void add_backup(CLI::App& run, request& asked) {
     const auto kept = std::make_shared<backup_options>();
     backup_options& options = *kept;
     CLI::App* const app = run.add_subcommand("backup", "Back up directory trees into images");
-    app->add_option("DIR", options.directories, "The trees to back up")->required()->type_name("");
+    add_named(*app, "DIR", options.directories, "The trees to back up")->required();
     add_place(*app, options);
-    app->add_option("--name", options.backup, "The backup's name (default: backup-DATE-TIME)")
-        ->type_name("BACKUP");
+    add_named(*app, "--name", options.backup, "The backup's name (default: backup-DATE-TIME)",
+              "BACKUP");
     app->add_option("--streams", options.streams, "Streams that run at once, an image each")
         ->check(CLI::Range(1, 64).description(""))
         ->type_name("N")
@@ -95,10 +92,9 @@ void add_restore(CLI::App& run, request& asked) {
     restore_options& options = *kept;
     CLI::App* const app = run.add_subcommand("restore", "Restore a backup into a directory");
     add_place(*app, options);
-    app->add_option("--name", options.backup, "The backup's name")->required()->type_name("BACKUP");
-    app->add_option("--to", options.target, "The directory, made when it isn't there")
-        ->required()
-        ->type_name("DIR");
+    add_named(*app, "--name", options.backup, "The backup's name", "BACKUP")->required();
+    add_named(*app, "--to", options.target, "The directory, made when it isn't there", "DIR")
+        ->required();
     app->add_flag("--force", options.force, "Also into a directory that isn't empty");
     add_transfer(*app, options);
     app->footer(run_help("Nothing is written outside the directory, whatever the images hold.\n",
@@ -112,13 +108,11 @@ void add_verify(CLI::App& run, request& asked) {
     CLI::App* const app =
         run.add_subcommand("verify", "Compare a backup with trees, byte for byte");
     CLI::Option* const directories =
-        app->add_option("DIR", options.directories, "The trees, named as for the backup")
-            ->type_name("");
+        add_named(*app, "DIR", options.directories, "The trees, named as for the backup");
     add_place(*app, options);
-    app->add_option("--name", options.backup, "The backup's name")->required()->type_name("BACKUP");
-    app->add_option("--restored", options.restored,
-                    "Compare with what a restore has put into this directory")
-        ->type_name("DIR")
+    add_named(*app, "--name", options.backup, "The backup's name", "BACKUP")->required();
+    add_named(*app, "--restored", options.restored,
+              "Compare with what a restore has put into this directory", "DIR")
         ->excludes(directories);
     add_transfer(*app, options);
     app->footer(run_help("", "verify /etc /home", " --name monday"));

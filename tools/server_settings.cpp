@@ -107,7 +107,8 @@ const setting_row& require_row(const server_settings& current, const std::string
 void require_value(const setting_row& row, const std::string& value) {
     if (row.type == "int" && !number_in(value)) {
         throw failure(
-            fmt::format("\"{}\" can't be set to \"{}\": not a whole number", row.name, value));
+            fmt::format("\"{}\" can't be set to \"{}\": not a whole number, or too long a one",
+                        row.name, value));
     }
     if (value.find_first_of(",;\n") != std::string::npos) {
         throw failure(fmt::format("\"{}\" can't be set to \"{}\": a value holds no comma, "

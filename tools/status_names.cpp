@@ -36,7 +36,7 @@ constexpr status_row rows[] = {
                       "THR:LOG_LEVEL=0"),
     ROW(STS_ERR_MAX_CONNECTIONS, "the service refuses one more connection to this storage"),
     ROW(STS_ERR_NO_SERVICE, "the server needs no service"),
-    ROW(STS_ERR_BUFFER_SPACE, "the buffer can't hold the configuration text"),
+    ROW(STS_ERR_BUFFER_SPACE, "the caller's buffer can't hold what there is"),
     ROW(STS_ERR_NO_EVENT, "no event is waiting"),
 };
 #undef ROW

@@ -155,10 +155,7 @@ class share_comparison {
         std::string warning;
         while (archive_entry* const entry = reader_.next(warning)) {
             run_.check_may_move();
-            std::string name = archive_entry_pathname(entry);
-            while (name.size() > 1 && name.back() == '/') {
-                name.pop_back(); // of a directory
-            }
+            const std::string name = name_of(entry);
             trees_.note_in_backup(name);
             if (const tree_entry* const on_disk = trees_.find(name)) {
                 compare(name, entry, *on_disk);
@@ -293,7 +290,7 @@ int run_verify(const verify_options& options) {
         connection from(options);
         from.server.require_lsu(options.lsu);
         const std::vector<listed_image> set =
-            find_backup(from.server.images(options.lsu), options.backup);
+            find_backup(from.server.images(options.lsu), options.lsu, options.backup);
         const tree_listing listing = list_all(options, run, found);
         tree_index trees(listing);
         for (const listed_image& each : set) {

@@ -17,7 +17,7 @@ std::vector<listed_image> images_of(const std::vector<std::string>& names) {
 
 std::vector<std::string> found(const std::vector<std::string>& names, const std::string& backup) {
     std::vector<std::string> set;
-    for (const listed_image& image : find_backup(images_of(names), backup)) {
+    for (const listed_image& image : find_backup(images_of(names), "daily", backup)) {
         set.push_back(image.name);
     }
     return set;
@@ -73,9 +73,10 @@ TEST(BackupSet, ThatIsThereTwiceIsRefused) {
 }
 
 TEST(BackupSet, ThatIsNotThereIsRefusedWithThoseThatAre) {
-    EXPECT_EQ(failure_of({}, "b"), "there is no backup \"b\" in the LSU, and no other either");
+    EXPECT_EQ(failure_of({}, "b"),
+              "there is no backup \"b\" in the LSU \"daily\", and no other either");
     EXPECT_EQ(failure_of({"x.1of1", "a.1of2", "a.2of2", "strange"}, "b"),
-              "there is no backup \"b\" in the LSU; it has a, x");
+              "there is no backup \"b\" in the LSU \"daily\"; it has a, x");
 }
 
 } // namespace

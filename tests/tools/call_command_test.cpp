@@ -359,11 +359,11 @@ TEST_F(CallCommand, ValuesThatAreNoneAreNamed) {
                  "length=\"much\" is not a whole number");
     expect_usage({"open_image_list_v7", "lsu=daily", "type=9999999999"}, "type=\"9999999999\"");
     expect_usage({"read_image_v7", "image=daily/a", "length=99999999999"},
-                 "length=99999999999 is more than buffer can be: 16777216");
+                 "length=99999999999 is more than buffer can hold: 16777216");
     expect_usage({"write_image_v7", "image=daily/a", "buffer=abc", "length=4"},
-                 "length=4 is more than buffer can be: 3");
+                 "length=4 is more than buffer can hold: 3");
     expect_usage({"get_lsu_replication_prop", "lsu=daily", "first=1000000"},
-                 "first=1000000 is more than second can be: 4096");
+                 "first=1000000 is more than second can hold: 4096");
     EXPECT_EQ(get_image("a"), "hello there");
 }
 

@@ -1,9 +1,9 @@
 // The entries that "call" knows, and what it says of them.
 
-#include "tools/call_scene.h"
 #include "tools/call_table.h"
 #include "tools/entry_list.h"
 #include "tools/failure.h"
+#include "tools/given_values.h"
 #include "tools/image_copy.h"
 #include "tools/records.h"
 

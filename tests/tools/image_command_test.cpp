@@ -61,6 +61,8 @@ TEST_F(ImageCommand, ListOfAGroupHasItsImagesAlone) {
 
 TEST_F(ImageCommand, GroupsAreCounted) {
     EXPECT_EQ(image({"groups"}).out, "group  images  size\nfull   1       11 B\n");
+    EXPECT_EQ(image({"groups"}, "weekly").out,
+              "The images of the LSU \"weekly\" are in no group.\n");
     EXPECT_EQ(json::parse(image({"groups", "--json"}).out),
               json::array({{{"group", "full"}, {"images", 1}, {"size", 11}}}));
 }
@@ -116,8 +118,9 @@ TEST_F(ImageCommand, CopyToAnotherServerTakesItsFullName) {
 }
 
 TEST_F(ImageCommand, CopyThatCanNotBeginTellsTheStatus) {
-    const std::string failed = "copying the image \"a\" of the server \"" + server() +
-                               "\" failed: status 2061017: the storage says: File exists";
+    const std::string failed = "copying the image \"daily/a\" of the server \"" + server() +
+                               "\" to \"daily/a\" failed: status 2061017: the storage says: File "
+                               "exists";
     const ended copy = image({"copy", "a", "--to-lsu", "daily"});
     EXPECT_EQ(copy.code, 1);
     EXPECT_THAT(copy.err, HasSubstr(failed));

@@ -67,7 +67,8 @@ TEST(JoinedRuns, BytesBetweenTwoMomentsAreSpreadEvenly) {
 }
 
 TEST(JoinedRuns, WhatIsNoRunIsRefusedByItsFileAndKey) {
-    EXPECT_THAT(refusal_of("no JSON"), HasSubstr("a.json doesn't hold the figures of a run: "));
+    EXPECT_THAT(refusal_of("no JSON"),
+                HasSubstr("a.json doesn't hold the figures of a run: parse error at line 1"));
     EXPECT_THAT(refusal_of("[]"), HasSubstr("a.json doesn't"));
     EXPECT_THAT(refusal_of("{\"backup\": \"a\", \"samples\": []}"), HasSubstr("'began'"));
     EXPECT_THAT(refusal_of("{\"backup\": 5}"), HasSubstr("must be string"));

@@ -68,6 +68,8 @@ TEST_F(LsuCommand, NamesAreShownWithoutWhatMovesTheCursor) {
     EXPECT_EQ(lsu({"create", "a\x1b"}).out, "The LSU \"a\\x1b\" is created.\n");
     EXPECT_EQ(lsu({"label", "a\x1b", "b\n"}).out, "The LSU \"a\\x1b\" is labelled \"b\\n\".\n");
     EXPECT_THAT(lsu({"create", "a\x1b"}).err, HasSubstr("creating the LSU \"a\\x1b\""));
+    EXPECT_EQ(on_server({"run", "list"}).out, "a\\x1b\n");
+    EXPECT_THAT(on_server({"image", "list", "--lsu", "b"}).err, HasSubstr("it has a\\x1b\n"));
     EXPECT_EQ(lsu({"delete", "a\x1b"}).out, "The LSU \"a\\x1b\" is deleted.\n");
 }
 

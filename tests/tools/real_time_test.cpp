@@ -57,6 +57,16 @@ TEST_F(RealTime, OnATerminalEachStreamHasABarThatIsRedrawnInPlace) {
     EXPECT_THAT(shown, HasSubstr("\033[A\r\033[K\033[A\r\033[K\033[A\r\033[K"));
 }
 
+TEST_F(RealTime, CallThatLastsSaysSoEveryTwoSeconds) {
+    ASSERT_EQ(on_server({"lsu", "create", "daily"}).code, 0);
+    put_image("large", std::string(1000000, 'x'));
+    const ended call =
+        on_server({"call", "async_wait", "operation=daily/large", "operation.to=daily/copy",
+                   "operation.bytes_per_second=300000", "forwarded=-1"});
+    EXPECT_EQ(call.code, 0);
+    EXPECT_THAT(call.err, HasSubstr("calling async_wait: 2 s\n"));
+}
+
 TEST_F(RealTime, InterruptedBackupAbandonsItsImages) {
     write_settings("THR:SAMPLE_INTERVAL=60\nTHR:AVAIL_BANDWIDTH=400000\n"
                    "THR:WRITE_BANDWIDTH_PERCENT=100\n");

@@ -92,6 +92,9 @@ TEST_F(Refusal, ListedObjectThatIsGoneByThenIsNamedAndPassedOver) {
     EXPECT_EQ(list.out, "[]\n");
     EXPECT_THAT(list.err, HasSubstr("passed over: reading the properties of the LSU \"daily\" of "
                                     "the server \"s\" failed: status 2061002"));
+    list = tool({"run", "list", "--plugin", OTHER_PLUGIN, "--server", "s", "--lsu", "daily"});
+    EXPECT_EQ(list.code, 1);
+    EXPECT_THAT(list.err, HasSubstr("passed over: reading the properties of the image \"a\""));
     list = tool(
         {"image", "list", "--json", "--plugin", OTHER_PLUGIN, "--server", "s", "--lsu", "daily"});
     EXPECT_EQ(list.code, 1);
@@ -138,7 +141,7 @@ TEST_F(Refusal, UnknownBackupIsNamedWithThoseThatAreThere) {
     ASSERT_EQ(run("backup", {"tree", "--name", "monday"}).code, 0);
     ASSERT_EQ(run("backup", {"tree", "--name", "tuesday", "--streams", "2"}).code, 0);
     expect_failure(run("restore", {"--name", "friday", "--to", "r"}),
-                   "there is no backup \"friday\" in the LSU; it has monday, tuesday");
+                   "there is no backup \"friday\" in the LSU \"daily\"; it has monday, tuesday");
     EXPECT_FALSE(fs::exists(path("r")));
     expect_failure(run("verify", {"--name", "friday", "tree"}), "there is no backup \"friday\"");
 }
@@ -217,6 +220,18 @@ TEST_F(Refusal, FiguresThatCanNotBeWrittenEndTheRunBeforeItBegins) {
     expect_failure(run("backup", {"tree", "--name", "b", "--plot", path("conf")}),
                    "conf can't be written: Is a directory");
     EXPECT_THAT(run("list", {}).out, testing::Not(HasSubstr("b.1of1")));
+}
+
+TEST_F(Refusal, PictureIsNeverPutWhereFiguresAre) {
+    const ended both = run("backup", {"tree", "--name", "b", "--json", "f", "--plot", "./f"});
+    EXPECT_EQ(both.code, 2);
+    EXPECT_THAT(both.err, HasSubstr("f can't hold both the figures and the picture"));
+    EXPECT_FALSE(fs::exists(path("f")));
+    ASSERT_EQ(run("backup", {"tree", "--name", "b", "--json", "f"}).code, 0);
+    const ended plot = tool({"plot", "f", "--to", path("f")});
+    EXPECT_EQ(plot.code, 2);
+    EXPECT_THAT(plot.err, HasSubstr("f holds a run: the picture can't be put there"));
+    EXPECT_EQ(tool({"plot", "f", "--to", "picture"}).code, 0) << "the figures are gone";
 }
 
 // --- settings ----------------------------------------------------------------------------------

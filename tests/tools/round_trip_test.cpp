@@ -234,7 +234,7 @@ TEST_F(List, NamesImagesWithTheirBackups) {
     ASSERT_EQ(run("backup", {path("tree"), "--name", "b"}).code, 0);
     const ended list = run("list", {});
     EXPECT_EQ(list.code, 0);
-    EXPECT_THAT(list.out, testing::ContainsRegex("b.1of1 +[0-9.]+ KiB 20[0-9-]+ [0-9:]+ b\n"));
+    EXPECT_THAT(list.out, testing::ContainsRegex("b.1of1 +[0-9.]+ KiB +20[0-9-]+ [0-9:]+ +b\n"));
     EXPECT_THAT(list.err, IsEmpty());
 }
 

@@ -21,7 +21,8 @@ TEST_F(Usage, AsksForACommand) {
 }
 
 TEST_F(Usage, RefusesWhatItDoesNotKnow) {
-    expect_usage({"walk"}, "A subcommand is required");
+    expect_usage({"walk"}, "A subcommand is required\nNot known here: walk\n");
+    expect_usage({"lsu", "lits", "--server", "s"}, "Not known here: lits\n");
     expect_usage({"run", "list", "--server", "s", "--lsu", "l", "--fast"}, "--fast");
     expect_usage({"preview", "--direction", "up"}, "--direction");
 }
@@ -49,6 +50,35 @@ TEST_F(Usage, RefusesStreamsAndBlocksOutOfRange) {
     expect_usage(with("--block", "511"), "--block: Value 511 not in range");
     expect_usage(with("--block", "2G"), "--block: Value 2147483648 not in range");
     expect_usage(with("--block", "much"), "--block");
+}
+
+TEST_F(Usage, RefusesACopysRateThatIsNone) {
+    for (const char* rate : {"0", "-3", "fast"}) {
+        expect_usage(
+            {"image", "copy", "i", "--server", "s", "--lsu", "l", "--to-lsu", "m", "--rate", rate},
+            "--rate: ");
+    }
+}
+
+TEST_F(Usage, RefusesEmptyNamesRatherThanTakeThemForAllOrTheDefault) {
+    using words = std::vector<std::string>;
+    const std::vector<words> commands = {
+        {"events", "--server", "s", "--delete", "--lsu", ""},
+        {"image", "delete", "", "--server", "s", "--lsu", "l"},
+        {"image", "list", "--server", "s", "--lsu", "l", "--group", ""},
+        {"image", "meta", "i", "--server", "s", "--lsu", "l", "--set-file", ""},
+        {"image", "copy", "i", "--server", "s", "--lsu", "l", "--to-lsu", ""},
+        {"lsu", "create", "", "--server", "s"},
+        {"lsu", "list", "--server", ""},
+        {"config", "get", "", "--server", "s"},
+        {"run", "backup", "t", "--server", "s", "--lsu", "l", "--name", ""},
+        {"run", "backup", "", "--server", "s", "--lsu", "l"},
+        {"run", "restore", "--server", "s", "--lsu", "l", "--name", "b", "--to", ""},
+        {"plot", "r", "--to", ""},
+        {"preview", "--conf-dir", ""}};
+    for (const words& command : commands) {
+        expect_usage(command, ": the value is empty");
+    }
 }
 
 TEST_F(Usage, HelpOfEveryCommandShowsAnExample) {
