@@ -14,7 +14,7 @@
 #include <map>
 #include <string>
 
-/// The type of a server that owns the shared settings and moves no data of its own.
+/// The type of a server that owns the shared settings; no data is meant to go through it.
 constexpr const char* global_server_type = "global";
 
 /// Every setting of throttling. A new record holds the defaults.

@@ -67,10 +67,9 @@ CORBA::ORB_ptr start_orb(const std::vector<std::string>& endpoints, int64_t leas
         arguments.push_back("-ORB" + name);
         arguments.push_back(value);
     }
-    std::vector<char*> pointers;
-    for (std::string& each : arguments) {
-        pointers.push_back(each.data());
-    }
+    std::vector<char*> pointers(arguments.size());
+    std::transform(arguments.begin(), arguments.end(), pointers.begin(),
+                   [](std::string& each) { return each.data(); });
     auto count = static_cast<int>(pointers.size());
     return CORBA::ORB_init(count, pointers.data());
 }

@@ -72,7 +72,8 @@ void add_options(CLI::App& app, request& asked) {
         app.add_option("--http-listen", asked.web_address, "Address of the web page")
             ->type_name("ADDRESS")
             ->capture_default_str();
-    app.add_flag("!--no-http", asked.has_web, "No web page")
+    app.add_flag_callback(
+           "--no-http", [&] { asked.has_web = false; }, "No web page")
         ->excludes(web_port)
         ->excludes(web_address);
     app.add_option(
@@ -204,16 +205,16 @@ void serve(request& asked) {
 } // namespace
 
 int main(int argc, char** argv) {
-    request asked;
-    CLI::App app(about, "vlsld");
-    app.footer(more);
-    add_options(app, asked);
     try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? EXIT_SUCCESS : exit_usage;
-    }
-    try {
+        request asked;
+        CLI::App app(about, "vlsld");
+        app.footer(more);
+        add_options(app, asked);
+        try {
+            app.parse(argc, argv);
+        } catch (const CLI::ParseError& error) {
+            return app.exit(error) == 0 ? EXIT_SUCCESS : exit_usage;
+        }
         serve(asked);
         return EXIT_SUCCESS;
     } catch (const std::exception& error) {

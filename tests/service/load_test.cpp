@@ -172,7 +172,7 @@ TEST(Load, KilledClientsGiveBackAfterTheirLeaseInRealTime) {
     EXPECT_TRUE(service.await_log("ended, its lease has run out"));
 }
 
-TEST(Load, AFloodOnOneConnectionKeepsNobodyElseWaiting) {
+TEST(Load, AFloodOnOneConnectionKeepsNobodyElseWaitingInRealTime) {
     const service_process service;
     tool_process flood = start_clients(service, {"flood"});
     ASSERT_TRUE(flood.await_err("flooding"));
