@@ -13,6 +13,7 @@
 #include "tests/support/reply_text.h"
 #include "tests/support/scripted_service.h"
 
+#include <algorithm>
 #include <csignal>
 #include <fcntl.h>
 #include <functional>
@@ -38,6 +39,11 @@ class NoMemory : public FaultyHost {
     NoMemory() { session.log = drop_line; }
     void TearDown() override {
         fault::clear();
+        if (longest_delay_ > 0) {
+            std::cout << "delay of a step with a failing allocation: at most " << longest_delay_
+                      << " s\n";
+            EXPECT_LT(longest_delay_, time_out + slack);
+        }
         FaultyHost::TearDown();
     }
 
@@ -52,12 +58,13 @@ class NoMemory : public FaultyHost {
 
     /// Runs `run` between `before` and `after` with its first allocation failing, its second, ...
     /// How many it has.
-    static int with_each_failing(const step& before, const step& run, const step& after) {
+    int with_each_failing(const step& before, const step& run, const step& after) {
         int allocation = -1;
         bool failed = true;
         while (failed && allocation < limit) {
             before();
-            failed = with_one_failing(++allocation, run);
+            const double delay = seconds_of([&] { failed = with_one_failing(++allocation, run); });
+            longest_delay_ = std::max(longest_delay_, delay);
             after();
         }
         EXPECT_LT(allocation, limit) << "there is no end to it";
@@ -65,7 +72,7 @@ class NoMemory : public FaultyHost {
     }
 
     /// The same over and over, which must leave nothing behind.
-    static void expect_no_leak(const step& before, const step& run, const step& after) {
+    void expect_no_leak(const step& before, const step& run, const step& after) {
         constexpr int rounds = 20;
         const int allocations = with_each_failing(before, run, after); // what stays, stays
         EXPECT_GT(allocations, 0);
@@ -87,13 +94,16 @@ class NoMemory : public FaultyHost {
     }
 
     remote_service service;
+
+  private:
+    double longest_delay_ = 0; ///< seconds
 };
 
 const step nothing = [] {};
 
-class NoMemoryOverAConnection : public NoMemory {
+class NoMemoryOverAConnectionRealTime : public NoMemory {
   protected:
-    NoMemoryOverAConnection() {
+    NoMemoryOverAConnectionRealTime() {
         open_server();
         open();
         image->write();
@@ -105,26 +115,27 @@ class NoMemoryOverAConnection : public NoMemory {
     const step reconnect = write;
 };
 
-TEST_F(NoMemoryOverAConnection, InATransferLetsItsDataThrough) {
+TEST_F(NoMemoryOverAConnectionRealTime, InATransferLetsItsDataThrough) {
     expect_no_leak(reconnect, write, nothing);
     image->read_back();
     expect_next_transfer_is_counted();
 }
 
-TEST_F(NoMemoryOverAConnection, InATransferWithSomethingToHearLetsItsDataThrough) {
+TEST_F(NoMemoryOverAConnectionRealTime, InATransferWithSomethingToHearLetsItsDataThrough) {
     service.answer("check_bandwidth", returns(0, reply_text(2, 3)));
     expect_no_leak(reconnect, write, nothing);
     expect_next_transfer_is_counted();
 }
 
-TEST_F(NoMemoryOverAConnection, InATransferWhoseReportIsAnsweredByAnExceptionLetsItsDataThrough) {
+TEST_F(NoMemoryOverAConnectionRealTime,
+       InATransferWhoseReportIsAnsweredByAnExceptionLetsItsDataThrough) {
     service.answer("check_bandwidth", raises_operation_failed({1, 2, 3}));
     expect_no_leak(reconnect, write, nothing);
     service.answer("check_bandwidth", {});
     expect_next_transfer_is_counted();
 }
 
-TEST_F(NoMemoryOverAConnection, InAnImagesCloseLetsItClose) {
+TEST_F(NoMemoryOverAConnectionRealTime, InAnImagesCloseLetsItClose) {
     image.reset(); // its connection is given back by the last one's close
     const auto begin = [this] {
         open();
@@ -136,7 +147,7 @@ TEST_F(NoMemoryOverAConnection, InAnImagesCloseLetsItClose) {
     expect_next_transfer_is_counted();
 }
 
-TEST_F(NoMemoryOverAConnection, InAnotherImagesOpenFailsItForWantOfItsOwnHandleOnly) {
+TEST_F(NoMemoryOverAConnectionRealTime, InAnotherImagesOpenFailsItForWantOfItsOwnHandleOnly) {
     sts_lsu_ref_s lsu = {};
     lsu.server = server->handle;
     const auto* const definition = reinterpret_cast<const sts_image_def_s*>(&lsu);
