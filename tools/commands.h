@@ -44,17 +44,18 @@ constexpr const char* exit_help =
 
 constexpr const char* example_server = " --server CS_throttle:t1:disk:/srv/store";
 
-inline std::string example(const std::string& text) {
-    return "\nExample:\n  throttlectl " + text + "\n";
-}
-
-/// What stands below the options of a command on a server: `more`, and examples of it.
-inline std::string command_help(const std::string& more, const std::vector<std::string>& examples) {
-    std::string text = std::string(name_help) + more + common_help + "\nExamples:\n";
-    for (const std::string& each : examples) {
+/// Calls of the tool, without its name, one below the other.
+inline std::string examples(const std::vector<std::string>& calls) {
+    std::string text = "Examples:\n";
+    for (const std::string& each : calls) {
         text += "  throttlectl " + each + "\n";
     }
     return text;
+}
+
+/// What stands below the options of a command on a server: `more`, and examples of it.
+inline std::string command_help(const std::string& more, const std::vector<std::string>& calls) {
+    return std::string(name_help) + more + common_help + "\n" + examples(calls);
 }
 
 /// An option or argument that names something, or several. An empty name, as of a variable that

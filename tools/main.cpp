@@ -87,9 +87,9 @@ int run_program(int argc, char** argv) {
     app.require_subcommand(1);
     app.fallthrough();
     app.failure_message(usage_text);
-    app.footer(exit_help +
-               example(std::string("run backup /etc") + example_server + " --lsu daily") +
-               example("preview --week"));
+    app.footer(std::string(exit_help) + "\n" +
+               examples({std::string("run backup /etc") + example_server + " --lsu daily",
+                         "preview --week"}));
     add_common(app, asked);
     for (const auto& add :
          {add_run, add_plot, add_preview, add_lsu, add_image, add_events, add_config, add_call}) {

@@ -45,7 +45,7 @@ void add_plot(CLI::App& app, request& asked) {
     plot->footer(
         "How processes that share a storage share its bandwidth: the rate of each falls when\n"
         "another joins and rises when it leaves. The allowed rate is what those at work are\n"
-        "allowed together.\n" +
-        example("plot monday.json nightly.json --to both.svg"));
+        "allowed together.\n\n" +
+        examples({"plot monday.json nightly.json --to both.svg"}));
     chooses(*plot, asked, [kept] { return run_plot(*kept); });
 }

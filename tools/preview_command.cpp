@@ -17,7 +17,7 @@ void add_preview(CLI::App& app, request& asked) {
         ->check(CLI::IsMember({"read", "write"}).description(""))
         ->type_name("read|write");
     preview->add_flag("--week", kept->preview.week, "The whole week (default: today)");
-    preview->footer(example("preview --conf-dir /etc/throttling --direction write --week"));
+    preview->footer(examples({"preview --conf-dir /etc/throttling --direction write --week"}));
     chooses(*preview, asked, [kept] {
         if (!kept->direction.empty()) {
             kept->preview.direction = kept->direction == "read" ? OPERATION_READ : OPERATION_WRITE;

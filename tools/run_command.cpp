@@ -22,8 +22,7 @@ constexpr const char* server_example = " --server CS_throttle:t1:disk:/srv/store
 /// What stands below the options of a command of "run".
 std::string run_help(const std::string& more, const std::string& command,
                      const std::string& arguments) {
-    return std::string(name_help) + more + common_help +
-           example("run " + command + server_example + arguments);
+    return command_help(more, {"run " + command + server_example + arguments});
 }
 
 /// Other directories may become the current one later.
@@ -139,8 +138,8 @@ void add_run(CLI::App& app, request& asked) {
     CLI::App* const run = app.add_subcommand("run", "Move data through the plugin");
     run->require_subcommand(1);
     run->fallthrough();
-    run->footer(std::string(name_help) + json_help + exit_help +
-                example(std::string("run list") + server_example));
+    run->footer(std::string(name_help) + json_help + exit_help + "\n" +
+                examples({std::string("run list") + server_example}));
     add_backup(*run, asked);
     add_restore(*run, asked);
     add_verify(*run, asked);

@@ -58,7 +58,7 @@ TEST_F(PlotCommand, NamesThePictureThatCanNotBeWritten) {
 TEST_F(PlotCommand, NeedsRunsAndAPicture) {
     EXPECT_EQ(tool({"plot", "--to", "both.svg"}).code, 2);
     EXPECT_EQ(tool({"plot", "monday.json"}).code, 2);
-    EXPECT_THAT(tool({"plot", "--help"}).out, HasSubstr("Example:\n  throttlectl plot"));
+    EXPECT_THAT(tool({"plot", "--help"}).out, HasSubstr("Examples:\n  throttlectl plot"));
 }
 
 } // namespace
