@@ -1,11 +1,12 @@
 #include "tests/common/sem_calls.h"
 
+#include "tests/support/next_function.h"
+
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdarg>
 #include <cstdio>
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <iterator>
 #include <map>
@@ -22,15 +23,11 @@ union semun {
     void* pointer;
 };
 
-template <typename Function>
-Function* real(const char* name) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
-auto* const real_semget = real<int(key_t, int, int)>("semget");
-auto* const real_semctl = real<int(int, int, int, ...)>("semctl");
-auto* const real_semop = real<int(int, sembuf*, size_t)>("semop");
-auto* const real_semtimedop = real<int(int, sembuf*, size_t, const timespec*)>("semtimedop");
+auto* const real_semget = next_function<int(key_t, int, int)>("semget");
+auto* const real_semctl = next_function<int(int, int, int, ...)>("semctl");
+auto* const real_semop = next_function<int(int, sembuf*, size_t)>("semop");
+auto* const real_semtimedop =
+    next_function<int(int, sembuf*, size_t, const timespec*)>("semtimedop");
 
 /// What this process and all that are forked from it write.
 struct census {

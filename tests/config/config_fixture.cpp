@@ -1,7 +1,5 @@
 #include "tests/config/config_fixture.h"
 
-#include <filesystem>
-
 ConfigTest::ConfigTest() {
     fault::clear();
     config_set_path(nullptr);
@@ -39,12 +37,4 @@ field_list fields(const throttling_config_s& c) {
         all.emplace_back("connections[" + name + "]", std::to_string(limit));
     }
     return all;
-}
-
-size_t open_files() {
-    size_t count = 0;
-    for ([[maybe_unused]] const auto& each : std::filesystem::directory_iterator("/proc/self/fd")) {
-        ++count;
-    }
-    return count;
 }

@@ -7,6 +7,7 @@
 #include "tests/support/conf_dir.h"
 #include "tests/support/fault.h"
 #include "tests/support/host_session.h"
+#include "tests/support/process_state.h"
 
 #include <gtest/gtest.h>
 #include <string>
@@ -30,6 +31,3 @@ class ConfigTest : public testing::Test {
 /// Every field by its name, for comparing and printing.
 using field_list = std::vector<std::pair<std::string, std::string>>;
 field_list fields(const throttling_config_s& config);
-
-/// How many files this process has open.
-size_t open_files();

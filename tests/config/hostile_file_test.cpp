@@ -42,13 +42,13 @@ class HostileFile : public ConfigTest {
 TEST_F(HostileFile, DirectoryInItsPlaceReadsAsAnEmptyFile) {
     std::filesystem::create_directory(files.plugin_file());
     std::filesystem::create_directory(files.service_file());
-    const size_t open = open_files();
+    const size_t open = descriptors();
     EXPECT_EQ(config_init(&config), 0);
     EXPECT_EQ(read_config_file_to_var(&warned, &config), 0);
     EXPECT_EQ(get_cssc_security(&warned), 1);
     EXPECT_THAT(take_log(), IsEmpty());
     EXPECT_EQ(fields(config), defaults);
-    EXPECT_EQ(open_files(), open);
+    EXPECT_EQ(descriptors(), open);
 }
 
 TEST_F(HostileFile, UnreadableFileIsAsGoodAsMissing) {

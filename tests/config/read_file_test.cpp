@@ -168,12 +168,12 @@ TEST_F(ReadFile, SampleIntervalStaysZeroUnderEveryOtherValue) {
 
 TEST_F(ReadFile, ItsFilesAreClosed) {
     files.write_plugin_file(default_file());
-    const size_t before = open_files();
+    const size_t before = descriptors();
     for (int each = 0; each < 10; ++each) {
         read_config_file_to_var(nullptr, &config);
         read_config_file_to_var(nullptr, &config, "/nowhere/at/all");
     }
-    EXPECT_EQ(open_files(), before);
+    EXPECT_EQ(descriptors(), before);
 }
 
 class ReadFiles : public ReadFile {};

@@ -160,11 +160,11 @@ TEST_F(SetRows, FailuresOfTheWriteAreHandedOnAfterLeave) {
             SCOPED_TRACE(each.call);
             files.write_plugin_file("");
             files.write_service_file("");
-            const size_t open = open_files();
+            const size_t open = descriptors();
             fault::fail(each.call, EIO, 1, each.after);
             EXPECT_EQ(set(half_read, type, "s3"), each.status);
             EXPECT_EQ(take_log().back(), "3 [write_config_file_from_buf]leave.");
-            EXPECT_EQ(open_files(), open);
+            EXPECT_EQ(descriptors(), open);
         }
     }
 }

@@ -4,10 +4,10 @@
 
 #include "plugin/throttling_log.h"
 #include "tests/log/log_file.h"
+#include "tests/support/next_function.h"
 
 #include <cerrno>
 #include <cstring>
-#include <dlfcn.h>
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <optional>
@@ -28,8 +28,7 @@ std::optional<platform_answer> answer;
 
 extern "C" __attribute__((visibility("default"))) int GetConfDir(char* directory, size_t size) {
     if (!answer) {
-        return reinterpret_cast<int (*)(char*, size_t)>(dlsym(RTLD_NEXT, "GetConfDir"))(directory,
-                                                                                        size);
+        return next_function<int(char*, size_t)>("GetConfDir")(directory, size);
     }
     snprintf(directory, size, "%s", answer->directory.c_str());
     return answer->status;

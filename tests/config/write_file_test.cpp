@@ -139,9 +139,9 @@ class FailedWrite : public WriteFile, public testing::WithParamInterface<write_f
 TEST_P(FailedWrite, GivesItsStatusAndLeavesNoFileOpen) {
     files.write_plugin_file("before\n");
     fault::fail(GetParam().call, GetParam().error);
-    const size_t open = open_files();
+    const size_t open = descriptors();
     EXPECT_EQ(write_config_file_from_var(&session, &config), GetParam().status);
-    EXPECT_EQ(open_files(), open);
+    EXPECT_EQ(descriptors(), open);
     EXPECT_THAT(take_log(), ElementsAre("3 [write_config_file_from_var]enter."));
     if (GetParam().rewritten) {
         EXPECT_EQ(conf_dir::read(files.plugin_file()), default_file());

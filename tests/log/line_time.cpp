@@ -1,6 +1,7 @@
 #include "tests/log/line_time.h"
 
-#include <dlfcn.h>
+#include "tests/support/next_function.h"
+
 #include <sys/time.h>
 
 namespace {
@@ -19,9 +20,7 @@ line_time::~line_time() { current = nullptr; }
 extern "C" __attribute__((visibility("default"))) int gettimeofday(timeval* out,
                                                                    void* zone) noexcept {
     if (current == nullptr) {
-        const auto real =
-            reinterpret_cast<int (*)(timeval*, void*)>(dlsym(RTLD_NEXT, "gettimeofday"));
-        return real(out, zone);
+        return next_function<int(timeval*, void*)>("gettimeofday")(out, zone);
     }
     *out = {current->seconds(), current->microseconds()};
     return 0;

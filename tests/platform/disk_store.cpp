@@ -153,11 +153,6 @@ void DiskStore::set(const std::string& key, int value) {
     EXPECT_EQ(api->set_server_config(server, row.c_str(), error, sizeof error), STS_OK) << error;
 }
 
-size_t open_descriptors() {
-    const fs::directory_iterator all("/proc/self/fd");
-    return static_cast<size_t>(std::distance(fs::begin(all), fs::end(all)));
-}
-
 void close_library() {
     while (stsm_terminate() == STS_ERR_TERMINATE_IGNORED) {
     }

@@ -76,9 +76,6 @@ class DiskStore : public testing::Test {
     sts_next_server_s* server = nullptr;
 };
 
-/// Open file descriptors of this process.
-size_t open_descriptors();
-
 /// Calls stsm_terminate until nobody has the library open.
 void close_library();
 

@@ -4,6 +4,7 @@
 #include "tests/platform/disk_store.h"
 #include "tests/platform/system_calls.h"
 #include "tests/support/fault.h"
+#include "tests/support/process_state.h"
 
 #include <csignal>
 #include <cstring>
@@ -102,7 +103,7 @@ TEST_F(StsErrors, AnImageThatCantBeCompletedIsGivenUp) {
 
 TEST_F(StsErrors, AreToldWhenFileDescriptorsRunOut) {
     store("image", "content");
-    const size_t before = open_descriptors();
+    const size_t before = descriptors();
     {
         const limited files(RLIMIT_NOFILE, 3);
         EXPECT_EQ(open_status("image"), errno_status(EMFILE));
@@ -111,13 +112,13 @@ TEST_F(StsErrors, AreToldWhenFileDescriptorsRunOut) {
         sts_server_info_s info = {};
         EXPECT_EQ(api->get_server_prop(server, &info), errno_status(EMFILE));
     }
-    EXPECT_EQ(open_descriptors(), before);
+    EXPECT_EQ(descriptors(), before);
     EXPECT_EQ(content_of("image"), "content");
 }
 
 TEST_F(StsErrors, OfEveryFileDescriptorThatRunsOutLeaveNothingOpen) {
     store("image", "content");
-    const size_t before = open_descriptors();
+    const size_t before = descriptors();
     const auto low = static_cast<rlim_t>(before);
     for (rlim_t limit = low; limit < low + 20; ++limit) {
         const limited files(RLIMIT_NOFILE, limit);
@@ -130,7 +131,7 @@ TEST_F(StsErrors, OfEveryFileDescriptorThatRunsOutLeaveNothingOpen) {
             }
         }
     }
-    EXPECT_EQ(open_descriptors(), before);
+    EXPECT_EQ(descriptors(), before);
     EXPECT_EQ(content_of("image"), "content");
     EXPECT_EQ(close(open_server()), STS_OK); // removes what could not be removed then
     EXPECT_TRUE(fs::is_empty(path("store/lsu/new")));
@@ -378,7 +379,7 @@ class StsMemory : public StsErrors {
   protected:
     void expect_no_memory(const std::string& what, const std::function<int()>& call,
                           const std::function<void()>& undo) {
-        const size_t descriptors = open_descriptors();
+        const size_t open_before = descriptors();
         bool worked = false;
         bool failed = false;
         for (int count = 0; !worked; ++count) {
@@ -392,7 +393,7 @@ class StsMemory : public StsErrors {
         }
         EXPECT_TRUE(failed) << what << " allocates nothing";
         undo();
-        EXPECT_EQ(open_descriptors(), descriptors) << what;
+        EXPECT_EQ(descriptors(), open_before) << what;
     }
 };
 

@@ -2,6 +2,7 @@
 // ones of every kind that isn't its own.
 
 #include "tests/platform/disk_store.h"
+#include "tests/support/process_state.h"
 
 #include <functional>
 #include <memory>
@@ -230,13 +231,13 @@ TEST_F(StsHandles, OfOtherKindsAreRefusedWhereAnOperationIsWanted) {
 }
 
 TEST_F(StsHandles, AreClosedOnceEach) {
-    const size_t before = open_descriptors();
+    const size_t before = descriptors();
     for (const char* const kind :
          {"image", "image list", "LSU list", "channel", "operation", "LSU", "server", "session"}) {
         EXPECT_EQ(close(handles[kind]), STS_OK) << kind;
         EXPECT_EQ(close(handles[kind]), STS_ERR_INVALID) << kind;
     }
-    EXPECT_LT(open_descriptors(), before);
+    EXPECT_LT(descriptors(), before);
     for (const auto& [name, handle] : handles) {
         EXPECT_EQ(close(handle), STS_ERR_INVALID) << name;
     }

@@ -1,6 +1,7 @@
 // Start and stop of the storage library, its table and what it exports.
 
 #include "tests/platform/disk_store.h"
+#include "tests/support/process_state.h"
 
 #include <cstdio>
 #include <cstring>
@@ -92,7 +93,7 @@ TEST_F(StsInit, FillsEverySlotThatHasANameAndNoOther) {
 }
 
 TEST_F(StsInit, GivesUpWhatIsOpenAtTheLastTerminate) {
-    const size_t before = open_descriptors();
+    const size_t before = descriptors();
     {
         struct : DiskStore {
             void TestBody() override {}
@@ -100,9 +101,9 @@ TEST_F(StsInit, GivesUpWhatIsOpenAtTheLastTerminate) {
             using DiskStore::session;
         } store;
         store.create("unfinished");
-        EXPECT_GT(open_descriptors(), before);
+        EXPECT_GT(descriptors(), before);
     }
-    EXPECT_EQ(open_descriptors(), before);
+    EXPECT_EQ(descriptors(), before);
 }
 
 TEST(StsExports, AreItsTwoDoorsAlone) {

@@ -5,6 +5,7 @@
 #include "tests/platform/disk_store.h"
 #include "tests/platform/test_plugin.h"
 #include "tests/support/host_session.h"
+#include "tests/support/process_state.h"
 
 #include <cstdlib>
 #include <dlfcn.h>
@@ -449,7 +450,7 @@ TEST_F(StsPluginServer, IsGivenUpAtTheLastTerminateWithAllThatIsOpenOnIt) {
     create("image", stacked);
     create("other", server);
     take_said();
-    const size_t before = open_descriptors();
+    const size_t before = descriptors();
     EXPECT_EQ(stsm_terminate(), STS_OK);
     // The youngest goes first, and what is open on something before it.
     EXPECT_THAT(take_said(),
@@ -457,7 +458,7 @@ TEST_F(StsPluginServer, IsGivenUpAtTheLastTerminateWithAllThatIsOpenOnIt) {
                             "one closes an image with mode 1", "two closes a server",
                             "one closes a server", "one closes a server", "two stops",
                             "two is told 2060012", "one stops", "one is told 0"));
-    EXPECT_LT(open_descriptors(), before);
+    EXPECT_LT(descriptors(), before);
     EXPECT_FALSE(fs::exists(path("store/lsu/images/image")));
     EXPECT_EQ(api->close_handle(stacked, 0), STS_ERR_INVALID);
 }

@@ -1,11 +1,12 @@
 #include "tests/platform/system_calls.h"
 
+#include "tests/support/next_function.h"
+
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdarg>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <filesystem>
 #include <mutex>
@@ -29,11 +30,6 @@ std::mutex synced_guard;
 std::vector<std::string>& synced() {
     static std::vector<std::string> all;
     return all;
-}
-
-template <typename Function>
-Function* real(const char* name) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
 /// Every call that changes files comes through here first.
@@ -119,29 +115,30 @@ REPLACES int openat(int parent, const char* path, int flags, ...) {
     if (is_interrupted()) {
         return -1;
     }
-    return real<int(int, const char*, int, ...)>("openat")(parent, path, flags, mode);
+    return next_function<int(int, const char*, int, ...)>("openat")(parent, path, flags, mode);
 }
 
 REPLACES int mkdirat(int parent, const char* path, mode_t mode) noexcept {
     changes_files();
-    return real<int(int, const char*, mode_t)>("mkdirat")(parent, path, mode);
+    return next_function<int(int, const char*, mode_t)>("mkdirat")(parent, path, mode);
 }
 
 REPLACES int unlinkat(int parent, const char* path, int flags) noexcept {
     changes_files();
-    return real<int(int, const char*, int)>("unlinkat")(parent, path, flags);
+    return next_function<int(int, const char*, int)>("unlinkat")(parent, path, flags);
 }
 
 REPLACES int renameat(int from, const char* old_path, int to, const char* new_path) noexcept {
     changes_files();
-    return real<int(int, const char*, int, const char*)>("renameat")(from, old_path, to, new_path);
+    return next_function<int(int, const char*, int, const char*)>("renameat")(from, old_path, to,
+                                                                              new_path);
 }
 
 REPLACES int renameat2(int from, const char* old_path, int to, const char* new_path,
                        unsigned flags) noexcept {
     changes_files();
-    return real<int(int, const char*, int, const char*, unsigned)>("renameat2")(from, old_path, to,
-                                                                                new_path, flags);
+    return next_function<int(int, const char*, int, const char*, unsigned)>("renameat2")(
+        from, old_path, to, new_path, flags);
 }
 
 REPLACES int ftruncate(int file, off_t length) noexcept {
@@ -149,7 +146,7 @@ REPLACES int ftruncate(int file, off_t length) noexcept {
     if (is_interrupted()) {
         return -1;
     }
-    return real<int(int, off_t)>("ftruncate")(file, length);
+    return next_function<int(int, off_t)>("ftruncate")(file, length);
 }
 
 REPLACES int fsync(int file) {
@@ -158,11 +155,11 @@ REPLACES int fsync(int file) {
         return -1;
     }
     keep_synced(file);
-    return real<int(int)>("fsync")(file);
+    return next_function<int(int)>("fsync")(file);
 }
 
 REPLACES int fdatasync(int file) {
-    return is_interrupted() ? -1 : real<int(int)>("fdatasync")(file);
+    return is_interrupted() ? -1 : next_function<int(int)>("fdatasync")(file);
 }
 
 REPLACES int flock(int file, int operation) noexcept {
@@ -170,14 +167,14 @@ REPLACES int flock(int file, int operation) noexcept {
     if ((operation & LOCK_NB) == 0 && is_interrupted()) {
         return -1;
     }
-    return real<int(int, int)>("flock")(file, operation);
+    return next_function<int(int, int)>("flock")(file, operation);
 }
 
 REPLACES ssize_t pread(int file, void* buffer, size_t size, off_t position) {
     if (is_interrupted(size)) {
         return -1;
     }
-    return real<ssize_t(int, void*, size_t, off_t)>("pread")(file, buffer, size, position);
+    return next_function<ssize_t(int, void*, size_t, off_t)>("pread")(file, buffer, size, position);
 }
 
 REPLACES ssize_t pwrite(int file, const void* buffer, size_t size, off_t position) {
@@ -185,7 +182,8 @@ REPLACES ssize_t pwrite(int file, const void* buffer, size_t size, off_t positio
     if (is_interrupted(size)) {
         return -1;
     }
-    return real<ssize_t(int, const void*, size_t, off_t)>("pwrite")(file, buffer, size, position);
+    return next_function<ssize_t(int, const void*, size_t, off_t)>("pwrite")(file, buffer, size,
+                                                                             position);
 }
 
 REPLACES ssize_t copy_file_range(int from, off64_t* from_position, int to, off64_t* to_position,
@@ -195,8 +193,8 @@ REPLACES ssize_t copy_file_range(int from, off64_t* from_position, int to, off64
         errno = copy_error;
         return -1;
     }
-    return real<ssize_t(int, off64_t*, int, off64_t*, size_t, unsigned)>("copy_file_range")(
-        from, from_position, to, to_position, size, flags);
+    return next_function<ssize_t(int, off64_t*, int, off64_t*, size_t, unsigned)>(
+        "copy_file_range")(from, from_position, to, to_position, size, flags);
 }
 
 } // extern "C"

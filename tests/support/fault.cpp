@@ -1,12 +1,13 @@
 #include "tests/support/fault.h"
 
+#include "tests/support/next_function.h"
+
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <map>
 #include <mutex>
@@ -76,11 +77,6 @@ bool fails(const char* call) {
         errno = found->second.error;
     }
     return true;
-}
-
-template <typename Function>
-Function* real(const char* name) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
 /// Where that path is opened in truth.
@@ -198,34 +194,36 @@ extern "C" {
 REPLACES FILE* fopen(const char* path, const char* mode) {
     keep("fopen ", path, " ", mode);
     const std::string target = target_of(path);
-    return fails("fopen") ? nullptr
-                          : real<FILE*(const char*, const char*)>("fopen")(target.c_str(), mode);
+    return fails("fopen")
+               ? nullptr
+               : next_function<FILE*(const char*, const char*)>("fopen")(target.c_str(), mode);
 }
 
 REPLACES int fputs(const char* text, FILE* file) {
     keep("fputs");
-    return fails("fputs") ? EOF : real<int(const char*, FILE*)>("fputs")(text, file);
+    return fails("fputs") ? EOF : next_function<int(const char*, FILE*)>("fputs")(text, file);
 }
 
 REPLACES int fflush(FILE* file) {
     keep("fflush");
-    return real<int(FILE*)>("fflush")(file);
+    return next_function<int(FILE*)>("fflush")(file);
 }
 
 REPLACES int fclose(FILE* file) {
     keep("fclose");
     const bool failing = fails("fclose");
-    const int status = real<int(FILE*)>("fclose")(file);
+    const int status = next_function<int(FILE*)>("fclose")(file);
     return failing ? EOF : status;
 }
 
 REPLACES char* fgets(char* line, int size, FILE* file) {
-    return fails("fgets") ? nullptr : real<char*(char*, int, FILE*)>("fgets")(line, size, file);
+    return fails("fgets") ? nullptr
+                          : next_function<char*(char*, int, FILE*)>("fgets")(line, size, file);
 }
 
 REPLACES int chmod(const char* path, mode_t mode) noexcept {
     keep("chmod ", path, " ", std::oct, mode);
-    return fails("chmod") ? -1 : real<int(const char*, mode_t)>("chmod")(path, mode);
+    return fails("chmod") ? -1 : next_function<int(const char*, mode_t)>("chmod")(path, mode);
 }
 
 REPLACES int fcntl(int descriptor, int command, ...) {
@@ -241,14 +239,15 @@ REPLACES int fcntl(int descriptor, int command, ...) {
             return -1;
         }
     }
-    return real<int(int, int, ...)>("fcntl")(descriptor, command, argument);
+    return next_function<int(int, int, ...)>("fcntl")(descriptor, command, argument);
 }
 
 REPLACES int onet_chown_service_user_if_root(const char* path, int flags) {
     keep("onet_chown_service_user_if_root ", path, " ", flags);
     return fails("onet_chown_service_user_if_root")
                ? -1
-               : real<int(const char*, int)>("onet_chown_service_user_if_root")(path, flags);
+               : next_function<int(const char*, int)>("onet_chown_service_user_if_root")(path,
+                                                                                         flags);
 }
 
 } // extern "C"
