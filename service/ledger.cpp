@@ -488,6 +488,7 @@ void ledger::tick(moment now) {
         return;
     }
     last_point_ = now.uptime;
+    ++points_;
     for (auto each = storages_.begin(); each != storages_.end();) {
         std::deque<storage_point>& history = each->second.history;
         if (history.size() >= history_points) {
@@ -498,22 +499,35 @@ void ledger::tick(moment now) {
     }
 }
 
-ledger_view ledger::view(moment now, time_t since) {
+ledger_view ledger::view(moment now, const view_part& wanted) {
     const std::lock_guard<std::mutex> guard(lock_);
     expire(now);
-    ledger_view seen = {now.uptime - started_, lease_,   sessions_.size(), sessions_opened_,
-                        sessions_expired_,     reports_, malformed_,       {}};
-    for (storage_entry& each : storages_) {
-        expire_flows(each, now);
-        const auto& history = each.second.history;
-        const auto first = std::find_if(history.begin(), history.end(),
-                                        [&](const auto& point) { return point.when > since; });
-        seen.storages.push_back({each.first,
-                                 limit_of(settings_of(each), each.first),
-                                 each.second.refused,
-                                 settings_of(each).sample_interval,
-                                 point_of(each, now),
-                                 {first, history.end()}});
+    ledger_view seen = {now.uptime - started_,
+                        lease_,
+                        sessions_.size(),
+                        sessions_opened_,
+                        sessions_expired_,
+                        reports_,
+                        malformed_,
+                        points_,
+                        {}};
+    for (auto each = storages_.upper_bound(wanted.after);
+         each != storages_.end() && seen.storages.size() < wanted.most; ++each) {
+        expire_flows(*each, now);
+        const auto& history = each->second.history;
+        const int64_t unwanted =
+            std::clamp(points_ - wanted.points, int64_t{0}, static_cast<int64_t>(history.size()));
+        const auto last = history.end() - unwanted;
+        auto first = last;
+        while (first != history.begin() && std::prev(first)->when > wanted.since) {
+            --first; // from the end, since little is wanted mostly
+        }
+        seen.storages.push_back({each->first,
+                                 limit_of(settings_of(*each), each->first),
+                                 each->second.refused,
+                                 settings_of(*each).sample_interval,
+                                 point_of(*each, now),
+                                 {first, last}});
     }
     return seen;
 }

@@ -27,6 +27,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <limits>
 #include <list>
 #include <map>
 #include <mutex>
@@ -90,7 +91,18 @@ struct ledger_view {
     int64_t sessions_expired;
     int64_t reports;
     int64_t malformed;
+    int64_t points;                     ///< of history, written since the start
     std::vector<storage_view> storages; ///< by name
+};
+
+/// What is wanted of a book that may be too large to be taken out at once: while a part is copied,
+/// clients wait.
+struct view_part {
+    std::string after; ///< storages whose names are behind it alone
+    time_t since = 0;  ///< history behind it alone, seconds since the epoch
+    size_t most = most_storages;
+    /// History up to this many points: what an earlier part couldn't tell, the next one doesn't.
+    int64_t points = std::numeric_limits<int64_t>::max();
 };
 
 class ledger {
@@ -125,8 +137,7 @@ class ledger {
 
     /// Ends what has run out, and writes history. To be called about once a second.
     void tick(moment now);
-    /// With the history behind `since`, seconds since the epoch.
-    ledger_view view(moment now, time_t since = 0);
+    ledger_view view(moment now, const view_part& wanted = {});
 
   private:
     struct flow {
@@ -203,6 +214,7 @@ class ledger {
     settings_ptr latest_ = std::make_shared<throttling_config_s>();
     std::optional<std::string> latest_text_;
     int64_t last_point_;
+    int64_t points_ = 0;
     int64_t sessions_opened_ = 0;
     int64_t sessions_expired_ = 0;
     int64_t reports_ = 0;

@@ -24,3 +24,10 @@ class port_reservation {
     int descriptor_ = -1;
     int port_;
 };
+
+/// A socket that listens at `port`, 0: one that is free; the caller's to close. Throws
+/// std::runtime_error, which names the port, when it can't.
+int listen_on(const std::string& address, int port);
+
+/// The port of a socket that is bound to an address.
+int port_of(int descriptor);

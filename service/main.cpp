@@ -152,8 +152,7 @@ void write_port_file(const std::string& path, const std::string& lines) {
 }
 
 /// Says where the service can be reached.
-void announce(const request& asked, const corba_server& corba, const web_server* web,
-              service_log& log) {
+void announce(const request& asked, const corba_server& corba, int web_port, service_log& log) {
     struct place {
         const char* what;
         const char* variable;
@@ -163,7 +162,7 @@ void announce(const request& asked, const corba_server& corba, const web_server*
     const place places[] = {
         {"listening on", "VLSL_PORT", asked.corba.address, corba.port()},
         {"listening with TLS on", "VLSL_TLS_PORT", asked.corba.address, corba.tls_port()},
-        {"web page at", "VLSL_HTTP_PORT", asked.web_address, web != nullptr ? web->port() : 0}};
+        {"web page at", "VLSL_HTTP_PORT", asked.web_address, web_port}};
     std::string variables;
     for (const place& each : places) {
         if (each.port != 0) {
@@ -191,11 +190,14 @@ void serve(request& asked) {
     ledger book(asked.lease, this_moment(), log_line);
     {
         std::optional<web_server> web;
+        int web_port = 0;
         if (asked.has_web) {
-            web.emplace(asked.web_address, asked.web_port, book);
+            const int listening = listen_on(asked.web_address, asked.web_port);
+            web_port = port_of(listening);
+            web.emplace(std::vector{listening}, book);
         }
         const corba_server corba(asked.corba, book, log_line);
-        announce(asked, corba, web ? &*web : nullptr, log);
+        announce(asked, corba, web_port, log);
         const int signal = tick_until_stopped(book, stop_signals);
         log.line(fmt::format("stopping: {}", strsignal(signal)));
     }

@@ -2,33 +2,20 @@
 // nothing can be changed here.
 #pragma once
 
+#include "service/http_server.h"
 #include "service/ledger.h"
 
-#include <atomic>
-#include <memory>
 #include <string>
-#include <thread>
-
-namespace httplib {
-class Server;
-}
+#include <vector>
 
 class web_server {
   public:
-    /// Listens and answers. Throws std::runtime_error when it can't. `port` 0: any that is free.
-    /// `book` is borrowed.
-    web_server(const std::string& address, int port, ledger& book);
-    ~web_server();
-    web_server(const web_server&) = delete;
-    web_server& operator=(const web_server&) = delete;
-
-    int port() const { return port_; }
+    /// Answers on the sockets `listening`, which listen already and are its own from now on.
+    /// Throws std::runtime_error when it can't. `book` is borrowed.
+    web_server(const std::vector<int>& listening, ledger& book);
 
   private:
-    std::unique_ptr<httplib::Server> server_;
-    int port_ = 0;
-    std::atomic<bool> has_ended_ = false;
-    std::thread thread_;
+    http_server server_;
 };
 
 /// Whether a request that was addressed to `host` (with its port, as in the Host header) may be

@@ -16,8 +16,8 @@ namespace {
 
 class View : public LedgerTest {
   protected:
-    json status(time_t since = 0) { return json::parse(status_json(book.view(now, since), now)); }
-    std::string metrics() { return metrics_text(book.view(now)); }
+    json status(time_t since = 0) { return json::parse(whole(status_json(book, now, since))); }
+    std::string metrics() { return whole(metrics_text(book, now)); }
     void pass_with_ticks(int64_t seconds) {
         for (int64_t each = 0; each < seconds; ++each) {
             pass(1);
@@ -91,8 +91,8 @@ TEST_F(View, HistoryIsBounded) {
 TEST_F(View, OnlyWhatIsNewerIsHandedOut) {
     connect(1);
     pass_with_ticks(10);
-    EXPECT_EQ(book.view(now, now.wall - 4).storages.at(0).history.size(), 2U);
-    EXPECT_TRUE(book.view(now, now.wall).storages.at(0).history.empty());
+    EXPECT_EQ(book.view(now, {"", now.wall - 4}).storages.at(0).history.size(), 2U);
+    EXPECT_TRUE(book.view(now, {"", now.wall}).storages.at(0).history.empty());
 }
 
 TEST_F(View, AStorageThatNobodyNamesOrUsesIsForgotten) {

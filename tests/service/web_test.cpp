@@ -26,7 +26,8 @@ TEST_F(Web, EachPathHasItsType) {
     EXPECT_EQ(client_.Get("/metrics")->get_header_value("Content-Type"),
               "text/plain; version=0.0.4; charset=utf-8");
     EXPECT_EQ(client_.Get("/other")->status, 404);
-    EXPECT_EQ(client_.Post("/status")->status, 404);
+    EXPECT_EQ(client_.Post("/status")->status, 405);
+    EXPECT_EQ(client_.Post("/status")->get_header_value("Allow"), "GET, HEAD");
 }
 
 TEST_F(Web, StatusGoesWithTheSessions) {

@@ -1,0 +1,294 @@
+#include "service/http_server.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <exception>
+#include <fcntl.h>
+#include <memory>
+#include <microhttpd.h>
+#include <poll.h>
+#include <stdexcept>
+#include <sys/eventfd.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr size_t longest_request = 16384;
+constexpr size_t piece_size = 16384; ///< of an answer, in memory
+constexpr int niceness = 10;         ///< of whoever looks, beside those who do the work
+/// Connections may be accepted between one's cut and its end.
+constexpr unsigned most_descriptors = most_web_connections + 64;
+
+int64_t now_ms() {
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
+}
+
+/// Who connects: an IPv4 address, the network of an IPv6 address, or, on this host's own sockets,
+/// nobody in particular.
+std::string neighbour(const sockaddr* address) {
+    if (address != nullptr && address->sa_family == AF_INET) {
+        const auto* const v4 = reinterpret_cast<const sockaddr_in*>(address);
+        return {reinterpret_cast<const char*>(&v4->sin_addr), sizeof v4->sin_addr};
+    }
+    if (address != nullptr && address->sa_family == AF_INET6) {
+        constexpr size_t network = 8;
+        const auto* const v6 = reinterpret_cast<const sockaddr_in6*>(address);
+        const auto* const bytes = reinterpret_cast<const char*>(&v6->sin6_addr);
+        return IN6_IS_ADDR_V4MAPPED(&v6->sin6_addr) ? std::string(bytes + 12, 4)
+                                                    : std::string(bytes, network);
+    }
+    return "";
+}
+
+http_answer short_answer(unsigned status, const char* text) {
+    return {status, "text/plain; charset=utf-8", in_one_piece(text)};
+}
+
+/// An answer that is being sent.
+struct sending {
+    text_source rest;
+    std::string piece;
+    size_t sent = 0;
+};
+
+ssize_t send_more(void* of, uint64_t, char* buffer, size_t size) {
+    auto& body = *static_cast<sending*>(of);
+    try {
+        size_t filled = 0;
+        while (filled < size) {
+            if (body.sent == body.piece.size()) {
+                body.piece = body.rest();
+                body.sent = 0;
+                if (body.piece.empty()) {
+                    break;
+                }
+            }
+            const size_t part = std::min(size - filled, body.piece.size() - body.sent);
+            memcpy(buffer + filled, body.piece.data() + body.sent, part);
+            body.sent += part;
+            filled += part;
+        }
+        return filled > 0 ? static_cast<ssize_t>(filled) : MHD_CONTENT_READER_END_OF_STREAM;
+    } catch (const std::exception&) {
+        return MHD_CONTENT_READER_END_WITH_ERROR;
+    }
+}
+
+MHD_Result send_answer(MHD_Connection* connection, http_answer answer,
+                       const http_headers& headers) {
+    auto body = std::make_unique<sending>(sending{std::move(answer.body), "", 0});
+    MHD_Response* const response =
+        MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, piece_size, send_more, body.get(),
+                                          [](void* of) { delete static_cast<sending*>(of); });
+    if (response == nullptr) {
+        return MHD_NO;
+    }
+    static_cast<void>(body.release()); // the response's own
+    MHD_add_response_header(response, "Content-Type", answer.type.c_str());
+    MHD_add_response_header(response, "Connection", "close");
+    for (const auto& [name, value] : headers) {
+        MHD_add_response_header(response, name.c_str(), value.c_str());
+    }
+    if (answer.status == MHD_HTTP_METHOD_NOT_ALLOWED) {
+        MHD_add_response_header(response, "Allow", "GET, HEAD");
+    }
+    const MHD_Result result = MHD_queue_response(connection, answer.status, response);
+    MHD_destroy_response(response); // the connection has its own hold of it
+    return result;
+}
+
+http_request request_of(MHD_Connection* connection, const char* path) {
+    struct values {
+        http_request request;
+        int hosts = 0;
+    } found{{path, "", {}}, 0};
+    MHD_get_connection_values(
+        connection, MHD_HEADER_KIND,
+        [](void* of, MHD_ValueKind, const char* name, const char* value) {
+            auto& into = *static_cast<values*>(of);
+            if (strcasecmp(name, "Host") == 0 && ++into.hosts == 1 && value != nullptr) {
+                into.request.host = value;
+            }
+            return MHD_YES;
+        },
+        &found);
+    MHD_get_connection_values(
+        connection, MHD_GET_ARGUMENT_KIND,
+        [](void* of, MHD_ValueKind, const char* name, const char* value) {
+            static_cast<values*>(of)->request.query.emplace(name, value != nullptr ? value : "");
+            return MHD_YES;
+        },
+        &found);
+    if (found.hosts != 1) {
+        found.request.host.clear();
+    }
+    return std::move(found.request);
+}
+
+} // namespace
+
+void http_server::stop_daemon::operator()(MHD_Daemon* which) const { MHD_stop_daemon(which); }
+
+struct http_server::callbacks {
+    static void notify(void* self, MHD_Connection* connection, void** place,
+                       MHD_ConnectionNotificationCode what) {
+        auto& server = *static_cast<http_server*>(self);
+        if (what == MHD_CONNECTION_NOTIFY_STARTED) {
+            server.enter(connection, place);
+        } else {
+            server.leave(place);
+        }
+    }
+
+    static MHD_Result answer(void* self, MHD_Connection* connection, const char* path,
+                             const char* method, const char*, const char*, size_t*, void**) {
+        const auto& server = *static_cast<const http_server*>(self);
+        try {
+            return send_answer(connection, server.answer(request_of(connection, path), method),
+                               server.site_.headers);
+        } catch (const std::exception&) {
+            return MHD_NO; // which ends the connection
+        }
+    }
+
+    /// No path of ours needs an escape, and none may hide in one.
+    static size_t unescape(void*, MHD_Connection*, char* text) { return strlen(text); }
+};
+
+http_server::http_server(const std::vector<int>& listening, http_site site)
+    : site_(std::move(site)), end_(eventfd(0, EFD_CLOEXEC)) {
+    for (const int socket : listening) {
+        fcntl(socket, F_SETFL, fcntl(socket, F_GETFL) | O_NONBLOCK);
+        daemons_.emplace_back(
+            MHD_start_daemon(MHD_USE_EPOLL, 0, nullptr, nullptr, callbacks::answer, this, //
+                             MHD_OPTION_LISTEN_SOCKET, socket,                            //
+                             MHD_OPTION_CONNECTION_LIMIT, most_descriptors,               //
+                             MHD_OPTION_CONNECTION_MEMORY_LIMIT, longest_request,         //
+                             MHD_OPTION_NOTIFY_CONNECTION, callbacks::notify, this,       //
+                             MHD_OPTION_UNESCAPE_CALLBACK, callbacks::unescape, nullptr,  //
+                             MHD_OPTION_STRICT_FOR_CLIENT, 1,                             //
+                             MHD_OPTION_SIGPIPE_HANDLED_BY_APP, 1,                        //
+                             MHD_OPTION_END));
+        if (daemons_.back() == nullptr) {
+            throw std::runtime_error("the web page can't be served");
+        }
+    }
+    thread_ = std::thread([this] { run(); });
+}
+
+http_server::~http_server() {
+    const uint64_t once = 1;
+    if (write(end_, &once, sizeof once) == sizeof once) {
+        thread_.join();
+    }
+    daemons_.clear();
+    close(end_);
+}
+
+void http_server::run() {
+    setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), niceness);
+    std::vector<pollfd> awaited = {{end_, POLLIN, 0}};
+    for (const daemon& each : daemons_) {
+        awaited.push_back(
+            {MHD_get_daemon_info(each.get(), MHD_DAEMON_INFO_EPOLL_FD)->epoll_fd, POLLIN, 0});
+    }
+    for (;;) {
+        const int ready = poll(awaited.data(), awaited.size(), milliseconds_to_wait());
+        if (awaited.front().revents != 0) {
+            return;
+        }
+        for (const daemon& each : daemons_) {
+            MHD_run(each.get());
+        }
+        while (!open_.empty() && open_.front().ends <= now_ms()) {
+            cut(open_.begin());
+        }
+        if (ready > 0 && open_.empty() && cut_.empty()) {
+            constexpr int moment_ms = 10;
+            poll(awaited.data(), 1, moment_ms); // no descriptor was left to accept with
+        }
+    }
+}
+
+/// Until the library or a connection's end needs the thread; -1: nothing does.
+int http_server::milliseconds_to_wait() const {
+    int64_t wait = -1;
+    const auto at_most = [&](int64_t other) { wait = wait < 0 ? other : std::min(wait, other); };
+    for (const daemon& each : daemons_) {
+        MHD_UNSIGNED_LONG_LONG needed = 0;
+        if (MHD_get_timeout(each.get(), &needed) == MHD_YES) {
+            at_most(static_cast<int64_t>(std::min<MHD_UNSIGNED_LONG_LONG>(needed, 1000)));
+        }
+    }
+    if (!open_.empty()) {
+        at_most(std::max(open_.front().ends - now_ms(), int64_t{0}));
+    }
+    return static_cast<int>(wait);
+}
+
+/// `place` is where the library keeps what we know of the connection; null: nothing.
+void http_server::enter(MHD_Connection* with, void** place) {
+    const int socket = MHD_get_connection_info(with, MHD_CONNECTION_INFO_CONNECTION_FD)->connect_fd;
+    const sockaddr* const address =
+        MHD_get_connection_info(with, MHD_CONNECTION_INFO_CLIENT_ADDRESS)->client_addr;
+    try {
+        open_.push_back({socket, neighbour(address), now_ms() + web_patience_ms});
+        *place = &open_.back();
+        if (open_.size() > most_web_connections) {
+            cut(oldest_of_most());
+        }
+    } catch (const std::bad_alloc&) {
+        shutdown(socket, SHUT_RDWR);
+    }
+}
+
+void http_server::leave(void** place) {
+    const auto is_it = [&](const connection& each) { return &each == *place; };
+    open_.remove_if(is_it);
+    cut_.remove_if(is_it);
+}
+
+/// The oldest connection of the neighbour who has most.
+http_server::connection_list::iterator http_server::oldest_of_most() {
+    std::map<std::string_view, size_t> of_each;
+    for (const connection& each : open_) {
+        ++of_each[each.neighbour];
+    }
+    const auto most =
+        std::max_element(of_each.begin(), of_each.end(), [](const auto& one, const auto& other) {
+            return one.second < other.second;
+        });
+    return std::find_if(open_.begin(), open_.end(),
+                        [&](const connection& each) { return each.neighbour == most->first; });
+}
+
+/// It ends when the library next looks at it; what is still on its way is thrown away.
+void http_server::cut(connection_list::iterator which) {
+    const linger not_at_all = {1, 0};
+    setsockopt(which->socket, SOL_SOCKET, SO_LINGER, &not_at_all, sizeof not_at_all);
+    shutdown(which->socket, SHUT_RDWR);
+    cut_.splice(cut_.end(), open_, which);
+}
+
+http_answer http_server::answer(const http_request& request, std::string_view method) const {
+    if (site_.refusal) {
+        if (std::optional<http_answer> refusal = site_.refusal(request)) {
+            return std::move(*refusal);
+        }
+    }
+    const auto page = site_.pages.find(request.path);
+    if (page == site_.pages.end()) {
+        return short_answer(MHD_HTTP_NOT_FOUND, "There is nothing here.\n");
+    }
+    if (method != MHD_HTTP_METHOD_GET && method != MHD_HTTP_METHOD_HEAD) {
+        return short_answer(MHD_HTTP_METHOD_NOT_ALLOWED, "This can only be read.\n");
+    }
+    return page->second(request);
+}

@@ -1,0 +1,96 @@
+// HTTP with bounds: a table of paths, each answered with a text that is made while it is taken.
+//
+// One thread serves all connections and waits for none. A connection carries one request and ends
+// five seconds after it was accepted, whatever has been sent or taken by then; so neither a request
+// that never ends nor an answer that nobody takes costs anybody else anything, and what follows a
+// request is never read. When there are too many connections, the oldest one of the address that
+// has most makes room.
+//
+// What is asked is as bounded: 16 KiB for the line and the headers; a body isn't read, no range is
+// answered, and of an answer only the piece that is being sent is in memory.
+#pragma once
+
+#include "service/text_source.h"
+
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <utility>
+#include <vector>
+
+struct MHD_Connection;
+struct MHD_Daemon;
+
+constexpr size_t most_web_connections = 256;
+constexpr int64_t web_patience_ms = 5000; ///< from a connection's accept to its end
+
+struct http_request {
+    std::string path;
+    std::string host; ///< as its header says; empty: there is none, or more than one
+    std::map<std::string, std::string> query;
+};
+
+struct http_answer {
+    unsigned status;
+    std::string type; ///< of the content
+    text_source body;
+};
+
+using http_headers = std::vector<std::pair<std::string, std::string>>;
+
+/// What is served. Its functions are called on the server's thread and may not wait.
+struct http_site {
+    http_headers headers; ///< of each answer
+    /// Asked first; what it returns is the answer.
+    std::function<std::optional<http_answer>(const http_request&)> refusal;
+    /// By path. They are for GET, and without the body for HEAD; other methods get 405, other paths
+    /// 404.
+    std::map<std::string, std::function<http_answer(const http_request&)>> pages;
+};
+
+class http_server {
+  public:
+    /// Serves on the sockets `listening`, which are bound, listen, and are its own from now on, of
+    /// whatever family. Throws std::runtime_error when it can't.
+    http_server(const std::vector<int>& listening, http_site site);
+    /// Ends all connections as they are.
+    ~http_server();
+    http_server(const http_server&) = delete;
+    http_server& operator=(const http_server&) = delete;
+
+  private:
+    struct connection {
+        int socket;
+        std::string neighbour; ///< whoever it is with; all that one may have count as one
+        int64_t ends;          ///< milliseconds of the clock that is never set
+    };
+    using connection_list = std::list<connection>;
+
+    struct stop_daemon {
+        void operator()(MHD_Daemon* which) const;
+    };
+    using daemon = std::unique_ptr<MHD_Daemon, stop_daemon>;
+
+    struct callbacks; ///< what the library calls
+
+    void run();
+    int milliseconds_to_wait() const;
+    void enter(MHD_Connection* with, void** place);
+    void leave(void** place);
+    connection_list::iterator oldest_of_most();
+    void cut(connection_list::iterator which);
+    http_answer answer(const http_request& request, std::string_view method) const;
+
+    const http_site site_;
+    connection_list open_;        ///< the oldest first
+    connection_list cut_;         ///< until the library has seen their end
+    std::vector<daemon> daemons_; ///< one for each socket
+    const int end_;               ///< an event: the thread is to end
+    std::thread thread_;
+};
