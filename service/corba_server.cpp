@@ -80,7 +80,7 @@ void take_orb_messages(const ledger::log_sink& log) {
     orb_messages = log;
     omniORB::setLogFunction([](const char* message) {
         const std::string_view text = message;
-        orb_messages(std::string(text.substr(0, text.find_last_not_of('\n') + 1)));
+        orb_messages({std::string(text.substr(0, text.find_last_not_of('\n') + 1)), log_kind::orb});
     });
 }
 

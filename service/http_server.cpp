@@ -7,6 +7,7 @@
 #include <ctime>
 #include <exception>
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <memory>
 #include <microhttpd.h>
 #include <poll.h>
@@ -164,7 +165,11 @@ struct http_server::callbacks {
 
 http_server::http_server(const std::vector<int>& listening, http_site site)
     : site_(std::move(site)), end_(eventfd(0, EFD_CLOEXEC)) {
-    for (const int socket : listening) {
+    for (const int each : listening) {
+        if (listen(each, SOMAXCONN) != 0) {
+            throw std::runtime_error(fmt::format("can't listen: {}", strerror(errno)));
+        }
+        const int socket = fcntl(each, F_DUPFD_CLOEXEC, 0); // the library's own, which closes it
         fcntl(socket, F_SETFL, fcntl(socket, F_GETFL) | O_NONBLOCK);
         daemons_.emplace_back(
             MHD_start_daemon(MHD_USE_EPOLL, 0, nullptr, nullptr, callbacks::answer, this, //

@@ -56,8 +56,8 @@ struct http_site {
 
 class http_server {
   public:
-    /// Serves on the sockets `listening`, which are bound, listen, and are its own from now on, of
-    /// whatever family. Throws std::runtime_error when it can't.
+    /// Listens and serves on the sockets `listening`, which are bound, of any family, and stay the
+    /// caller's. Throws std::runtime_error when it can't.
     http_server(const std::vector<int>& listening, http_site site);
     /// Ends all connections as they are.
     ~http_server();

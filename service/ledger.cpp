@@ -112,7 +112,8 @@ void ledger::close(session_number number, moment now) {
 /// Null when the book is full.
 ledger::session_entry* ledger::enter(session_number number, bool is_taken_up, moment now) {
     if (sessions_.size() >= most_sessions) {
-        log_(fmt::format("session {:016x}: refused, {} sessions are open", number, most_sessions));
+        log_({fmt::format("session {:016x}: refused, {} sessions are open", number, most_sessions),
+              log_kind::refusal});
         return nullptr;
     }
     const auto place = silent_longest_.insert(silent_longest_.end(), number);
@@ -349,7 +350,7 @@ answer ledger::refuse(session_number number, const std::string& why, moment now)
 
 answer ledger::malformed(session_number number, int32_t status, const std::string& why) {
     ++malformed_;
-    log_(fmt::format("session {:016x}: refused, {}", number, why));
+    log_({fmt::format("session {:016x}: refused, {}", number, why), log_kind::refusal});
     return {status, why};
 }
 

@@ -20,6 +20,7 @@
 #pragma once
 
 #include "service/limits.h"
+#include "service/log_line.h"
 #include "service/moment.h"
 
 #include "config/allowed_rate.h"
@@ -108,7 +109,7 @@ struct view_part {
 class ledger {
   public:
     /// Takes a line of what changed. Called with the book locked: it may not call back.
-    using log_sink = std::function<void(const std::string& line)>;
+    using log_sink = std::function<void(const log_line& line)>;
 
     /// `lease` in seconds.
     ledger(int64_t lease, moment now, log_sink log);

@@ -37,20 +37,6 @@ addresses look_up(const std::string& address, int port) {
     return addresses(found);
 }
 
-int bind_to(const std::string& address, int port) {
-    const addresses found = look_up(address, port);
-    const int descriptor = socket(found->ai_family, found->ai_socktype | SOCK_CLOEXEC, 0);
-    // Sockets that are both marked so may share a port, until one of them listens.
-    const int on = 1;
-    if (descriptor < 0 || setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
-        bind(descriptor, found->ai_addr, found->ai_addrlen) != 0) {
-        const int error = errno;
-        close(descriptor);
-        fail(address, port, strerror(error));
-    }
-    return descriptor;
-}
-
 } // namespace
 
 int choose_port(int asked) {
@@ -72,25 +58,22 @@ int choose_port(int asked) {
     return entry != nullptr ? ntohs(static_cast<uint16_t>(entry->s_port)) : default_port;
 }
 
-port_reservation::port_reservation(const std::string& address, int port)
-    : descriptor_(bind_to(address, port)), port_(port_of(descriptor_)) {}
-
-port_reservation::~port_reservation() { close(descriptor_); }
-
-int listen_on(const std::string& address, int port) {
-    const int descriptor = bind_to(address, port);
-    if (listen(descriptor, SOMAXCONN) != 0) {
-        const int error = errno;
-        close(descriptor);
-        fail(address, port, strerror(error));
-    }
-    return descriptor;
-}
-
-int port_of(int descriptor) {
+port_reservation::port_reservation(const std::string& address, int port) : port_(port) {
+    const addresses found = look_up(address, port);
+    descriptor_ = socket(found->ai_family, found->ai_socktype | SOCK_CLOEXEC, 0);
+    // Sockets that are both marked so may share a port, until one of them listens.
+    const int on = 1;
     sockaddr_storage bound = {};
     socklen_t size = sizeof bound;
-    getsockname(descriptor, reinterpret_cast<sockaddr*>(&bound), &size);
+    if (descriptor_ < 0 || setsockopt(descriptor_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
+        bind(descriptor_, found->ai_addr, found->ai_addrlen) != 0 ||
+        getsockname(descriptor_, reinterpret_cast<sockaddr*>(&bound), &size) != 0) {
+        const int error = errno;
+        close(descriptor_);
+        fail(address, port, strerror(error));
+    }
     // Both families have the port in the same place.
-    return ntohs(reinterpret_cast<const sockaddr_in&>(bound).sin_port);
+    port_ = ntohs(reinterpret_cast<const sockaddr_in&>(bound).sin_port);
 }
+
+port_reservation::~port_reservation() { close(descriptor_); }

@@ -19,15 +19,9 @@ class port_reservation {
     port_reservation& operator=(const port_reservation&) = delete;
 
     int port() const { return port_; }
+    int descriptor() const { return descriptor_; } ///< of the socket that has the port; still ours
 
   private:
     int descriptor_ = -1;
     int port_;
 };
-
-/// A socket that listens at `port`, 0: one that is free; the caller's to close. Throws
-/// std::runtime_error, which names the port, when it can't.
-int listen_on(const std::string& address, int port);
-
-/// The port of a socket that is bound to an address.
-int port_of(int descriptor);

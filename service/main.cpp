@@ -14,7 +14,10 @@
 #include <fmt/format.h>
 #include <fstream>
 #include <optional>
+#include <poll.h>
 #include <sys/resource.h>
+#include <sys/time.h>
+#include <unistd.h>
 
 namespace {
 
@@ -31,7 +34,8 @@ constexpr const char* more =
     "send.\n"
     "The web page shows each storage, live; beside it are /status (JSON) and /metrics "
     "(Prometheus).\n"
-    "It runs until SIGTERM or SIGINT. What it counts isn't kept, but sessions that are open go on\n"
+    "It runs until SIGTERM or SIGINT, and opens its log file anew on SIGHUP. What it counts isn't "
+    "kept, but sessions that are open go on\n"
     "with a service that is started anew on the same port.\n\n"
     "Ends with 0 when it was stopped, 1 when it can't start, 2 when the arguments are wrong.\n\n"
     "Examples:\n"
@@ -117,27 +121,49 @@ void raise_descriptor_limit() {
     }
 }
 
-/// The signals that stop the service. All threads that are started from now on leave them to main.
-sigset_t take_stop_signals() {
+/// The signals that main waits for. All threads that are started from now on leave them to it.
+sigset_t take_signals() {
     sigset_t signals;
     sigemptyset(&signals);
-    sigaddset(&signals, SIGTERM);
-    sigaddset(&signals, SIGINT);
+    for (const int each : {SIGTERM, SIGINT, SIGHUP}) {
+        sigaddset(&signals, each);
+    }
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     signal(SIGPIPE, SIG_IGN);
     return signals;
 }
 
 /// Ticks once a second until a stop signal comes; which one.
-int tick_until_stopped(ledger& book, const sigset_t& signals) {
+int tick_until_stopped(ledger& book, service_log& log, const sigset_t& signals) {
     for (;;) {
         const timespec second = {1, 0};
         const int signal = sigtimedwait(&signals, nullptr, &second);
-        if (signal > 0) {
+        if (signal == SIGHUP) {
+            log.reopen();
+        } else if (signal > 0) {
             return signal;
         }
         book.tick(this_moment());
+        log.tick();
     }
+}
+
+/// From now on another stop signal ends the process at once, and so does an end that takes too
+/// long, whoever holds it up.
+void bound_the_end(const sigset_t& signals) {
+    constexpr itimerval longest_end = {{0, 0}, {4, 500000}};
+    signal(SIGALRM, [](int) {
+        constexpr char text[] =
+            "vlsld: ended before it was done with stopping, which took too long\n";
+        pollfd out = {STDERR_FILENO, POLLOUT, 0};
+        if (poll(&out, 1, 0) > 0 && write(STDERR_FILENO, text, sizeof text - 1) < 0) {
+            // Nobody reads it.
+        }
+        _exit(exit_failed);
+    });
+    setitimer(ITIMER_REAL, &longest_end, nullptr);
+    signal(SIGHUP, SIG_IGN);
+    pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
 }
 
 /// Whole or not at all, since somebody may be waiting for it.
@@ -182,23 +208,24 @@ void announce(const request& asked, const corba_server& corba, int web_port, ser
 }
 
 void serve(request& asked) {
-    const sigset_t stop_signals = take_stop_signals();
+    const sigset_t signals = take_signals();
     raise_descriptor_limit();
     asked.corba.port = choose_port(asked.port);
     service_log log(asked.log_file);
-    const auto log_line = [&](const std::string& line) { log.line(line); };
-    ledger book(asked.lease, this_moment(), log_line);
+    const auto to_log = [&](const log_line& line) { log.line(line); };
+    ledger book(asked.lease, this_moment(), to_log);
     {
         std::optional<web_server> web;
         int web_port = 0;
         if (asked.has_web) {
-            const int listening = listen_on(asked.web_address, asked.web_port);
-            web_port = port_of(listening);
-            web.emplace(std::vector{listening}, book);
+            const port_reservation place(asked.web_address, asked.web_port);
+            web_port = place.port();
+            web.emplace(std::vector{place.descriptor()}, book);
         }
-        const corba_server corba(asked.corba, book, log_line);
+        const corba_server corba(asked.corba, book, to_log);
         announce(asked, corba, web_port, log);
-        const int signal = tick_until_stopped(book, stop_signals);
+        const int signal = tick_until_stopped(book, log, signals);
+        bound_the_end(signals);
         log.line(fmt::format("stopping: {}", strsignal(signal)));
     }
     log.line("stopped");

@@ -10,7 +10,7 @@
 
 class web_server {
   public:
-    /// Answers on the sockets `listening`, which listen already and are its own from now on.
+    /// Listens and answers on the sockets `listening`, which are bound and stay the caller's.
     /// Throws std::runtime_error when it can't. `book` is borrowed.
     web_server(const std::vector<int>& listening, ledger& book);
 
