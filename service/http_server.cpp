@@ -8,11 +8,13 @@
 #include <exception>
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <linux/sockios.h>
 #include <memory>
 #include <microhttpd.h>
 #include <poll.h>
 #include <stdexcept>
 #include <sys/eventfd.h>
+#include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -55,8 +57,9 @@ http_answer short_answer(unsigned status, const char* text) {
 /// An answer that is being sent.
 struct sending {
     text_source rest;
-    std::string piece;
-    size_t sent = 0;
+    int64_t* total; ///< bytes that were sent
+    std::string piece = "";
+    size_t sent = 0; ///< of the piece
 };
 
 ssize_t send_more(void* of, uint64_t, char* buffer, size_t size) {
@@ -76,15 +79,16 @@ ssize_t send_more(void* of, uint64_t, char* buffer, size_t size) {
             body.sent += part;
             filled += part;
         }
+        *body.total += static_cast<int64_t>(filled);
         return filled > 0 ? static_cast<ssize_t>(filled) : MHD_CONTENT_READER_END_OF_STREAM;
     } catch (const std::exception&) {
         return MHD_CONTENT_READER_END_WITH_ERROR;
     }
 }
 
-MHD_Result send_answer(MHD_Connection* connection, http_answer answer,
-                       const http_headers& headers) {
-    auto body = std::make_unique<sending>(sending{std::move(answer.body), "", 0});
+MHD_Result send_answer(MHD_Connection* connection, http_answer answer, const http_headers& headers,
+                       bool is_head, int64_t* total) {
+    auto body = std::make_unique<sending>(sending{std::move(answer.body), total});
     MHD_Response* const response =
         MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, piece_size, send_more, body.get(),
                                           [](void* of) { delete static_cast<sending*>(of); });
@@ -99,6 +103,9 @@ MHD_Result send_answer(MHD_Connection* connection, http_answer answer,
     }
     if (answer.status == MHD_HTTP_METHOD_NOT_ALLOWED) {
         MHD_add_response_header(response, "Allow", "GET, HEAD");
+    }
+    if (is_head) { // or the library sends the chunk that ends a body
+        MHD_set_response_options(response, MHD_RF_HTTP_1_0_COMPATIBLE_STRICT, MHD_RO_END);
     }
     const MHD_Result result = MHD_queue_response(connection, answer.status, response);
     MHD_destroy_response(response); // the connection has its own hold of it
@@ -151,9 +158,16 @@ struct http_server::callbacks {
     static MHD_Result answer(void* self, MHD_Connection* connection, const char* path,
                              const char* method, const char*, const char*, size_t*, void**) {
         const auto& server = *static_cast<const http_server*>(self);
+        auto* const known = static_cast<http_server::connection*>(
+            MHD_get_connection_info(connection, MHD_CONNECTION_INFO_SOCKET_CONTEXT)
+                ->socket_context);
+        if (known == nullptr) {
+            return MHD_NO; // there was no memory for it
+        }
         try {
             return send_answer(connection, server.answer(request_of(connection, path), method),
-                               server.site_.headers);
+                               server.site_.headers, strcmp(method, MHD_HTTP_METHOD_HEAD) == 0,
+                               &known->sent);
         } catch (const std::exception&) {
             return MHD_NO; // which ends the connection
         }
@@ -212,9 +226,7 @@ void http_server::run() {
         for (const daemon& each : daemons_) {
             MHD_run(each.get());
         }
-        while (!open_.empty() && open_.front().ends <= now_ms()) {
-            cut(open_.begin());
-        }
+        cut_overdue();
         if (ready > 0 && open_.empty() && cut_.empty()) {
             constexpr int moment_ms = 10;
             poll(awaited.data(), 1, moment_ms); // no descriptor was left to accept with
@@ -232,10 +244,33 @@ int http_server::milliseconds_to_wait() const {
             at_most(static_cast<int64_t>(std::min<MHD_UNSIGNED_LONG_LONG>(needed, 1000)));
         }
     }
-    if (!open_.empty()) {
-        at_most(std::max(open_.front().ends - now_ms(), int64_t{0}));
+    const int64_t now = now_ms();
+    for (const connection& each : open_) {
+        at_most(std::max(each.ends(now) - now, int64_t{0}));
+        if (each.patience_ends > now) {
+            break;
+        }
     }
     return static_cast<int>(wait);
+}
+
+void http_server::cut_overdue() {
+    const int64_t now = now_ms();
+    for (auto each = open_.begin(); each != open_.end() && each->patience_ends <= now;) {
+        const auto next = std::next(each);
+        if (each->ends(now) <= now) {
+            cut(each);
+        }
+        each = next;
+    }
+}
+
+int64_t http_server::connection::ends(int64_t now) const {
+    int waiting = 0; // in the system, until the reader takes it
+    if (patience_ends > now || ioctl(socket, SIOCOUTQ, &waiting) != 0) {
+        return patience_ends;
+    }
+    return patience_ends + std::max<int64_t>(sent - waiting, 0) / web_bytes_a_ms;
 }
 
 /// `place` is where the library keeps what we know of the connection; null: nothing.

@@ -29,6 +29,7 @@ struct MHD_Daemon;
 
 constexpr size_t most_web_connections = 256;
 constexpr int64_t web_patience_ms = 5000; ///< from a connection's accept to its end
+constexpr int64_t web_bytes_a_ms = 1024;  ///< that a reader takes, at least, who is given more time
 
 struct http_request {
     std::string path;
@@ -68,7 +69,11 @@ class http_server {
     struct connection {
         int socket;
         std::string neighbour; ///< whoever it is with; all that one may have count as one
-        int64_t ends;          ///< milliseconds of the clock that is never set
+        int64_t patience_ends; ///< milliseconds of the clock that is never set
+        int64_t sent = 0;      ///< bytes of the answer
+
+        /// When it ends if nothing more is taken; the oldest connections' are looked at alone.
+        int64_t ends(int64_t now) const;
     };
     using connection_list = std::list<connection>;
 
@@ -85,6 +90,7 @@ class http_server {
     void leave(void** place);
     connection_list::iterator oldest_of_most();
     void cut(connection_list::iterator which);
+    void cut_overdue();
     http_answer answer(const http_request& request, std::string_view method) const;
 
     const http_site site_;

@@ -22,7 +22,7 @@ bool log_budget::admits(const log_line& line, int64_t uptime) {
     const auto kind = static_cast<size_t>(line.kind);
     account& mine = accounts_[kind];
     const bool is_repeated = line.text == mine.written && uptime - mine.written_at < told_every;
-    if (!is_repeated && pays(mine, log_allowances[kind], line.text.size(), uptime)) {
+    if (!is_repeated && pays(mine, log_allowances[kind], line.text.size() + bytes_beside, uptime)) {
         mine.written = line.text;
         mine.written_at = uptime;
         return true;

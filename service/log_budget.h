@@ -25,7 +25,8 @@ constexpr log_allowance log_allowances[] = {{"changes", 4 << 20, 16 << 20},
                                             {"refusals", 16 << 10, 64 << 10},
                                             {"messages of the ORB", 16 << 10, 64 << 10}};
 
-constexpr int64_t told_every = 60; ///< seconds
+constexpr size_t bytes_beside = 26; ///< a line's text, for its time and its end
+constexpr int64_t told_every = 60;  ///< seconds
 
 class log_budget {
   public:

@@ -5,6 +5,7 @@
 #include "service/listening.h"
 #include "service/moment.h"
 #include "service/service_log.h"
+#include "service/signals.h"
 #include "service/web_server.h"
 
 #include <CLI/CLI.hpp>
@@ -14,15 +15,13 @@
 #include <fmt/format.h>
 #include <fstream>
 #include <optional>
-#include <poll.h>
 #include <sys/resource.h>
-#include <sys/time.h>
-#include <unistd.h>
 
 namespace {
 
 constexpr int exit_failed = 1;
 constexpr int exit_usage = 2;
+constexpr int longest_end_ms = 4500;
 
 constexpr const char* about =
     "Counts who uses each storage and shares its bandwidth: the management service that the "
@@ -121,18 +120,6 @@ void raise_descriptor_limit() {
     }
 }
 
-/// The signals that main waits for. All threads that are started from now on leave them to it.
-sigset_t take_signals() {
-    sigset_t signals;
-    sigemptyset(&signals);
-    for (const int each : {SIGTERM, SIGINT, SIGHUP}) {
-        sigaddset(&signals, each);
-    }
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    signal(SIGPIPE, SIG_IGN);
-    return signals;
-}
-
 /// Ticks once a second until a stop signal comes; which one.
 int tick_until_stopped(ledger& book, service_log& log, const sigset_t& signals) {
     for (;;) {
@@ -146,24 +133,6 @@ int tick_until_stopped(ledger& book, service_log& log, const sigset_t& signals) 
         book.tick(this_moment());
         log.tick();
     }
-}
-
-/// From now on another stop signal ends the process at once, and so does an end that takes too
-/// long, whoever holds it up.
-void bound_the_end(const sigset_t& signals) {
-    constexpr itimerval longest_end = {{0, 0}, {4, 500000}};
-    signal(SIGALRM, [](int) {
-        constexpr char text[] =
-            "vlsld: ended before it was done with stopping, which took too long\n";
-        pollfd out = {STDERR_FILENO, POLLOUT, 0};
-        if (poll(&out, 1, 0) > 0 && write(STDERR_FILENO, text, sizeof text - 1) < 0) {
-            // Nobody reads it.
-        }
-        _exit(exit_failed);
-    });
-    setitimer(ITIMER_REAL, &longest_end, nullptr);
-    signal(SIGHUP, SIG_IGN);
-    pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
 }
 
 /// Whole or not at all, since somebody may be waiting for it.
@@ -225,7 +194,7 @@ void serve(request& asked) {
         const corba_server corba(asked.corba, book, to_log);
         announce(asked, corba, web_port, log);
         const int signal = tick_until_stopped(book, log, signals);
-        bound_the_end(signals);
+        bound_the_end(signals, longest_end_ms);
         log.line(fmt::format("stopping: {}", strsignal(signal)));
     }
     log.line("stopped");

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 #include <httplib.h>
 #include <stdexcept>
+#include <unistd.h>
 
 service_process::service_process(const std::vector<std::string>& arguments) {
     directory_ = (std::filesystem::temp_directory_path() / "vlsld-XXXXXX").string();
@@ -27,7 +28,13 @@ service_process::service_process(const std::vector<std::string>& arguments) {
     }
     command.insert(command.end(), arguments.begin(), arguments.end());
     process_.emplace(command, process_options{});
-    if (!process_->await_err("is ready")) {
+    // Where its log goes elsewhere, what it says on standard output is all there is to wait for.
+    const bool is_up =
+        has("--log-file") ? process_->await_out("web page at") : process_->await_err("is ready");
+    while (is_up && !std::filesystem::exists(port_file)) {
+        usleep(10000);
+    }
+    if (!is_up) {
         throw std::runtime_error("vlsld ended: " + process_->wait().err);
     }
     ports_ = conf_dir::read(port_file);
