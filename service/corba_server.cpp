@@ -2,66 +2,57 @@
 
 #include "service/listening.h"
 #include "service/servants.h"
+#include "service/transport/orb_transport.h"
 
 #include <algorithm>
 #include <fmt/format.h>
-#include <list>
-#include <omniORB4/sslContext.h>
+#include <memory>
 #include <stdexcept>
 #include <string_view>
 #include <vector>
 
 namespace {
 
-constexpr const char* plain = "tcp";
-constexpr const char* tls = "ssl";
+constexpr size_t longest_message = 4 * longest_text;
 
+/// What is to be spoken on which port, and by whom.
 struct listener {
-    const char* transport;
+    std::shared_ptr<const transport::tls_identity> identity; ///< null: no TLS
     int port;
 };
 
-/// What is to be spoken on which port.
 std::vector<listener> listeners_of(const corba_options& options) {
     if (options.tls_key.empty()) {
-        return {{plain, options.port}};
+        return {{nullptr, options.port}};
     }
+    const auto identity =
+        std::make_shared<const transport::tls_identity>(options.tls_ca, options.tls_key);
     if (options.tls_port < 0) {
-        return {{tls, options.port}};
+        return {{identity, options.port}};
     }
-    return {{plain, options.port}, {tls, options.tls_port}};
+    return {{nullptr, options.port}, {identity, options.tls_port}};
 }
 
-/// Where all addresses are listened on, the ORB is left to choose the one that references have.
-std::string endpoint(const std::string& address, const char* transport, int port) {
-    const bool is_any = address == "0.0.0.0" || address == "::";
-    const bool is_v6 = !is_any && address.find(':') != std::string::npos;
-    return fmt::format(is_v6 ? "giop:{}:[{}]:{}" : "giop:{}:{}:{}", transport,
-                       is_any ? "" : address, port);
-}
+/// How long a connection may be idle, in seconds: as long as a session may be between reports.
+int64_t idle_time(int64_t lease) { return std::max(lease, int64_t{300}); }
 
 /// Starts the ORB. Each value says why it isn't the ORB's own.
-CORBA::ORB_ptr start_orb(const std::vector<std::string>& endpoints, int64_t lease, bool has_tls) {
-    std::vector<std::pair<std::string, std::string>> settings = {
+CORBA::ORB_ptr start_orb(int64_t lease) {
+    const std::pair<std::string, std::string> settings[] = {
+        {"endPoint", transport::endpoint_name},
         // A connection has a thread as long as there are few. Beyond that a pool serves them all,
         // so neither thousands of clients nor one that floods can use up the threads.
         {"threadPerConnectionUpperLimit", "256"},
         {"threadPerConnectionLowerLimit", "200"},
         {"maxServerThreadPoolSize", "64"},
         {"maxServerThreadPerConnection", "4"},
-        // A request has to arrive within 5 s of its first byte, and its answer to be taken in that.
-        {"serverCallTimeOutPeriod", "5000"},
-        {"giopMaxMsgSize", std::to_string(4 * longest_text)},
-        // A connection is idle between reports for as long as a session may be.
-        {"inConScanPeriod", std::to_string(std::max(lease, int64_t{300}))},
+        {"giopMaxMsgSize", std::to_string(longest_message)},
+        {"inConScanPeriod", std::to_string(idle_time(lease))},
         // Narrow text is taken byte for byte.
         {"nativeCharCodeSet", "ISO-8859-1"},
-        // Without TLS it would warn that there is none.
-        {"traceLevel", has_tls ? "1" : "0"},
+        // It would tell of each client that breaks off, and anybody could make it.
+        {"traceLevel", "0"},
     };
-    for (const std::string& each : endpoints) {
-        settings.emplace_back("endPoint", each);
-    }
     std::vector<std::string> arguments = {"vlsld"};
     for (const auto& [name, value] : settings) {
         arguments.push_back("-ORB" + name);
@@ -84,38 +75,34 @@ void take_orb_messages(const ledger::log_sink& log) {
     });
 }
 
-void set_tls_files(const corba_options& options) {
-    // Kept by the ORB, which only has the pointers.
-    static std::string ca;
-    static std::string key;
-    ca = options.tls_ca;
-    key = options.tls_key;
-    sslContext::certificate_authority_file = ca.c_str();
-    sslContext::key_file = key.c_str();
-    sslContext::key_file_password = ""; // nobody is there to be asked for one
-}
-
 } // namespace
 
-corba_server::corba_server(const corba_options& options, ledger& book,
-                           const ledger::log_sink& log) {
+corba_server::corba_server(const corba_options& options, ledger& book, const ledger::log_sink& log)
+    : addresses_(addresses_to_listen_on(options.address)) {
     take_orb_messages(log);
-    std::vector<std::string> endpoints;
-    std::list<port_reservation> reserved; // until the ORB listens
+    std::vector<transport::reception::entrance> entrances;
+    std::vector<transport::published_address> published;
+    std::vector<std::string> places;
+    const bool is_all = addresses_[0] == "::" || addresses_[0] == "0.0.0.0";
     for (const listener& each : listeners_of(options)) {
-        const int port = reserved.emplace_back(options.address, each.port).port();
-        endpoints.push_back(endpoint(options.address, each.transport, port));
-        (each.transport == plain ? port_ : tls_port_) = port;
+        listening_sockets sockets(addresses_, each.port);
+        const bool has_tls = each.identity != nullptr;
+        (has_tls ? tls_port_ : port_) = sockets.port();
+        published.push_back({has_tls, is_all ? "" : addresses_[0], sockets.port()});
+        places.push_back(fmt::format("giop:{}:{}", has_tls ? "ssl" : "tcp",
+                                     address_and_port(addresses_[0], sockets.port())));
+        entrances.push_back({std::move(sockets), each.identity});
     }
-    if (!options.tls_key.empty()) {
-        set_tls_files(options);
-    }
+    transport::set_reception(
+        std::make_shared<transport::reception>(std::move(entrances), longest_message,
+                                               std::chrono::seconds(idle_time(book.lease()))),
+        std::move(published));
     try {
-        own_.orb = start_orb(endpoints, book.lease(), !options.tls_key.empty());
+        own_.orb = start_orb(book.lease());
         publish(own_.orb, book);
     } catch (const CORBA::Exception& error) {
         throw std::runtime_error(fmt::format("can't listen on {}: the ORB says CORBA::{}",
-                                             fmt::join(endpoints, ", "), error._name()));
+                                             fmt::join(places, ", "), error._name()));
     }
 }
 

@@ -6,9 +6,10 @@
 
 #include <omniORB4/CORBA.h>
 #include <string>
+#include <vector>
 
 struct corba_options {
-    std::string address; ///< to listen on, an IPv4 or IPv6 address
+    std::string address; ///< to listen on, an IPv4 or IPv6 address; empty: those of the loopback
     int port;            ///< 0: any that is free
     std::string tls_ca;  ///< PEM files; both or neither. With them the port speaks TLS
     std::string tls_key; ///< the key, and its certificate
@@ -24,6 +25,8 @@ class corba_server {
     corba_server(const corba_server&) = delete;
     corba_server& operator=(const corba_server&) = delete;
 
+    /// Where it listens, on the same ports of each.
+    const std::vector<std::string>& addresses() const { return addresses_; }
     int port() const { return port_; }         ///< 0: TLS alone is spoken
     int tls_port() const { return tls_port_; } ///< 0: no TLS is spoken
 
@@ -35,6 +38,7 @@ class corba_server {
         ~ending_orb();
     };
 
+    std::vector<std::string> addresses_;
     ending_orb own_;
     int port_ = 0;
     int tls_port_ = 0;

@@ -46,8 +46,8 @@ constexpr const char* more =
 
 struct request {
     int port = -1;
-    corba_options corba = {"127.0.0.1", 0, "", "", -1};
-    std::string web_address = "127.0.0.1";
+    corba_options corba = {"", 0, "", "", -1};
+    std::string web_address; ///< empty: the loopback addresses
     int web_port = 5639;
     bool has_web = true;
     int64_t lease = 3600;
@@ -63,18 +63,19 @@ void add_options(CLI::App& app, request& asked) {
         ->check(is_port)
         ->type_name("PORT");
     app.add_option("--listen", asked.corba.address,
-                   "Address to listen on; 0.0.0.0: all. Whoever reaches it is served")
-        ->type_name("ADDRESS")
-        ->capture_default_str();
+                   "Address to listen on; 0.0.0.0: all. Whoever reaches it is served (default: "
+                   "127.0.0.1 and, where the host has it, ::1)")
+        ->type_name("ADDRESS");
     CLI::Option* const web_port =
         app.add_option("--http-port", asked.web_port, "Port of the web page; 0: a free one")
             ->check(is_port)
             ->type_name("PORT")
             ->capture_default_str();
     CLI::Option* const web_address =
-        app.add_option("--http-listen", asked.web_address, "Address of the web page")
-            ->type_name("ADDRESS")
-            ->capture_default_str();
+        app.add_option(
+               "--http-listen", asked.web_address,
+               "Address of the web page (default: 127.0.0.1 and, where the host has it, ::1)")
+            ->type_name("ADDRESS");
     app.add_flag_callback(
            "--no-http", [&] { asked.has_web = false; }, "No web page")
         ->excludes(web_port)
@@ -146,24 +147,33 @@ void write_port_file(const std::string& path, const std::string& lines) {
     }
 }
 
+/// Where the web page is.
+struct web_place {
+    std::vector<std::string> addresses;
+    int port = 0; ///< 0: there is none
+};
+
 /// Says where the service can be reached.
-void announce(const request& asked, const corba_server& corba, int web_port, service_log& log) {
+void announce(const request& asked, const corba_server& corba, const web_place& web,
+              service_log& log) {
     struct place {
         const char* what;
         const char* variable;
-        const std::string& address;
+        std::vector<std::string> addresses;
         int port; ///< 0: not there
     };
     const place places[] = {
-        {"listening on", "VLSL_PORT", asked.corba.address, corba.port()},
-        {"listening with TLS on", "VLSL_TLS_PORT", asked.corba.address, corba.tls_port()},
-        {"web page at", "VLSL_HTTP_PORT", asked.web_address, web_port}};
+        {"listening on", "VLSL_PORT", corba.addresses(), corba.port()},
+        {"listening with TLS on", "VLSL_TLS_PORT", corba.addresses(), corba.tls_port()},
+        {"web page at", "VLSL_HTTP_PORT", web.addresses, web.port}};
     std::string variables;
     for (const place& each : places) {
         if (each.port != 0) {
-            const bool is_v6 = each.address.find(':') != std::string::npos;
-            const std::string line =
-                fmt::format(is_v6 ? "{} [{}]:{}" : "{} {}:{}", each.what, each.address, each.port);
+            std::vector<std::string> at;
+            for (const std::string& address : each.addresses) {
+                at.push_back(address_and_port(address, each.port));
+            }
+            const std::string line = fmt::format("{} {}", each.what, fmt::join(at, " and "));
             puts(line.c_str());
             log.line(line);
             variables += fmt::format("{}={}\n", each.variable, each.port);
@@ -185,14 +195,15 @@ void serve(request& asked) {
     ledger book(asked.lease, this_moment(), to_log);
     {
         std::optional<web_server> web;
-        int web_port = 0;
+        web_place page;
         if (asked.has_web) {
-            const port_reservation place(asked.web_address, asked.web_port);
-            web_port = place.port();
-            web.emplace(std::vector{place.descriptor()}, book);
+            page.addresses = addresses_to_listen_on(asked.web_address);
+            const listening_sockets sockets(page.addresses, asked.web_port);
+            page.port = sockets.port();
+            web.emplace(sockets.descriptors(), book);
         }
         const corba_server corba(asked.corba, book, to_log);
-        announce(asked, corba, web_port, log);
+        announce(asked, corba, page, log);
         const int signal = tick_until_stopped(book, log, signals);
         bound_the_end(signals, longest_end_ms);
         log.line(fmt::format("stopping: {}", strsignal(signal)));

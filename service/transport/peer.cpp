@@ -1,0 +1,288 @@
+#include "service/transport/peer.h"
+
+#include "service/listening.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cerrno>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace transport {
+
+namespace {
+
+constexpr size_t chunk = 16384;
+constexpr int most_chunks = 16; ///< of one peer, before it is the next one's turn
+
+std::string address_of(int descriptor, decltype(getsockname)* which) {
+    sockaddr_storage address = {};
+    socklen_t size = sizeof address;
+    char text[INET6_ADDRSTRLEN] = "255.255.255.255"; // of one that has gone already
+    int port = 65535;
+    if (which(descriptor, reinterpret_cast<sockaddr*>(&address), &size) == 0) {
+        if (address.ss_family == AF_INET6) {
+            const auto& v6 = reinterpret_cast<const sockaddr_in6&>(address);
+            inet_ntop(AF_INET6, &v6.sin6_addr, text, sizeof text);
+            port = ntohs(v6.sin6_port);
+        } else {
+            const auto& v4 = reinterpret_cast<const sockaddr_in&>(address);
+            inet_ntop(AF_INET, &v4.sin_addr, text, sizeof text);
+            port = ntohs(v4.sin_port);
+        }
+    }
+    return address_and_port(text, port);
+}
+
+bool is_to_wait(int error) { return error == EAGAIN || error == EWOULDBLOCK || error == EINTR; }
+
+} // namespace
+
+peer::peer(int descriptor, const tls_identity* identity, size_t longest_message)
+    : descriptor_(descriptor), has_tls_(identity != nullptr), requests_(longest_message) {
+    const int on = 1;
+    setsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    own_address_ = address_of(descriptor, getsockname);
+    peer_address_ = address_of(descriptor, getpeername);
+    if (identity != nullptr) {
+        tls_.emplace(*identity);
+    }
+}
+
+peer::~peer() { close(); }
+
+peer::condition peer::advance() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return advance_locked();
+}
+
+peer::condition peer::advance_locked() {
+    for (int chunks = 0; flush() && now_locked() == condition::waiting; ++chunks) {
+        if (chunks == most_chunks || !read_some()) {
+            break;
+        }
+    }
+    const std::optional<clock::time_point> last = deadline_locked();
+    if (last && *last <= clock::now()) {
+        end_locked();
+    }
+    return now_locked();
+}
+
+peer::condition peer::now() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return now_locked();
+}
+
+peer::condition peer::now_locked() {
+    if (!is_over_ && !output_.empty()) {
+        return condition::flushing;
+    }
+    switch (is_over_ ? request_assembly::state::closed : requests_.look(clock::now())) {
+    case request_assembly::state::whole:
+        return condition::whole;
+    case request_assembly::state::incomplete:
+        return condition::waiting;
+    case request_assembly::state::refused:
+        send_locked(message_error, sizeof message_error);
+        break;
+    case request_assembly::state::closed:
+        break;
+    }
+    end_locked();
+    return condition::over;
+}
+
+/// False: there is nothing to read now.
+bool peer::read_some() {
+    char bytes[chunk];
+    const ssize_t count = recv(descriptor_, bytes, sizeof bytes, MSG_DONTWAIT);
+    if (count < 0 && is_to_wait(errno)) {
+        return false;
+    }
+    if (count <= 0 || !accept_bytes(bytes, static_cast<size_t>(count))) {
+        end_locked();
+        return false;
+    }
+    return true;
+}
+
+bool peer::accept_bytes(const char* bytes, size_t count) {
+    if (!tls_) {
+        requests_.append(bytes, count);
+        return true;
+    }
+    std::string plain;
+    const bool goes_on = tls_->receive(bytes, count, plain, output_);
+    requests_.append(plain.data(), plain.size());
+    if (!goes_on) {
+        flush(); // it says why
+    }
+    return goes_on || !plain.empty();
+}
+
+bool peer::wait_for_message() {
+    for (;;) {
+        std::unique_lock<std::mutex> lock(mutex_);
+        condition is = now_locked();
+        const bool is_idle = is == condition::waiting && !deadline_locked();
+        if (!is_idle) {
+            is = advance_locked();
+        }
+        if (is == condition::whole || is == condition::over) {
+            return is == condition::whole;
+        }
+        const clock::time_point last = deadline_locked().value_or(clock::now() + patience);
+        lock.unlock();
+        if (is_idle) {
+            wait_and_read();
+        } else {
+            wait_until(last, is == condition::flushing ? POLLOUT : POLLIN);
+        }
+    }
+}
+
+/// For a peer that has begun nothing, which takes as long as it likes.
+void peer::wait_and_read() {
+    char bytes[chunk];
+    const ssize_t count = recv(descriptor_, bytes, sizeof bytes, 0);
+    if (count < 0 && errno == EINTR) {
+        return;
+    }
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (count <= 0 || is_over_ || !accept_bytes(bytes, static_cast<size_t>(count))) {
+        end_locked();
+    }
+}
+
+void peer::wait_until(clock::time_point last, short events) const {
+    using std::chrono::milliseconds;
+    const auto left = std::chrono::ceil<milliseconds>(last - clock::now());
+    pollfd watched = {descriptor_, events, 0};
+    poll(&watched, 1, static_cast<int>(std::max(left, milliseconds(0)).count()));
+}
+
+size_t peer::take(void* to, size_t size) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return is_over_ ? 0 : requests_.take(to, size);
+}
+
+bool peer::send(const void* bytes, size_t count) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return send_locked(bytes, count);
+}
+
+bool peer::send_locked(const void* bytes, size_t count) {
+    if (is_over_) {
+        return false;
+    }
+    if (output_.size() + count > longest_output) {
+        end_locked();
+        return false;
+    }
+    const auto* first = static_cast<const char*>(bytes);
+    if (tls_) {
+        if (!tls_->send(bytes, count, output_)) {
+            end_locked();
+        }
+    } else if (output_.empty()) {
+        const ssize_t sent = ::send(descriptor_, bytes, count, MSG_DONTWAIT | MSG_NOSIGNAL);
+        if (sent < 0 && !is_to_wait(errno)) {
+            end_locked();
+            return false;
+        }
+        const size_t taken = sent < 0 ? 0 : static_cast<size_t>(sent);
+        if (taken == count) {
+            return true;
+        }
+        output_.assign(first + taken, count - taken);
+    } else {
+        output_.append(first, count);
+    }
+    flush();
+    return !is_over_;
+}
+
+/// Whether all that waited is sent.
+bool peer::flush() {
+    size_t sent = 0;
+    while (sent < output_.size() && !is_over_) {
+        const ssize_t count = ::send(descriptor_, output_.data() + sent, output_.size() - sent,
+                                     MSG_DONTWAIT | MSG_NOSIGNAL);
+        if (count < 0 && !is_to_wait(errno)) {
+            end_locked();
+        } else if (count < 0) {
+            break;
+        } else {
+            sent += static_cast<size_t>(count);
+        }
+    }
+    output_.erase(0, sent);
+    if (output_.empty()) {
+        output_since_.reset();
+        output_.shrink_to_fit();
+    } else if (!output_since_) {
+        output_since_ = clock::now();
+    }
+    return output_.empty();
+}
+
+void peer::end() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    end_locked();
+}
+
+void peer::end_locked() {
+    if (is_over_) {
+        return;
+    }
+    if (tls_) {
+        tls_->finish(output_);
+        if (!output_.empty()) {
+            ::send(descriptor_, output_.data(), output_.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+        }
+    }
+    is_over_ = true;
+    shutdown(descriptor_, SHUT_RDWR);
+}
+
+void peer::close() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    end_locked();
+    if (!is_closed_) {
+        is_closed_ = true;
+        ::close(descriptor_);
+    }
+}
+
+std::optional<clock::time_point> peer::deadline() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return deadline_locked();
+}
+
+std::optional<clock::time_point> peer::deadline_locked() const {
+    std::optional<clock::time_point> since = requests_.begun();
+    const auto or_since = [&](clock::time_point other) {
+        since = std::min(since.value_or(other), other);
+    };
+    if (tls_ && !tls_->is_agreed()) {
+        or_since(accepted_);
+    }
+    if (output_since_) {
+        or_since(*output_since_);
+    }
+    if (!since) {
+        return std::nullopt;
+    }
+    return *since + patience;
+}
+
+size_t peer::held() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return requests_.held();
+}
+
+} // namespace transport
