@@ -3,6 +3,7 @@
 
 #include "tests/service/service_process.h"
 #include "tests/service/wire_client.h"
+#include "tests/support/process_state.h"
 
 #include <arpa/inet.h>
 #include <atomic>
@@ -66,13 +67,6 @@ std::string giop_header(const std::string& magic, uint32_t length) {
     }
     return header;
 }
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool has_memory_of_its_own =
-    false; ///< a sanitizer keeps what is freed, and notes beside all
-#else
-constexpr bool has_memory_of_its_own = true;
-#endif
 
 TEST(Load, TwoThousandSessionsAreOpenAtOnce) {
     service_process service;

@@ -24,3 +24,11 @@ inline bool comes_down_to(size_t (*count)(), size_t expected) {
     }
     return count() <= expected;
 }
+
+/// Whether what memory is measured is what the program took: a sanitizer keeps what is freed, and
+/// notes beside all.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool has_memory_of_its_own = false;
+#else
+constexpr bool has_memory_of_its_own = true;
+#endif
