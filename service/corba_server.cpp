@@ -40,11 +40,9 @@ int64_t idle_time(int64_t lease) { return std::max(lease, int64_t{300}); }
 CORBA::ORB_ptr start_orb(int64_t lease) {
     const std::pair<std::string, std::string> settings[] = {
         {"endPoint", transport::endpoint_name},
-        // A connection has a thread as long as there are few. Beyond that a pool serves them all,
-        // so neither thousands of clients nor one that floods can use up the threads.
-        {"threadPerConnectionUpperLimit", "256"},
-        {"threadPerConnectionLowerLimit", "200"},
-        {"maxServerThreadPoolSize", "64"},
+        // A thread is had for a request, not for a connection.
+        {"threadPerConnectionPolicy", "0"},
+        {"maxServerThreadPoolSize", std::to_string(transport::most_lingering + 64)},
         {"maxServerThreadPerConnection", "4"},
         {"giopMaxMsgSize", std::to_string(longest_message)},
         {"inConScanPeriod", std::to_string(idle_time(lease))},

@@ -1,6 +1,6 @@
 #include "service/transport/orb_transport.h"
 
-#include <algorithm>
+#include <atomic>
 #include <new>
 #include <omniORB4/CORBA.h>
 #include <omniORB4/giopEndpoint.h>
@@ -40,17 +40,8 @@ class orb_connection : public omni::giopConnection {
     }
 
     int Recv(void* to, size_t size, const omni_time_t& /*deadline*/) override {
-        try {
-            do {
-                const size_t count = guest_->connection.take(to, size);
-                if (count != 0) {
-                    return static_cast<int>(count);
-                }
-            } while (guest_->connection.wait_for_message());
-        } catch (const std::bad_alloc&) {
-            guest_->connection.end();
-        }
-        return failed;
+        const size_t count = guest_->connection.take(to, size);
+        return count != 0 ? static_cast<int>(count) : failed;
     }
 
     void Shutdown() override { guest_->connection.end(); }
@@ -68,13 +59,20 @@ class orb_connection : public omni::giopConnection {
     void clearSelectable() override { from_->unwatch(*guest_); }
     CORBA::Boolean isSelectable() override { return true; }
 
+    /// Whether the thread that has answered goes on with this connection. Up to a number of threads
+    /// wait for that a moment, which saves a busy client the way through the reception. What is
+    /// over is seen by whoever goes on.
     CORBA::Boolean Peek() override {
+        static std::atomic<int> threads = 0;
+        peer& connection = guest_->connection;
+        peer::condition is = peer::condition::waiting;
         try {
-            return guest_->connection.advance() == peer::condition::whole;
+            is = ++threads <= most_lingering ? connection.linger() : connection.advance();
         } catch (const std::bad_alloc&) {
-            guest_->connection.end();
-            return false;
+            connection.end();
         }
+        --threads;
+        return is == peer::condition::whole || is == peer::condition::over;
     }
 
   private:

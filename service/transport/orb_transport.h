@@ -1,7 +1,6 @@
 // The service's own transport of its ORB: the ORB is given connections that have a whole message,
-// and writes without waiting, so that none of its threads depends on what a peer does. Up to a
-// number of connections each has a thread of the ORB, which waits for its next message and for
-// nothing else (it takes no turn through the reception then); beyond that the reception watches.
+// and writes without waiting, so that none of its threads depends on what a peer does. A thread
+// that has answered stays with the connection for a moment, if few do; then the reception watches.
 #pragma once
 
 #include "service/transport/reception.h"
@@ -10,6 +9,10 @@ namespace transport {
 
 /// The type of its only endpoint, for the ORB's option endPoint.
 constexpr const char* endpoint_name = "giop:vlsld:reception";
+
+/// How many threads of the ORB may wait for the next request of the client that they answered. Its
+/// pool has to have more.
+constexpr int most_lingering = 256;
 
 /// What references name. An empty host: the first address of this host's that isn't the loopback's,
 /// if there is one.

@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -45,6 +44,8 @@ peer::peer(int descriptor, const tls_identity* identity, size_t longest_message)
     : descriptor_(descriptor), has_tls_(identity != nullptr), requests_(longest_message) {
     const int on = 1;
     setsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    const timeval moment = {std::chrono::seconds(lingering).count(), 0};
+    setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &moment, sizeof moment);
     own_address_ = address_of(descriptor, getsockname);
     peer_address_ = address_of(descriptor, getpeername);
     if (identity != nullptr) {
@@ -124,45 +125,24 @@ bool peer::accept_bytes(const char* bytes, size_t count) {
     return goes_on || !plain.empty();
 }
 
-bool peer::wait_for_message() {
-    for (;;) {
-        std::unique_lock<std::mutex> lock(mutex_);
-        condition is = now_locked();
-        const bool is_idle = is == condition::waiting && !deadline_locked();
-        if (!is_idle) {
-            is = advance_locked();
-        }
-        if (is == condition::whole || is == condition::over) {
-            return is == condition::whole;
-        }
-        const clock::time_point last = deadline_locked().value_or(clock::now() + patience);
-        lock.unlock();
-        if (is_idle) {
-            wait_and_read();
-        } else {
-            wait_until(last, is == condition::flushing ? POLLOUT : POLLIN);
+peer::condition peer::linger() {
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        if (now_locked() != condition::waiting || deadline_locked()) {
+            return advance_locked();
         }
     }
-}
-
-/// For a peer that has begun nothing, which takes as long as it likes.
-void peer::wait_and_read() {
     char bytes[chunk];
     const ssize_t count = recv(descriptor_, bytes, sizeof bytes, 0);
-    if (count < 0 && errno == EINTR) {
-        return;
-    }
+    const int error = errno;
     const std::lock_guard<std::mutex> lock(mutex_);
+    if (count < 0 && is_to_wait(error)) {
+        return now_locked();
+    }
     if (count <= 0 || is_over_ || !accept_bytes(bytes, static_cast<size_t>(count))) {
         end_locked();
     }
-}
-
-void peer::wait_until(clock::time_point last, short events) const {
-    using std::chrono::milliseconds;
-    const auto left = std::chrono::ceil<milliseconds>(last - clock::now());
-    pollfd watched = {descriptor_, events, 0};
-    poll(&watched, 1, static_cast<int>(std::max(left, milliseconds(0)).count()));
+    return now_locked();
 }
 
 size_t peer::take(void* to, size_t size) {

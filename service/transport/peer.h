@@ -1,5 +1,5 @@
 // One connection: its socket, what came of a message, and what couldn't be sent yet. Nothing here
-// waits for the peer, but for wait_for_message.
+// waits for the peer, but for `linger`, for a moment.
 #pragma once
 
 #include "service/transport/request_assembly.h"
@@ -13,6 +13,7 @@ namespace transport {
 
 /// How long a peer may take for a message, for the handshake of TLS, and to take an answer.
 constexpr std::chrono::seconds patience{5};
+constexpr std::chrono::seconds lingering{1};
 constexpr size_t longest_output = 1 << 20; ///< bytes that wait for the peer to take them
 
 /// Thread-safe. Whoever asks for messages is one thread at a time.
@@ -35,14 +36,15 @@ class peer {
     condition advance();
     /// The same without reading or sending.
     condition now();
-    /// Waits in this thread until a message is whole. False: it is over.
-    bool wait_for_message();
+    /// Like advance, but for a peer that has begun nothing it waits for its next bytes, `lingering`
+    /// at most.
+    condition linger();
     /// Copies of the message that is whole; see request_assembly.
     size_t take(void* to, size_t size);
 
     /// Takes all of `bytes`, to be sent as the peer takes them. False: it is over.
     bool send(const void* bytes, size_t count);
-    /// Nothing more is read or sent; a thread that waits for a message is woken.
+    /// Nothing more is read or sent; a thread that lingers is woken.
     void end();
     /// Closes the socket too.
     void close();
@@ -58,9 +60,6 @@ class peer {
     const std::string& peer_address() const { return peer_address_; }
 
   private:
-    void wait_and_read();
-    void wait_until(clock::time_point last, short events) const;
-
     // What follows is for whoever holds the mutex.
     condition advance_locked();
     condition now_locked();
