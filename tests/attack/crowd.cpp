@@ -88,6 +88,13 @@ void crowd::keep_sending(const giop::octets& bytes, std::chrono::milliseconds lo
     }
 }
 
+void crowd::await_answers() const {
+    for (const int each : sockets_) {
+        pollfd state = {each, POLLIN, 0};
+        poll(&state, 1, 20000);
+    }
+}
+
 std::string crowd::ask(const giop::octets& bytes) const {
     char answer[4096] = "";
     ::send(sockets_.at(0), bytes.data(), bytes.size(), MSG_NOSIGNAL);
