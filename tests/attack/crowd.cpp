@@ -88,11 +88,11 @@ void crowd::keep_sending(const giop::octets& bytes, std::chrono::milliseconds lo
     }
 }
 
-void crowd::await_answers() const {
-    for (const int each : sockets_) {
+bool crowd::await_answers() const {
+    return std::all_of(sockets_.begin(), sockets_.end(), [](int each) {
         pollfd state = {each, POLLIN, 0};
-        poll(&state, 1, 20000);
-    }
+        return poll(&state, 1, 20000) == 1;
+    });
 }
 
 std::string crowd::ask(const giop::octets& bytes) const {

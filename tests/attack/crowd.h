@@ -21,8 +21,8 @@ class crowd {
     void send(const giop::octets& bytes) const;
     /// To each, again and again, as much as it takes without waiting.
     void keep_sending(const giop::octets& bytes, std::chrono::milliseconds longest) const;
-    /// Until each was sent something.
-    void await_answers() const;
+    /// Waits until each was sent something; false when one isn't for 20 seconds.
+    bool await_answers() const;
     /// What the first of them is answered, in one piece.
     std::string ask(const giop::octets& bytes) const;
     /// How many were closed by the service. It waits for none, and reads nothing.
