@@ -152,13 +152,3 @@ listening_sockets::listening_sockets(listening_sockets&& other) noexcept
 }
 
 listening_sockets::~listening_sockets() { close_all(descriptors_); }
-
-port_reservation::port_reservation(const std::string& address, int port)
-    : descriptor_(bound_socket(address, port)), port_(port) {
-    if (descriptor_ < 0) {
-        fail(address, port, strerror(errno));
-    }
-    port_ = port_of(descriptor_);
-}
-
-port_reservation::~port_reservation() { close(descriptor_); }
