@@ -1,6 +1,8 @@
 // Orb over omniORB.
 //
-//   object      corbaloc:iiop:1.2@HOST:PORT/KEY, or ssliop where TLS is forced
+//   object      corbaloc:iiop:1.2@ADDRESS:PORT/KEY, or ssliop where TLS is forced, at the first
+//   address
+//               of the host, in the resolver's order, that answers
 //   PORT        the environment's VLSL_PORT, else the entry SERVICE/tcp of services(5), else 5638;
 //               a VLSL_PORT that is no port is told in the product's log, and nothing is reached
 //   TLS         VLSL_TLS_CA: certificates that are trusted; VLSL_TLS_KEY: own certificate and key;
@@ -13,31 +15,27 @@
 
 #include "interfaces/wide_code_set.h"
 #include "platform/common/vlcommon.h"
+#include "platform/vlorb/addresses.h"
+#include "platform/vlorb/resend.h"
 
 #include <algorithm>
 #include <charconv>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <memory>
 #include <mutex>
 #include <netdb.h>
-#include <omniORB4/callDescriptor.h>
-#include <omniORB4/omniInterceptors.h>
+#include <omniORB4/minorCode.h>
 #include <omniORB4/omniORB.h>
 #include <omniORB4/sslContext.h>
 #include <openssl/err.h>
 #include <openssl/ssl.h>
 
-// The call behind a request, which the ORB's interceptors don't tell of; in this order alone.
-// clang-format off
-#include <omniORB4/internal/giopStream.h>
-#include <omniORB4/internal/giopRope.h>
-#include <omniORB4/internal/giopStrand.h>
-#include <omniORB4/internal/GIOP_C.h>
-// clang-format on
-
 namespace {
+
+using clock = std::chrono::steady_clock;
 
 constexpr const char* fallback_port = "5638";
 
@@ -51,50 +49,12 @@ const char* options[][2] = {
     {"defaultCharCodeSet", "ISO-8859-1"},  // and a name in a corbaloc carries no code set
     {"nativeWCharCodeSet", WIDE_CODE_SET}, // wide text beyond the first 65,536 characters too
     {"defaultWCharCodeSet", "UTF-16"},
-    {"verifyObjectExistsAndType", "0"}, // no question to the service but those that are asked
-    {"resetTimeOutOnRetries", "0"},     // the time-out is that of the whole call
+    {"verifyObjectExistsAndType", "0"},  // no question to the service but those that are asked
+    {"resetTimeOutOnRetries", "0"},      // the time-out is that of the whole call,
+    {"clientConnectTimeOutPeriod", "0"}, // making its connection included
+    {"oneCallPerConnection", "1"},       // what comes in on an idle one is its end
     {nullptr, nullptr},
 };
-
-// Nothing is sent twice: what the ORB would send again by itself fails at once. It asks these
-// handlers in most cases; a connection that its service closes in good order it replaces without
-// asking, again and again, so a request is stopped on its way when it is the very one that its
-// thread sent last and that has neither an answer nor failed: the same call, the same deadline.
-struct sent_request {
-    const omniCallDescriptor* call = nullptr; ///< null: answered or failed
-    omni_time_t deadline;
-};
-thread_local sent_request last_sent;
-
-template <class Failure>
-CORBA::Boolean fails_at_once(void*, CORBA::ULong, const Failure&) {
-    last_sent = {};
-    return false;
-}
-
-CORBA::Boolean starts(omni::omniInterceptors::clientSendRequest_T::info_T& request) {
-    omniCallDescriptor* const call = request.giop_c.calldescriptor();
-    if (call == last_sent.call && call->getDeadline() == last_sent.deadline) {
-        last_sent = {};
-        throw CORBA::COMM_FAILURE(0, CORBA::COMPLETED_MAYBE);
-    }
-    last_sent = {call, call->getDeadline()};
-    return true;
-}
-
-CORBA::Boolean is_answered(omni::omniInterceptors::clientReceiveReply_T::info_T&) {
-    last_sent = {};
-    return true;
-}
-
-void switch_off_repeats() {
-    omniORB::installTransientExceptionHandler(nullptr, fails_at_once<CORBA::TRANSIENT>);
-    omniORB::installTimeoutExceptionHandler(nullptr, fails_at_once<CORBA::TIMEOUT>);
-    omniORB::installCommFailureExceptionHandler(nullptr, fails_at_once<CORBA::COMM_FAILURE>);
-    omniORB::installSystemExceptionHandler(nullptr, fails_at_once<CORBA::SystemException>);
-    omniORB::getInterceptors()->clientSendRequest.add(starts);
-    omniORB::getInterceptors()->clientReceiveReply.add(is_answered);
-}
 
 /// The certificates are read when the ORB starts, and then stand for the whole process. It never
 /// starts again in a process where it couldn't read them, so they are tried before.
@@ -159,15 +119,55 @@ std::string port_of(const std::string& service) {
     return fallback_port;
 }
 
-std::string address_of(const std::string& host) {
-    return host.find(':') != std::string::npos ? "[" + host + "]" : host;
-}
-
 /// omniORB's 0 is no bound; what is longer than it can tell is the longest that it can.
 CORBA::ULong milliseconds(const ACE_Time_Value& time) {
     constexpr ACE_UINT64 longest = std::numeric_limits<CORBA::ULong>::max();
     const ACE_UINT64 asked = time > ACE_Time_Value::zero ? time.get_msec() : 0;
     return static_cast<CORBA::ULong>(std::min(asked, longest));
+}
+
+std::string corbaloc(bool is_secure, const std::string& address, const std::string& port,
+                     const std::string& key) {
+    const bool is_ipv6 = address.find(':') != std::string::npos;
+    return std::string("corbaloc:") + (is_secure ? "ssliop" : "iiop") + ":1.2@" +
+           (is_ipv6 ? "[" + address + "]" : address) + ":" + port + "/" + key;
+}
+
+/// The time, in milliseconds, that the next of so many addresses gets of what is left of `whole`:
+/// as much as each of those behind it, so that none of them keeps the others from their turn.
+CORBA::ULong part_of(const ACE_Time_Value& whole, clock::duration spent, size_t addresses) {
+    const CORBA::ULong all = milliseconds(whole);
+    if (all == 0) {
+        return 0; // no bound
+    }
+    const auto gone = std::chrono::duration_cast<std::chrono::milliseconds>(spent).count();
+    const int64_t rest = std::max<int64_t>(int64_t{all} - gone, 0);
+    return static_cast<CORBA::ULong>(std::max<int64_t>(rest / static_cast<int64_t>(addresses), 1));
+}
+
+/// Whether anybody answers for the object within so many milliseconds, whatever the answer. Asks
+/// what begins nothing. Where nobody does and it is the last one, that failure is thrown.
+bool answers(CORBA::Object* object, CORBA::ULong timeout, bool is_last) {
+    omniORB::setClientCallTimeout(object, timeout);
+    const auto failed = [is_last] {
+        if (is_last) {
+            throw;
+        }
+        return false;
+    };
+    try {
+        object->_non_existent();
+    } catch (const CORBA::COMM_FAILURE&) {
+        return failed();
+    } catch (const CORBA::TRANSIENT&) {
+        return failed();
+    } catch (const CORBA::TIMEOUT&) {
+        return failed();
+    } catch (const CORBA::SystemException&) {
+        // an answer, too
+    }
+    omniORB::setClientCallTimeout(object, 0); // it has the bound of the whole ORB
+    return true;
 }
 
 } // namespace
@@ -196,7 +196,7 @@ void Orb::init(ACE_Abstract_Timer_Queue<ACE_Event_Handler*>* /*timers*/) {
     char* argv[] = {nullptr};
     orb = CORBA::ORB_init(argc, argv, "omniORB4", options);
     ++running;
-    switch_off_repeats();
+    send_again_only_what_was_not_begun();
 }
 
 void Orb::setOrbRequestTimeout(const ACE_Time_Value& timeout) {
@@ -207,15 +207,24 @@ CORBA::Object* Orb::connect(const std::string& host, const std::string& service,
                             const std::string& key, const ACE_Time_Value& timeout,
                             const ACE_Time_Value& /*second_timeout*/, const bool& /*first_flag*/,
                             const bool& /*second_flag*/) {
-    omniORB::setClientConnectTimeout(milliseconds(timeout));
     const std::string port = port_of(service);
     if (port.empty()) {
         return nullptr;
     }
-    const std::string transport = force_oxss_iop ? "ssliop" : "iiop";
-    const std::string name =
-        "corbaloc:" + transport + ":1.2@" + address_of(host) + ":" + port + "/" + key;
-    return orb->string_to_object(name.c_str());
+    const std::vector<std::string> addresses = addresses_of(host);
+    if (addresses.empty()) {
+        throw CORBA::TRANSIENT(omni::TRANSIENT_NoUsableProfile, CORBA::COMPLETED_NO);
+    }
+    const clock::time_point start = clock::now();
+    for (size_t tried = 0;; ++tried) {
+        const size_t left = addresses.size() - tried;
+        const std::string name = corbaloc(force_oxss_iop, addresses[tried], port, key);
+        CORBA::Object_var object = orb->string_to_object(name.c_str());
+        const bool is_last = left == 1;
+        if (answers(object, part_of(timeout, clock::now() - start, left), is_last)) {
+            return object._retn();
+        }
+    }
 }
 
 CORBA::Object* Orb::setObjectRequestTimeout(CORBA::Object* object, const ACE_Time_Value& timeout) {

@@ -31,6 +31,7 @@ struct odd_reply {
     afterwards then;
     octets (*make)(const giop::request&);
     uint32_t megabytes = 0; ///< that follow, or as many as the client takes
+    int sendings = 1; ///< of a request that is answered so, until the good answer comes
 };
 
 void PrintTo(const odd_reply& reply, std::ostream* out) { *out << reply.name; }

@@ -7,8 +7,8 @@
 
 namespace {
 
-/// An ORB asks it when it likes.
-constexpr const char* type_question = "_is_a";
+/// What an ORB asks when it likes, and how it is answered.
+const std::map<std::string, bool> questions = {{"_is_a", true}, {"_non_existent", false}};
 
 /// What each operation hands out.
 const std::map<std::string, giop::reference> objects = {
@@ -40,8 +40,8 @@ std::vector<std::string> raw_service::take() {
 
 giop::octets raw_service::good_answer(const giop::request& request, const std::string& text) const {
     giop::cdr_writer body;
-    if (request.operation == type_question) {
-        body.octet(1);
+    if (const auto question = questions.find(request.operation); question != questions.end()) {
+        body.octet(question->second ? 1 : 0);
     } else if (const auto object = objects.find(request.operation); object != objects.end()) {
         giop::reference here = object->second;
         here.port = port();
@@ -63,7 +63,7 @@ void raw_service::serve(giop::connection& peer, const giop::message& message) {
     reaction odd;
     {
         const std::lock_guard lock(mutex_);
-        if (request.operation != type_question) {
+        if (questions.count(request.operation) == 0) {
             asked_.push_back(request.operation);
         }
         if (request.operation == odd_operation_ && times_ > 0) {

@@ -24,7 +24,7 @@ class raw_service {
     void react(const std::string& operation, reaction odd, int times = 1);
 
     /// The names of the operations that were asked for since the last call, in order, but for the
-    /// question for an object's type.
+    /// questions for an object's type and whether it is there.
     std::vector<std::string> take();
 
     /// The octets of the good answer; `text` is the out text, where there is one.
