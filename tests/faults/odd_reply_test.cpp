@@ -31,7 +31,6 @@ struct odd_reply {
     afterwards then;
     octets (*make)(const giop::request&);
     uint32_t megabytes = 0; ///< that follow, or as many as the client takes
-    int sendings = 1; ///< of a request that is answered so, until the good answer comes
 };
 
 void PrintTo(const odd_reply& reply, std::ostream* out) { *out << reply.name; }
@@ -142,10 +141,6 @@ const odd_reply odd_replies[] = {
     {"AMessageError", afterwards::closes,
      [](const giop::request&) {
          return giop::make_message(giop::message_type::message_error, {});
-     }},
-    {"AnOrderlyClose", afterwards::closes,
-     [](const giop::request&) {
-         return giop::make_message(giop::message_type::close_connection, {});
      }},
     {"AnUnknownStatus", afterwards::listens,
      [](const giop::request& request) {
@@ -301,24 +296,91 @@ TEST_F(StrangeReplyRealTime, Of64MegabytesInFragmentsFailsItsExchangeOnly) {
     EXPECT_THAT(take_errors(), IsEmpty());
 }
 
-TEST_F(StrangeReplyRealTime, ThatForwardsInACircleHoldsAnExchangeUpForOneTimeOut) {
-    const auto turn = [this](giop::connection& peer, const giop::request& request) {
-        peer.send(forward(request, {any_type, service.port(), "query"}));
-    };
-    service.react("check_bandwidth", turn, for_ever);
-    EXPECT_LT(delay_of("forwards in a circle", [this] { image->write(); }), time_out + slack);
-    service.react("", nullptr);
-    image->write();
+/// Replies that have the request sent again, to the same object.
+struct sending_back {
+    const char* name;
+    octets (*make)(const giop::request&, uint16_t port);
+    afterwards then;
+};
+
+void PrintTo(const sending_back& reply, std::ostream* out) { *out << reply.name; }
+
+octets addressing_mode(const giop::request& request, int16_t mode) {
+    constexpr auto needs_addressing_mode = static_cast<reply_status>(5);
+    giop::cdr_writer body;
+    body.number(mode);
+    return reply_with(request, body, needs_addressing_mode);
 }
 
-TEST_F(StrangeReplyRealTime, ThatClosesTheConnectionInAnOrderlyWayIsNotAskedForAgain) {
-    const auto close = [](giop::connection& peer, const giop::request&) {
-        peer.send(giop::make_message(giop::message_type::close_connection, {}));
-        peer.shut_down();
-    };
-    service.react("check_bandwidth", close, 10);
-    EXPECT_LT(delay_of("an orderly close", [this] { image->write(); }), slack);
+class SentBack : public StrangeReplyRealTime, public testing::WithParamInterface<sending_back> {
+  protected:
+    void send_back(int times) {
+        service.react(
+            "check_bandwidth",
+            [this](giop::connection& peer, const giop::request& request) {
+                peer.send(GetParam().make(request, service.port()));
+                if (GetParam().then == afterwards::closes) {
+                    peer.shut_down();
+                }
+            },
+            times);
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(
+    Each, SentBack,
+    testing::Values(sending_back{"ByAnOrderlyClose",
+                                 [](const giop::request&, uint16_t) {
+                                     return giop::make_message(giop::message_type::close_connection,
+                                                               {});
+                                 },
+                                 afterwards::closes},
+                    sending_back{"ByAForward",
+                                 [](const giop::request& request, uint16_t port) {
+                                     return forward(request, {any_type, port, "query"});
+                                 },
+                                 afterwards::listens},
+                    sending_back{"ByAForwardForEver",
+                                 [](const giop::request& request, uint16_t port) {
+                                     giop::cdr_writer body;
+                                     giop::put_reference(body, {any_type, port, "query"});
+                                     constexpr auto forward_for_ever = static_cast<reply_status>(4);
+                                     return reply_with(request, body, forward_for_ever);
+                                 },
+                                 afterwards::listens},
+                    sending_back{"ForItsProfile",
+                                 [](const giop::request& request, uint16_t) {
+                                     return addressing_mode(request, 1);
+                                 },
+                                 afterwards::listens},
+                    sending_back{"ForItsReference",
+                                 [](const giop::request& request, uint16_t) {
+                                     return addressing_mode(request, 2);
+                                 },
+                                 afterwards::listens},
+                    sending_back{"ForAnUnknownAddress",
+                                 [](const giop::request& request, uint16_t) {
+                                     return addressing_mode(request, 77);
+                                 },
+                                 afterwards::listens}),
+    [](const auto& test) { return std::string(test.param.name); });
+
+TEST_P(SentBack, IsSentOnceMore) {
+    send_back(1);
+    image->write();
+    EXPECT_THAT(service.take(), ElementsAre("check_bandwidth", "check_bandwidth"));
+    EXPECT_THAT(take_errors(), IsEmpty());
+}
+
+TEST_P(SentBack, AgainAndAgainFailsItsExchangeAtOnce) {
+    send_back(for_ever);
+    EXPECT_LT(delay_of("a request sent back", [this] { image->write(); }), slack);
+    EXPECT_THAT(service.take(), ElementsAre("check_bandwidth", "check_bandwidth"));
+    EXPECT_THAT(take_errors(), Contains(HasSubstr("fail to check bandwidth from service.")));
+    service.react("", nullptr);
+    image->write();
     EXPECT_THAT(service.take(), ElementsAre("check_bandwidth"));
+    EXPECT_THAT(take_errors(), IsEmpty());
 }
 
 // --- a reply that never comes, or not to its end -----------------------------------------------

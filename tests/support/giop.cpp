@@ -481,6 +481,15 @@ std::optional<message> connection::receive() {
 
 void connection::shut_down() { shutdown(socket_, SHUT_RDWR); }
 
+void connection::end_sending() { shutdown(socket_, SHUT_WR); }
+
+void connection::reset() {
+    const int socket = socket_.exchange(-1);
+    const linger at_once = {1, 0};
+    setsockopt(socket, SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
+    close(socket);
+}
+
 script answering(std::function<octets(const request&)> answer) {
     return [answer = std::move(answer)](connection& peer, const message& message) {
         if (message.type() == message_type::locate_request) {

@@ -219,6 +219,10 @@ class connection {
     std::optional<message> receive();
     /// What is sent and received from here on fails, in every thread.
     void shut_down();
+    /// Ends what is sent (FIN) and goes on receiving.
+    void end_sending();
+    /// Ends it at once (RST); nothing may be asked of it any more. Only in the connection's thread.
+    void reset();
 
   private:
     bool receive_exactly(unsigned char* to, std::size_t count);
