@@ -5,7 +5,7 @@
 //                             to the reference's next address.
 //   not all of it was sent    the connection broke while it was written.
 //   it was sent back          CloseConnection came for an answer, or the reply says that it is to
-//                             be asked elsewhere or in another way.
+//                             be asked elsewhere.
 //
 // Anything else, such as a connection that ends without a word before the answer, fails at once:
 // the service may have begun, and a connection that counts twice would be one too many.
@@ -106,13 +106,13 @@ CORBA::Boolean connects(omniInterceptors::clientOpenConnection_T::info_T&) {
 }
 
 CORBA::Boolean is_answered(omniInterceptors::clientReceiveReply_T::info_T& reply) {
-    switch (reply.giop_c.replyStatus()) {
-    case GIOP::LOCATION_FORWARD:
-    case GIOP::LOCATION_FORWARD_PERM:
-    case GIOP::NEEDS_ADDRESSING_MODE:
-        break; // it is sent again
-    default:
-        current = {};
+    const GIOP::ReplyStatusType status = reply.giop_c.replyStatus();
+    if (status == GIOP::LOCATION_FORWARD || status == GIOP::LOCATION_FORWARD_PERM) {
+        return true; // it is sent there
+    }
+    current = {};
+    if (status == GIOP::NEEDS_ADDRESSING_MODE) { // this ORB can't read the answer behind that one
+        throw CORBA::COMM_FAILURE(omni::COMM_FAILURE_WaitingForReply, CORBA::COMPLETED_NO);
     }
     return true;
 }

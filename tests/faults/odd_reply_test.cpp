@@ -150,6 +150,12 @@ const odd_reply odd_replies[] = {
      [](const giop::request& request) {
          return giop::with_octet(long_reply(request, 3), 22, 0x10); // of the count of contexts
      }},
+    {"AWishForAnotherAddressingMode", afterwards::listens,
+     [](const giop::request& request) {
+         giop::cdr_writer body;
+         body.number<int16_t>(0); // KeyAddr, which it was
+         return reply_with(request, body, static_cast<reply_status>(5));
+     }},
     {"AnExceptionOfAnUnknownKind", afterwards::listens,
      [](const giop::request& request) {
          return exception_reply(request, reply_status::user_exception, "IDL:Unheard/Of:1.0");
@@ -305,13 +311,6 @@ struct sending_back {
 
 void PrintTo(const sending_back& reply, std::ostream* out) { *out << reply.name; }
 
-octets addressing_mode(const giop::request& request, int16_t mode) {
-    constexpr auto needs_addressing_mode = static_cast<reply_status>(5);
-    giop::cdr_writer body;
-    body.number(mode);
-    return reply_with(request, body, needs_addressing_mode);
-}
-
 class SentBack : public StrangeReplyRealTime, public testing::WithParamInterface<sending_back> {
   protected:
     void send_back(int times) {
@@ -346,21 +345,6 @@ INSTANTIATE_TEST_SUITE_P(
                                      giop::put_reference(body, {any_type, port, "query"});
                                      constexpr auto forward_for_ever = static_cast<reply_status>(4);
                                      return reply_with(request, body, forward_for_ever);
-                                 },
-                                 afterwards::listens},
-                    sending_back{"ForItsProfile",
-                                 [](const giop::request& request, uint16_t) {
-                                     return addressing_mode(request, 1);
-                                 },
-                                 afterwards::listens},
-                    sending_back{"ForItsReference",
-                                 [](const giop::request& request, uint16_t) {
-                                     return addressing_mode(request, 2);
-                                 },
-                                 afterwards::listens},
-                    sending_back{"ForAnUnknownAddress",
-                                 [](const giop::request& request, uint16_t) {
-                                     return addressing_mode(request, 77);
                                  },
                                  afterwards::listens}),
     [](const auto& test) { return std::string(test.param.name); });

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <limits>
 #include <optional>
+#include <system_error>
 #include <thread>
 
 namespace {
@@ -57,12 +58,18 @@ void closing_proxy::wait_for_closings(int count) {
     sleep_milliseconds(1); // nobody says when it has arrived
 }
 
-/// Objects that it hands out are reached through this proxy, too.
+/// Objects that it hands out are reached through this proxy, too. Empty where it has gone.
 giop::octets closing_proxy::answer_of_service(const giop::message& request) const {
-    giop::connection service = giop::connection::to(service_port_);
-    service.send(request.bytes);
-    const std::optional<giop::message> whole = service.receive();
-    giop::octets answer = whole ? whole->bytes : giop::octets(); // it has gone
+    giop::octets answer;
+    try {
+        giop::connection service = giop::connection::to(service_port_);
+        service.send(request.bytes);
+        if (const std::optional<giop::message> whole = service.receive()) {
+            answer = whole->bytes;
+        }
+    } catch (const std::system_error&) {
+        // nobody listens
+    }
     const giop::octets there = place_of(service_port_);
     const giop::octets here = place_of(listener_.port());
     auto found = answer.begin();
@@ -87,6 +94,10 @@ void closing_proxy::serve(giop::connection& client, const giop::message& message
     const bool is_answered =
         is_served && way != closing::end_for_an_answer && way != closing::reset_for_an_answer;
     giop::octets answer = is_served ? answer_of_service(message) : giop::octets();
+    if (is_served && answer.empty()) {
+        client.shut_down();
+        return;
+    }
     if (way == closing::message_and_end_at_once) {
         answer.insert(answer.end(), close_connection.begin(), close_connection.end());
     }
