@@ -24,6 +24,12 @@ struct service_call_s {
     int odd_logged;        ///< the number in its line
 };
 
+/// A reference that the service doesn't hand out: the start of a connection has failed.
+struct missing_reference {
+    const char* who;  ///< missed it
+    const char* what; ///< failed, for the log
+};
+
 namespace {
 
 constexpr int refused = STS_ERR_MAX_CONNECTIONS;
@@ -45,17 +51,25 @@ void registerFactory(CORBA::ORB* orb) {
     Corvane::Vaultaro::SL::VLT_77::register_obv_factories(orb);
 }
 
-/// Runs `body` and lets these two kinds of exception out of it; any other ends the process.
+/// Runs `body` and lets these kinds of exception out of it; any other ends the process.
 template <class Body>
 auto letting_out_failures(Body body) noexcept(false) -> decltype(body()) {
     try {
         return body();
+    } catch (const missing_reference&) {
+        throw;
     } catch (const ActionFailedException&) {
         throw;
     } catch (const CORBA::SystemException&) {
         throw;
     } catch (...) {
         std::terminate();
+    }
+}
+
+void require(bool there, const char* who, const char* what) {
+    if (!there) {
+        throw missing_reference{who, what};
     }
 }
 
@@ -108,12 +122,23 @@ void CCloudVLSLClient::Shutdown() {
 
 // --- the chain ---------------------------------------------------------------------------------
 
-/// Logs and throws the failed start of a connection unless what `what` names is `there`.
-void CCloudVLSLClient::require(bool there, const char* who, const char* what) {
-    if (!there) {
-        LogMsg(STS_SEV_ERROR, "CCloudVLSLClient::%s() Failed to %s", who, what);
-        throw action_failed(*this);
-    }
+/// The host's log may call back here, so it is told when no lock is held any more.
+void CCloudVLSLClient::tell(const missing_reference& missing) {
+    LogMsg(STS_SEV_ERROR, "CCloudVLSLClient::%s() Failed to %s", missing.who, missing.what);
+}
+
+/// Runs `body`, which builds what is missing of the chain; what is missing still is told and
+/// thrown.
+template <class Body>
+auto CCloudVLSLClient::telling_failures(Body body) -> decltype(body()) {
+    return letting_out_failures([&] {
+        try {
+            return body();
+        } catch (const missing_reference& missing) {
+            tell(missing);
+            throw action_failed(*this);
+        }
+    });
 }
 
 void CCloudVLSLClient::connect_session() {
@@ -134,47 +159,49 @@ void CCloudVLSLClient::connect_session() {
     ++m_session_id;
 }
 
-bool CCloudVLSLClient::Initialize() {
-    return letting_out_failures([this] {
-        if (CORBA::is_nil(m_host_session)) {
-            connect_session();
-        }
-        InitializeCloudManager();
-        return !CORBA::is_nil(m_host_session);
-    });
-}
-
 void CCloudVLSLClient::connect_cloud_manager() {
     m_cloud_manager = m_host_session->getCloudManager();
     require(!CORBA::is_nil(m_cloud_manager), "InitializeCloudManager",
             "get instance of CloudManager from vlsl");
 }
 
+/// Builds what is missing of the chain.
+void CCloudVLSLClient::connect() {
+    if (CORBA::is_nil(m_host_session)) {
+        connect_session();
+    }
+    if (CORBA::is_nil(m_cloud_manager)) {
+        connect_cloud_manager();
+    }
+    if (CORBA::is_nil(m_query_facet)) {
+        const Corvane::Vaultaro::SL::QueryableFacet_var facet = m_cloud_manager->aqueryFacet();
+        m_query_facet = CloudQueryFacet::_narrow(facet);
+    }
+    if (CORBA::is_nil(m_modifiable_facet)) {
+        const Corvane::Vaultaro::SL::ModifiableFacet_var facet = m_cloud_manager->amodifyFacet();
+        m_modifiable_facet = CloudModifiableFacet::_narrow(facet);
+    }
+}
+
+bool CCloudVLSLClient::Initialize() {
+    return telling_failures([this] {
+        connect();
+        return !CORBA::is_nil(m_host_session);
+    });
+}
+
 bool CCloudVLSLClient::InitializeCloudManager() {
-    return letting_out_failures([this] {
-        if (CORBA::is_nil(m_host_session)) {
-            Initialize(); // which ends here again, with a session
-        }
-        if (CORBA::is_nil(m_cloud_manager)) {
-            connect_cloud_manager();
-        }
-        if (CORBA::is_nil(m_query_facet)) {
-            const Corvane::Vaultaro::SL::QueryableFacet_var facet = m_cloud_manager->aqueryFacet();
-            m_query_facet = CloudQueryFacet::_narrow(facet);
-        }
-        if (CORBA::is_nil(m_modifiable_facet)) {
-            const Corvane::Vaultaro::SL::ModifiableFacet_var facet =
-                m_cloud_manager->amodifyFacet();
-            m_modifiable_facet = CloudModifiableFacet::_narrow(facet);
-        }
+    return telling_failures([this] {
+        connect();
         return !CORBA::is_nil(m_cloud_manager);
     });
 }
 
 CloudManager::_ptr_type CCloudVLSLClient::GetCloudManager() {
-    return letting_out_failures([this] {
+    return telling_failures([this] {
         if (CORBA::is_nil(m_cloud_manager)) {
-            require(InitializeCloudManager(), "GetCloudManager",
+            connect();
+            require(!CORBA::is_nil(m_cloud_manager), "GetCloudManager",
                     "get instance of CloudManager from vlsl");
         }
         return m_cloud_manager._retn();
@@ -208,7 +235,7 @@ typename Facet::_ptr_type CCloudVLSLClient::connected(typename Facet::_var_type&
             throw CORBA::TRANSIENT();
         }
         try {
-            InitializeCloudManager();
+            letting_out_failures([this] { connect(); });
         } catch (...) {
             ++m_failures;
             throw;
@@ -226,6 +253,9 @@ int CCloudVLSLClient::ask(const service_call_s& row, typename Facet::_var_type& 
             return report_corba(row, STS_ERR_FILE);
         }
         return call(target);
+    } catch (const missing_reference& missing) {
+        tell(missing);
+        return report_corba(row, row.failed);
     } catch (CORBA::Exception& failure) {
         const VLSLOpException* const raised = VLSLOpException::_downcast(&failure);
         return raised != nullptr ? report_raised(row, *raised) : report_corba(row, row.failed);
@@ -313,9 +343,8 @@ void CCloudVLSLClient::InitializeActionFailedException(ActionFailedEventSeq_var&
     auto* const copy = new (std::nothrow) CORBA::Any(reason);
     if (copy == nullptr) {
         errno = ENOMEM;
-        return;
     }
-    event.msg_info.unknownError(copy);
+    event.msg_info.unknownError(copy); // or a null pointer
 }
 
 void CCloudVLSLClient::LogMsg(sts_severity_v7_t severity, const char* format, ...) {

@@ -30,15 +30,16 @@ using Corvane::Vaultaro::SL::CloudMgmt::MeteringDataInfo_var;
 using Corvane::Vaultaro::SL::CloudMgmt::ThrottlingBandwidth;
 using Corvane::Vaultaro::SL::CloudMgmt::ThrottlingBandwidth_var;
 
+struct missing_reference;
 struct service_call_s;
 
 /// A client of the management service.
 ///
 /// The six exchanges (set_config_params to setStorageServerConfig) let no exception out and may
 /// overlap: they make the connection one at a time and then go side by side. Nothing else may
-/// overlap with anything. From Initialize, InitializeCloudManager, GetCloudManager,
-/// getInactivityTimeout and Shutdown only ActionFailedException and CORBA::SystemException come
-/// out; any other exception ends the process.
+/// overlap with anything. The session's callback may make an exchange itself. From Initialize,
+/// InitializeCloudManager, GetCloudManager, getInactivityTimeout and Shutdown only
+/// ActionFailedException and CORBA::SystemException come out; any other exception ends the process.
 class __attribute__((visibility("default"))) CCloudVLSLClient {
   public:
     /// Nothing remote happens. `session` gets the log lines; it is borrowed for the client's life
@@ -101,7 +102,8 @@ class __attribute__((visibility("default"))) CCloudVLSLClient {
     /// Stores a configuration. 0, or as send_meter; -1 when what failed was no CORBA exception.
     int setStorageServerConfig(std::string name, std::string config);
 
-    /// Fills element 0 of a sequence of one: the failed start of a connection.
+    /// Fills element 0 of a sequence of one: the failed start of a connection. Where there is no
+    /// memory for its reason, that is a null pointer, and errno is ENOMEM.
     void InitializeActionFailedException(ActionFailedEventSeq_var& seq);
 
     /// Hands one line of 1023 bytes at most to the session's callback, if there is one; its log
@@ -117,9 +119,12 @@ class __attribute__((visibility("default"))) CCloudVLSLClient {
     int report_corba(const service_call_s& row, int status);
     int report_raised(const service_call_s& row,
                       const Corvane::Vaultaro::SL::VLSLOpException& raised);
+    template <class Body>
+    auto telling_failures(Body body) -> decltype(body());
+    void tell(const missing_reference& missing);
+    void connect();
     void connect_session();
     void connect_cloud_manager();
-    void require(bool there, const char* who, const char* what);
 
     int m_timeout_seconds = 0;
     COrbClient m_orb_client;

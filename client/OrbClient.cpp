@@ -11,7 +11,8 @@ int COrbClient::s_nRefCount = 0;
 
 namespace {
 
-std::mutex users_guard; // servers open, close and first connect on any thread
+std::mutex users_guard;    // servers open, close and first connect on any thread
+bool handing_over = false; // the ORB runs, and a callback of init has it now
 
 /// The library of the ORB's dynamic types hooks itself into the ORB's own one, which calls it back
 /// when the process ends. Where that one outlives us, held by whatever libvlorbST the process has,
@@ -44,16 +45,30 @@ COrbClient::~COrbClient() {
     s_bInitDone = false;
 }
 
+/// The callback runs without the lock: it may make and delete clients, or wait for who does.
 void COrbClient::init(void (*callback)(CORBA::ORB*)) {
-    const std::lock_guard lock(users_guard);
-    if (s_bInitDone) {
-        return;
+    {
+        const std::lock_guard lock(users_guard);
+        if (s_bInitDone || handing_over) {
+            return;
+        }
+        s_pOrb->init(nullptr);
+        handing_over = true;
     }
-    s_pOrb->init(nullptr);
-    if (callback != nullptr) {
-        callback(getOrb());
+    const auto handed_over = [](bool done) {
+        const std::lock_guard lock(users_guard);
+        handing_over = false;
+        s_bInitDone = done;
+    };
+    try {
+        if (callback != nullptr) {
+            callback(getOrb());
+        }
+    } catch (...) {
+        handed_over(false);
+        throw;
     }
-    s_bInitDone = true;
+    handed_over(true);
 }
 
 CORBA::ORB* COrbClient::getOrb() { return s_pOrb->orb; }

@@ -7,7 +7,7 @@
 #include <string>
 
 /// A user of the ORB. All operations but making and deleting need a live COrbClient, which is what
-/// keeps the ORB alive. Making, deleting and init take turns among all threads.
+/// keeps the ORB alive. Making, deleting and starting take turns among all threads.
 class COrbClient {
   public:
     /// Makes the Orb if there is none. Throws what making it throws, and then counts nothing.
@@ -17,9 +17,10 @@ class COrbClient {
     COrbClient(const COrbClient&) = delete;
     COrbClient& operator=(const COrbClient&) = delete;
 
-    /// Starts the ORB, once for each Orb, and hands it to `callback`, which may be null and must
-    /// not use this class. A later call does nothing. What the start or the callback throws passes
-    /// out, and the next call does it all again.
+    /// Starts the ORB, once for each Orb, and hands it to `callback`, which may be null. A later
+    /// call does nothing, also one that comes while the callback runs. What the start or the
+    /// callback throws passes out, and the next call does it all again. The callback runs without a
+    /// lock.
     void init(void (*callback)(CORBA::ORB*));
 
     /// The ORB, null before init; borrowed.

@@ -202,7 +202,7 @@ void ServiceConnector::sleep_for_service(const char* who, int64_t seconds) {
     sleep_for(seconds);
 }
 
-std::string ServiceConnector::access_uri(const char* operation, int is_secure) const {
+std::string ServiceConnector::access_uri(const char* operation, int is_secure) {
     std::string uri = is_secure <= 0 ? "http://" : "https://";
     const std::string host = config_.cssc_host_name;
     const bool is_ipv6 = host.find(':') != std::string::npos;

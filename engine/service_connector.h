@@ -87,7 +87,7 @@ class ServiceConnector {
 
     /// The address form of the service: http[s]://HOST:PORT/throttle/TYPE/KEY/OPERATION/SESSION.
     __attribute__((visibility("default"))) std::string access_uri(const char* operation,
-                                                                  int is_secure) const;
+                                                                  int is_secure);
 
   private:
     std::string flow_key() const;
