@@ -73,11 +73,15 @@ void require(bool there, const char* who, const char* what) {
     }
 }
 
+/// Its event is handed over and not copied: a reason for which there is no memory can't be.
 ActionFailedException action_failed(CCloudVLSLClient& client) {
     ActionFailedEventSeq_var events = new ActionFailedEventSeq;
     events->length(1);
     client.InitializeActionFailedException(events);
-    return ActionFailedException(events.in());
+    ActionFailedException failure;
+    const CORBA::ULong room = events->maximum();
+    failure.eventSeq.replace(room, 1, events->get_buffer(true), true);
+    return failure;
 }
 
 } // namespace

@@ -182,24 +182,6 @@ def mend_reference_factory():
     )
 
 
-# A union's member for which there was no memory is a null pointer, and copies as one.
-def mend_union_copy():
-    mend(
-        header_template,
-        "union_ctor_case",
-        "@name@(_value.@name@()); break;",
-        """\
-if (vlsl_support::is_there(_value._pd_@name@)) {
-    @name@(_value.@name@());
-  }
-  else {
-    _release_member();
-    _pd_@name@ = _value._pd_@name@;
-  }
-  break;""",
-    )
-
-
 def mend_includes():
     includes = "@cxx_direct_include@\n"
     mend(header_template, "main", includes, includes + "#include <vlsl_support.h>\n")
@@ -214,7 +196,6 @@ def run(tree, args):
         mend_factory,
         mend_is_a,
         mend_reference_factory,
-        mend_union_copy,
         mend_includes,
     ):
         mending()

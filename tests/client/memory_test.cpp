@@ -4,6 +4,7 @@
 #include "tests/support/fault.h"
 
 #include <cerrno>
+#include <memory>
 #include <vlsl.hh>
 
 namespace {
@@ -12,6 +13,10 @@ class ClientMemory : public Client {
   protected:
     ~ClientMemory() override { fault::clear(); }
 };
+
+const CORBA::Any* reason_of(const Orvessa::Vaultaro::ActionFailedEvent& event) {
+    return std::addressof(event.msg_info.unknownError());
+}
 
 TEST_F(ClientMemory, AFailedActionWhoseReasonCannotBeCopiedHasAllButTheReason) {
     const auto client = make();
@@ -35,6 +40,33 @@ TEST_F(ClientMemory, AFailedActionWhoseReasonCannotBeCopiedHasAllButTheReason) {
     EXPECT_EQ(errno, ENOMEM);
     EXPECT_EQ(events[0].id.domain, 4);
     EXPECT_EQ(events[0].id.number, 195);
+    EXPECT_EQ(events[0].msg_info._d(), 0);
+    EXPECT_EQ(reason_of(events[0]), nullptr);
+}
+
+TEST_F(ClientMemory, SoDoesTheOneThatInitializeThrows) {
+    service.answer("getHostSession", hands_out("nil"));
+    const auto client = make();
+    const auto attempt = [&](int after) {
+        fault::take_allocations();
+        fault::fail_new_after(after);
+        errno = 0;
+        try {
+            client->Initialize();
+        } catch (const Orvessa::Vaultaro::ActionFailedException& failed) {
+            fault::clear();
+            EXPECT_EQ(failed.eventSeq.length(), 1U);
+            EXPECT_EQ(failed.eventSeq[0].id.number, 195);
+            EXPECT_EQ(failed.eventSeq[0].msg_info._d(), 0);
+            return reason_of(failed.eventSeq[0]) == nullptr && errno == ENOMEM;
+        }
+        return false;
+    };
+    EXPECT_FALSE(attempt(-1));
+    EXPECT_FALSE(attempt(-1));
+    // The copy is the last of the allocations.
+    const auto allocations = static_cast<int>(fault::take_allocations());
+    EXPECT_TRUE(attempt(allocations - 1));
 }
 
 TEST_F(ClientMemory, AnExchangeWithoutMemoryForTheTextOfTheAnswerFails) {

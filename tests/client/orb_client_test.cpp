@@ -10,6 +10,7 @@
 #include <memory>
 #include <new>
 #include <stdexcept>
+#include <thread>
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -174,6 +175,25 @@ TEST_F(OrbClient, ACallbackThatFailsHasAllDoneAgain) {
     EXPECT_TRUE(shown::init_done());
     EXPECT_EQ(callbacks, 2);
     EXPECT_THAT(orbs().take(), ElementsAre(made, "init(null)", "init(null)"));
+}
+
+void callback_with_clients(CORBA::ORB* orb) {
+    callback(orb);
+    const auto use_another = [] {
+        COrbClient client;
+        client.init(callback); // the ORB runs: there is nothing to do
+    };
+    use_another();
+    std::thread(use_another).join();
+}
+
+TEST_F(OrbClient, ACallbackMayMakeClientsAndWaitForThoseOfOtherThreads) {
+    COrbClient client;
+    client.init(callback_with_clients);
+    EXPECT_TRUE(shown::init_done());
+    EXPECT_EQ(callbacks, 1);
+    EXPECT_EQ(shown::users(), 1);
+    EXPECT_THAT(orbs().take(), ElementsAre(made, "init(null)"));
 }
 
 TEST_F(OrbClient, HandsOutTheOrbOfTheLibrary) {

@@ -55,6 +55,12 @@ TEST_F(Connector, AGlobalServerNeedsNoService) {
     EXPECT_THAT(service().take(), IsEmpty());
 }
 
+TEST_F(Connector, AServerThatNeedsNoServiceLeavesNoNames) {
+    EXPECT_EQ(connect(connector, &session, "global", "s3"), STS_ERR_NO_SERVICE);
+    EXPECT_EQ(connect(connector, &session, "cloud", ""), STS_ERR_NO_SERVICE);
+    EXPECT_EQ(connector.access_uri("x", 0), "http://localhost:5637/throttle//r:/x/");
+}
+
 TEST_F(Connector, AnUnnamedServerNeedsNoService) {
     EXPECT_EQ(connect(connector, &session, "cloud", ""), STS_ERR_NO_SERVICE);
     EXPECT_EQ(service().clients_made, 0);
