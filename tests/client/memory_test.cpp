@@ -64,9 +64,13 @@ TEST_F(ClientMemory, SoDoesTheOneThatInitializeThrows) {
     };
     EXPECT_FALSE(attempt(-1));
     EXPECT_FALSE(attempt(-1));
-    // The copy is the last of the allocations.
-    const auto allocations = static_cast<int>(fault::take_allocations());
-    EXPECT_TRUE(attempt(allocations - 1));
+    const long all = fault::take_allocations();
+    CORBA::Any reason;
+    reason <<= "Corba error";
+    fault::take_allocations();
+    const std::unique_ptr<CORBA::Any> copy(new CORBA::Any(reason));
+    const long of_the_copy = fault::take_allocations(); // the last of all
+    EXPECT_TRUE(attempt(static_cast<int>(all - of_the_copy)));
 }
 
 TEST_F(ClientMemory, AnExchangeWithoutMemoryForTheTextOfTheAnswerFails) {
