@@ -11,9 +11,9 @@ Where the service's peers expect something else than the standard back-end makes
 mended below, each with the reason. vlsl_support.h holds what the mended code calls.
 """
 
-from omniidl import idltype
+from omniidl import idlast, idltype
 from omniidl_be import cxx
-from omniidl_be.cxx import ast, output, types, value
+from omniidl_be.cxx import ast, call, id, output, types, value
 from omniidl_be.cxx.header import template as header_template
 from omniidl_be.cxx.skel import template as skel_template
 
@@ -182,9 +182,162 @@ def mend_reference_factory():
     )
 
 
+# What the ORB unmarshals is a checked copy of what came (checked_copy.h). A call's descriptor names
+# the types for it, as the type codes that they have.
+CHECKED_TYPES = """\
+static const ::CORBA::TypeCode_ptr* const _types[] = {
+  @types@
+};
+::vlsl_support::CheckedCopy _n(_message, _types);
+"""
+
+
+def mend_unmarshalling():
+    for name in ("arguments", "returnedvalues"):
+        mend(
+            skel_template,
+            "interface_proxy_unmarshal_" + name,
+            "(cdrStream& _n)\n{\n",
+            "(cdrStream& _message)\n{\n  @checked_copy@\n",
+        )
+    mend(
+        skel_template,
+        "interface_proxy_exn_handle",
+        "@exname@ _ex;\n  _ex <<= s;",
+        "::vlsl_support::CheckedCopy _n(s, repoId);\n  @exname@ _ex;\n  _ex <<= _n;",
+    )
+
+
+# An interface needs no more than a reference has; types that have no name are the ORB's.
+def type_code(idl_type):
+    """The C++ name of the type code of a type that a call has."""
+    bare = types.Type(idl_type).deref().type()
+    if bare.kind() == idltype.tk_objref:
+        return "::CORBA::_tc_Object"
+    if bare.kind() == idltype.tk_sequence:
+        bare = idl_type  # by the name of its alias
+    if not isinstance(bare, idltype.Declared):
+        return "::CORBA::_tc_" + BASIC_NAMES[bare.kind()]
+    return beside(bare, "_tc_", "")
+
+
+BASIC_NAMES = {
+    idltype.tk_short: "short",
+    idltype.tk_long: "long",
+    idltype.tk_ushort: "ushort",
+    idltype.tk_ulong: "ulong",
+    idltype.tk_float: "float",
+    idltype.tk_double: "double",
+    idltype.tk_boolean: "boolean",
+    idltype.tk_char: "char",
+    idltype.tk_octet: "octet",
+    idltype.tk_any: "any",
+    idltype.tk_TypeCode: "TypeCode",
+    idltype.tk_string: "string",
+    idltype.tk_longlong: "longlong",
+    idltype.tk_ulonglong: "ulonglong",
+    idltype.tk_longdouble: "longdouble",
+    idltype.tk_wchar: "wchar",
+    idltype.tk_wstring: "wstring",
+}
+
+
+class CallDescriptor(call.CallDescriptor):
+    """The descriptor of a call, which unmarshals checked copies."""
+
+    all = []  # that were made
+
+    def __init__(self, signature, callable):
+        super().__init__(signature, callable)
+        self._in_types = [each.paramType() for each in callable.parameters() if each.is_in()]
+        results = [] if callable.returnType().kind() == idltype.tk_void else [callable.returnType()]
+        outs = [each.paramType() for each in callable.parameters() if each.is_out()]
+        self._out_types = results + outs
+
+    def row(self):
+        """Its line in the table of calls."""
+        arrays = ["{%s}" % ", ".join("&" + type_code(each) for each in of_call)
+                  for of_call in (self._in_types, self._out_types)]
+        return "{made<%s>, %s}" % (self.name(), ", ".join(arrays))
+
+    def out_desc(self, stream):
+        CallDescriptor.all.append(self)
+        whole = {}
+        for name, of_call in (("arguments", self._in_types), ("returnedvalues", self._out_types)):
+            template = "interface_proxy_unmarshal_" + name
+            whole[template] = getattr(skel_template, template)
+            checked = output.StringStream()
+            checked.out(CHECKED_TYPES, types=",\n".join("&" + type_code(each) for each in of_call))
+            mend(skel_template, template, "@checked_copy@", str(checked))
+        super().out_desc(stream)
+        for template, text in whole.items():
+            setattr(skel_template, template, text)
+
+
+# Values and exceptions are found by their ids. The fuzzer makes every call's descriptor and every
+# value's factory.
+TABLES = """
+#include <type_shape.h>
+
+const vlsl_support::KnownType vlsl_support::known_types[] = {
+%(known)s
+};
+const std::size_t vlsl_support::known_type_count = sizeof known_types / sizeof *known_types;
+
+#ifdef VLSL_CALLS
+template <class Descriptor>
+static omniCallDescriptor* made() {
+    return new Descriptor(nullptr, "", 1, 1);
+}
+const vlsl_support::Call vlsl_support::calls[] = {
+%(calls)s
+};
+const std::size_t vlsl_support::call_count = sizeof calls / sizeof *calls;
+
+template <class Factory>
+static CORBA::ValueFactoryBase* made_factory() {
+    return new Factory;
+}
+const vlsl_support::Factory vlsl_support::factories[] = {
+%(factories)s
+};
+const std::size_t vlsl_support::factory_count = sizeof factories / sizeof *factories;
+#endif
+"""
+
+
+def declared(kinds, declarations):
+    """What is declared of these kinds in the service's modules."""
+    for each in declarations:
+        if isinstance(each, idlast.Module) and each.scopedName()[0] in OWN_MODULES:
+            yield from declared(kinds, each.definitions())
+        elif isinstance(each, kinds):
+            yield each
+
+
+def beside(declaration, prefix, suffix):
+    """The C++ name that a declaration's has with something before and behind its last part."""
+    scope = declaration.scopedName()
+    return "::" + id.Name(scope[:-1] + [prefix + scope[-1] + suffix]).fullyQualify()
+
+
+def add_tables(tree):
+    known = declared((idlast.Value, idlast.Exception), tree.declarations())
+    values = declared(idlast.Value, tree.declarations())
+    tables = {
+        "known": ['{"%s", &%s}' % (each.repoId(), beside(each, "_tc_", "")) for each in known],
+        "calls": [each.row() for each in CallDescriptor.all],
+        "factories": ['{"%s", made_factory<%s>}' % (each.repoId(), beside(each, "", "_init"))
+                      for each in values],
+    }
+    with open("vlslSK.cc", "a", encoding="ascii") as out:
+        out.write(TABLES % {name: "    " + ",\n    ".join(rows) for name, rows in tables.items()})
+
+
 def mend_includes():
     includes = "@cxx_direct_include@\n"
-    mend(header_template, "main", includes, includes + "#include <vlsl_support.h>\n")
+    ours = "#include <checked_copy.h>\n#include <vlsl_support.h>\n"
+    mend(header_template, "main", includes, includes + ours)
 
 
 def run(tree, args):
@@ -196,9 +349,12 @@ def run(tree, args):
         mend_factory,
         mend_is_a,
         mend_reference_factory,
+        mend_unmarshalling,
         mend_includes,
     ):
         mending()
     value.ValueType = ValueType
     types.Type = Type
+    call.CallDescriptor = CallDescriptor
     cxx.run(tree, args)
+    add_tables(tree)
