@@ -1,19 +1,21 @@
-"""An omniidl back-end that makes servants which refuse every operation.
+"""An omniidl back-end that makes servants which refuse most of their operations.
 
-    omniidl -p service -b refusing_servants -WbHEADER -WbFILE -WbINTERFACE... units.idl
+    omniidl -p service -b refusing_servants -WbHEADER -WbFILE -WbINTERFACE=OPERATION+... units.idl
 
-For each INTERFACE, as Module::Name, FILE gets a class refusing::Name. It is a servant whose operations,
-the inherited ones too, all raise CORBA::NO_IMPLEMENT: a class derived from it writes only those that
-it answers. HEADER is that of the C++ skeletons.
+For each INTERFACE, as Module::Name, FILE gets a class refusing::Name. It is a servant that leaves the
+named OPERATIONs to a class derived from it. All others, the inherited ones too, raise
+CORBA::NO_IMPLEMENT, and of their arguments nothing is read. HEADER is that of the C++ skeletons.
 """
 
 from omniidl import idlast
 from omniidl_be.cxx import ast, id, types
 
 PROLOGUE = """\
-// Made by refusing_servants.py: servants that refuse every operation.
+// Made by refusing_servants.py: servants that refuse most of their operations.
 #pragma once
 
+#include <cstring>
+#include <omniORB4/callHandle.h>
 #include <{header}>
 
 namespace refusing {{
@@ -22,6 +24,17 @@ namespace refusing {{
 CLASS = """
 class {name} : public virtual POA_{interface} {{
   public:
+    _CORBA_Boolean _dispatch(omniCallHandle& call) override {{
+        static const char* const refused[] = {{
+            {names}}};
+        for (const char* each : refused) {{
+            if (std::strcmp(each, call.operation_name()) == 0) {{
+                throw CORBA::NO_IMPLEMENT();
+            }}
+        }}
+        return POA_{interface}::_dispatch(call);
+    }}
+
 {operations}
 }};
 """
@@ -36,12 +49,17 @@ def operation(node):
                             name=id.mapID(node.identifier()), parameters=", ".join(parameters))
 
 
-def servant(scoped_name):
+def servant(scoped_name, answered):
     node = idlast.findDecl(scoped_name)
-    operations = [operation(each) for each in sum(
-        (interface.callables() for interface in [node] + ast.allInherits(node)), [])]
-    return CLASS.format(name=node.identifier(), operations="\n".join(operations),
-                        interface=id.Name(node.scopedName()).fullyQualify())
+    operations = sum((each.callables() for each in [node] + ast.allInherits(node)), [])
+    unknown = set(answered) - {each.identifier() for each in operations}
+    if unknown:
+        raise SystemExit("refusing_servants: {} has no {}".format(
+            "::".join(scoped_name), ", ".join(unknown)))
+    refused = [each for each in operations if each.identifier() not in answered]
+    return CLASS.format(name=node.identifier(), operations="\n".join(map(operation, refused)),
+                        interface=id.Name(node.scopedName()).fullyQualify(),
+                        names=",\n            ".join('"%s"' % each.identifier() for each in refused))
 
 
 def run(_tree, args):
@@ -49,5 +67,7 @@ def run(_tree, args):
     header, file, *interfaces = args
     with open(file, "w", encoding="ascii") as out:
         out.write(PROLOGUE.format(header=header))
-        out.writelines(servant(each.split("::")) for each in interfaces)
+        for each in interfaces:
+            interface, answered = each.split("=")
+            out.write(servant(interface.split("::"), answered.split("+")))
         out.write("\n} // namespace refusing\n")
