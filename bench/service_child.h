@@ -4,6 +4,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <sys/wait.h>
@@ -18,10 +19,15 @@ class service_child {
             perror("pipe");
             exit(EXIT_FAILURE);
         }
+        if (mkdtemp(state_.data()) == nullptr) {
+            perror(state_.c_str());
+            exit(EXIT_FAILURE);
+        }
         pid_ = fork();
         if (pid_ == 0) {
             dup2(from[1], STDOUT_FILENO);
-            execl(program, program, "--port", "0", "--no-http", "--log-file", "/dev/null", nullptr);
+            execl(program, program, "--port", "0", "--no-http", "--log-file", "/dev/null",
+                  "--state", state_.c_str(), nullptr);
             perror(program);
             _exit(127);
         }
@@ -36,6 +42,7 @@ class service_child {
     ~service_child() {
         kill(pid_, SIGTERM);
         waitpid(pid_, nullptr, 0);
+        std::filesystem::remove_all(state_);
     }
     service_child(const service_child&) = delete;
     service_child& operator=(const service_child&) = delete;
@@ -50,6 +57,7 @@ class service_child {
     }
 
   private:
+    std::string state_ = (std::filesystem::temp_directory_path() / "vlsld-XXXXXX").string();
     pid_t pid_;
     int port_ = 0;
 };

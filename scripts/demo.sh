@@ -44,7 +44,8 @@ TZ=$(printf 'DEMO-%d:%02d:%02d' $((shift_by / 3600)) $((shift_by / 60 % 60)) $((
 export TZ
 
 # --- the service ------------------------------------------------------------------------------------
-build/release/bin/vlsld --port 0 --http-port 0 --port-file "$out/ports" >/dev/null 2>"$out/vlsld.log" &
+build/release/bin/vlsld --port 0 --http-port 0 --state "$out/state" --port-file "$out/ports" \
+  >/dev/null 2>"$out/vlsld.log" &
 service=$!
 for _ in $(seq 100); do
   [ ! -s "$out/ports" ] || break

@@ -1,5 +1,6 @@
 #include "service/corba_server.h"
 
+#include "service/asking_peer.h"
 #include "service/listening.h"
 #include "service/servants.h"
 #include "service/transport/orb_transport.h"
@@ -75,7 +76,8 @@ void take_orb_messages(const ledger::log_sink& log) {
 
 } // namespace
 
-corba_server::corba_server(const corba_options& options, ledger& book, const ledger::log_sink& log)
+corba_server::corba_server(const corba_options& options, ledger& book, const object_keys& keys,
+                           const ledger::log_sink& log)
     : addresses_(addresses_to_listen_on(options.address)) {
     take_orb_messages(log);
     std::vector<transport::reception::entrance> entrances;
@@ -97,7 +99,8 @@ corba_server::corba_server(const corba_options& options, ledger& book, const led
         std::move(published));
     try {
         own_.orb = start_orb(book.lease());
-        publish(own_.orb, book);
+        watch_who_asks();
+        publish(own_.orb, book, keys);
     } catch (const CORBA::Exception& error) {
         throw std::runtime_error(fmt::format("can't listen on {}: the ORB says CORBA::{}",
                                              fmt::join(places, ", "), error._name()));

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "service/ledger.h"
+#include "service/object_key.h"
 
 #include <omniORB4/CORBA.h>
 #include <string>
@@ -19,9 +20,11 @@ struct corba_options {
 /// A running server. One at a time.
 class corba_server {
   public:
-    /// Listens and answers. Throws std::runtime_error when it can't, which says why. `book` is
-    /// borrowed. `log` takes what the ORB says until it has ended, here or in the destructor.
-    corba_server(const corba_options& options, ledger& book, const ledger::log_sink& log);
+    /// Listens and answers. Throws std::runtime_error when it can't, which says why. `book` and
+    /// `keys` are borrowed. `log` takes what the ORB says until it has ended, here or in the
+    /// destructor.
+    corba_server(const corba_options& options, ledger& book, const object_keys& keys,
+                 const ledger::log_sink& log);
     corba_server(const corba_server&) = delete;
     corba_server& operator=(const corba_server&) = delete;
 

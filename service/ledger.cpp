@@ -13,6 +13,7 @@ namespace {
 constexpr const char* flow_names[] = {"reads", "writes"};
 constexpr size_t longest_label = 63;
 constexpr ptrdiff_t most_listed = 5;
+const std::string own_name = "the service itself"; ///< among the peers that wait for the book
 
 /// Seconds of silence after which a flow ends.
 int64_t silence_of_flow(const throttling_config_s& settings) {
@@ -74,64 +75,133 @@ bool is_quiet(const storage_point& point) {
 
 } // namespace
 
+std::string short_name(session_number number) {
+    number = (number ^ number >> 33) * 0xff51afd7ed558ccd; // as many hashes end
+    number = (number ^ number >> 33) * 0xc4ceb9fe1a85ec53;
+    return fmt::format("{:08x}", number >> 32);
+}
+
 ledger::ledger(int64_t lease, moment now, log_sink log)
-    : lease_(lease), started_(now.uptime), log_(std::move(log)), last_point_(now.uptime) {}
+    : lease_(lease), started_(now.uptime), lines_(std::move(log)), last_point_(now.uptime) {}
 
-// --- sessions ----------------------------------------------------------------------------------
+/// The time that the book is locked, for a peer or for the service itself. Lines that were made in
+/// it are handed over after it.
+class ledger::turn {
+  public:
+    explicit turn(ledger& book) : book_(book) { book_.lock_.lock(own_name); }
+    turn(ledger& book, const caller& who) : book_(book) { book_.lock_.lock(who.peer); }
+    ~turn() {
+        book_.lock_.unlock();
+        book_.lines_.hand_over();
+    }
+    turn(const turn&) = delete;
+    turn& operator=(const turn&) = delete;
 
-bool ledger::open(session_number number, moment now) {
-    const std::lock_guard<std::mutex> guard(lock_);
-    expire(now);
-    if (sessions_.count(number) != 0) {
+  private:
+    ledger& book_;
+};
+
+// --- peers -------------------------------------------------------------------------------------
+
+ledger::account_entry& ledger::account_of(const std::string& peer) {
+    return *accounts_.try_emplace(peer).first;
+}
+
+void ledger::drop_if_empty(account_entry& whose) {
+    if (whose.second.sessions.empty() && whose.second.storages == 0) {
+        accounts_.erase(whose.first);
+    }
+}
+
+/// Whether there is room for one more session of a peer. In a full book, whoever has most makes it.
+bool ledger::make_room_for_session(const account_entry& whose) {
+    if (sessions_.size() < most_sessions) {
+        return true;
+    }
+    const auto count = [](const account_entry& each) { return each.second.sessions.size(); };
+    const auto most = std::max_element(
+        accounts_.begin(), accounts_.end(),
+        [&](const auto& one, const auto& other) { return count(one) < count(other); });
+    if (count(*most) <= count(whose)) {
         return false;
     }
-    session_entry* const who = enter(number, false, now);
-    if (who == nullptr) {
-        return false;
-    }
-    ++sessions_opened_;
-    log(*who, "opened");
+    end(sessions_.find(most->second.sessions.front()), "ended, its peer has more than its part");
     return true;
 }
 
-void ledger::hear(session_number number, moment now) {
-    const std::lock_guard<std::mutex> guard(lock_);
+// --- sessions ----------------------------------------------------------------------------------
+
+bool ledger::open(const caller& who, moment now) {
+    const turn mine(*this, who);
     expire(now);
-    heard(number, now);
+    if (sessions_.count(who.session) != 0) {
+        return false;
+    }
+    session_entry* const entered = enter(who, false, now);
+    if (entered == nullptr) {
+        return false;
+    }
+    ++sessions_opened_;
+    log(*entered, "opened");
+    return true;
 }
 
-void ledger::close(session_number number, moment now) {
-    const std::lock_guard<std::mutex> guard(lock_);
+void ledger::hear(const caller& who, moment now) {
+    const turn mine(*this, who);
     expire(now);
-    const auto which = sessions_.find(number);
+    heard(who, now);
+}
+
+void ledger::close(const caller& who, moment now) {
+    const turn mine(*this, who);
+    expire(now);
+    const auto which = sessions_.find(who.session);
     if (which != sessions_.end()) {
         end(which, "ended by its client");
+    } else if (ended_.count(who.session) != 0) {
+        throw session_has_ended();
     }
+    remember_end(who.session);
 }
 
 /// Null when the book is full.
-ledger::session_entry* ledger::enter(session_number number, bool is_taken_up, moment now) {
-    if (sessions_.size() >= most_sessions) {
-        log_({fmt::format("session {:016x}: refused, {} sessions are open", number, most_sessions),
-              log_kind::refusal});
+ledger::session_entry* ledger::enter(const caller& who, bool is_taken_up, moment now) {
+    account_entry& owner = account_of(who.peer);
+    if (!make_room_for_session(owner)) {
+        lines_.put({fmt::format("session {}: refused, {} sessions are open",
+                                short_name(who.session), most_sessions),
+                    log_kind::refusal});
+        drop_if_empty(owner);
         return nullptr;
     }
-    const auto place = silent_longest_.insert(silent_longest_.end(), number);
-    return &*sessions_.try_emplace(number, session{"", now.uptime, place, is_taken_up, {}}).first;
+    std::list<session_number>& own = owner.second.sessions;
+    const auto place = silent_longest_.insert(silent_longest_.end(), who.session);
+    const auto place_with_owner = own.insert(own.end(), who.session);
+    return &*sessions_
+                 .try_emplace(
+                     who.session,
+                     session{"", now.uptime, place, &owner, place_with_owner, is_taken_up, {}})
+                 .first;
 }
 
 /// The session that spoke. Null when it isn't in the book and this is full.
-ledger::session_entry* ledger::heard(session_number number, moment now) {
-    const auto known = sessions_.find(number);
+ledger::session_entry* ledger::heard(const caller& who, moment now) {
+    const auto known = sessions_.find(who.session);
     if (known == sessions_.end()) {
-        session_entry* const who = enter(number, true, now);
-        if (who != nullptr) {
-            log(*who, "taken up again");
+        if (ended_.count(who.session) != 0) {
+            throw session_has_ended();
         }
-        return who;
+        session_entry* const entered = enter(who, true, now);
+        if (entered != nullptr) {
+            log(*entered, "taken up again");
+        }
+        return entered;
     }
-    known->second.heard = now.uptime;
-    silent_longest_.splice(silent_longest_.end(), silent_longest_, known->second.place);
+    session& found = known->second;
+    std::list<session_number>& of_owner = found.owner->second.sessions;
+    found.heard = now.uptime;
+    silent_longest_.splice(silent_longest_.end(), silent_longest_, found.place);
+    of_owner.splice(of_owner.end(), of_owner, found.place_with_owner);
     return &*known;
 }
 
@@ -139,15 +209,24 @@ void ledger::end(session_map::iterator which, const char* why) {
     session_entry& who = *which;
     log(who, why);
     while (!who.second.holds.empty()) {
-        storage_entry& what = *who.second.holds.begin()->first;
-        end_flow(who, what, OPERATION_READ, why);
-        end_flow(who, what, OPERATION_WRITE, why);
-        while (who.second.holds.count(&what) != 0) {
-            disconnect(who, what);
-        }
+        give_back(who, *who.second.holds.begin()->first, why);
     }
+    account_entry& owner = *who.second.owner;
+    owner.second.sessions.erase(who.second.place_with_owner);
+    drop_if_empty(owner);
     silent_longest_.erase(who.second.place);
     sessions_.erase(which);
+}
+
+/// Its key stays true, so what tells that nobody may use it any more is this. One that is so old
+/// that it is forgotten would be taken up again, as after a new start.
+void ledger::remember_end(session_number number) {
+    if (ended_longest_ago_.size() >= most_sessions) {
+        ended_.erase(ended_longest_ago_.front());
+        ended_longest_ago_.pop_front();
+    }
+    ended_.insert(number);
+    ended_longest_ago_.push_back(number);
 }
 
 void ledger::expire(moment now) {
@@ -164,13 +243,16 @@ void ledger::expire(moment now) {
 // --- storages ----------------------------------------------------------------------------------
 
 /// Null when it would be one too many.
-ledger::storage_entry* ledger::find_or_add(const std::string& name, moment now) {
+ledger::storage_entry* ledger::find_or_add(const std::string& name, account_entry& whose,
+                                           moment now) {
     auto known = storages_.find(name);
     if (known == storages_.end()) {
         if (storages_.size() >= most_storages) {
             return nullptr;
         }
         known = storages_.try_emplace(name).first;
+        known->second.owner = &whose;
+        ++whose.second.storages;
         if (latest_->connections.count(name) != 0) {
             known->second.settings = latest_;
         }
@@ -179,51 +261,101 @@ ledger::storage_entry* ledger::find_or_add(const std::string& name, moment now) 
     return &*known;
 }
 
-/// The storage of a question. Null when there is no room, all others being used.
-ledger::storage_entry* ledger::asked_for(const std::string& name, moment now) {
+/// The storage of a question. Null when there is no room for it.
+ledger::storage_entry* ledger::asked_for(const std::string& name, account_entry& whose,
+                                         moment now) {
     if (storages_.count(name) == 0) {
-        make_room(1, {});
+        make_room(1, whose, {});
     }
-    return find_or_add(name, now);
+    return find_or_add(name, whose, now);
 }
 
-/// Drops storages that nobody uses, first those that nobody named for longest, until there is room
-/// for as many as are wanted, or none is left but the `spared` ones.
-void ledger::make_room(size_t wanted, const connection_limits& spared) {
-    const size_t room = most_storages - storages_.size();
+/// The storages that peers could do without, those that should leave first at each one's front.
+struct ledger::offers {
+    std::map<const account_entry*, std::deque<storage_map::iterator>> of;
+};
+
+/// What `whose` peer may be given for a storage of its own: its own that nobody uses, and of others
+/// besides those that they alone use. First those that nobody uses, and of them the one that nobody
+/// named for longest.
+ledger::offers ledger::offered_to(const account_entry& whose, const connection_limits& spared) {
+    offers all;
+    for (auto each = storages_.begin(); each != storages_.end(); ++each) {
+        const storage& store = each->second;
+        if (spared.count(each->first) == 0 &&
+            (store.is_unused() || (store.owner != &whose && store.strangers == 0))) {
+            all.of[store.owner].push_back(each);
+        }
+    }
+    for (auto& [owner, offered] : all.of) {
+        std::stable_sort(offered.begin(), offered.end(), [](const auto& one, const auto& other) {
+            return std::pair(!one->second.is_unused(), one->second.asked) <
+                   std::pair(!other->second.is_unused(), other->second.asked);
+        });
+    }
+    return all;
+}
+
+/// Drops storages until there is room for as many as are wanted, or nobody has any to give but the
+/// `spared` ones: those of whoever has most, while that is more than the asker has, else its own.
+void ledger::make_room(size_t wanted, const account_entry& whose, const connection_limits& spared) {
+    size_t room = most_storages - storages_.size();
     if (wanted <= room) {
         return;
     }
-    std::vector<storage_map::iterator> unused;
-    for (auto each = storages_.begin(); each != storages_.end(); ++each) {
-        if (each->second.is_unused() && spared.count(each->first) == 0) {
-            unused.push_back(each);
+    offers all = offered_to(whose, spared);
+    size_t own = whose.second.storages + room;
+    for (; room < wanted; ++room) {
+        auto from = all.of.find(&whose);
+        size_t most = own;
+        for (auto each = all.of.begin(); each != all.of.end(); ++each) {
+            if (each->first != &whose && each->first->second.storages > most) {
+                from = each;
+                most = each->first->second.storages;
+            }
+        }
+        if (from == all.of.end()) {
+            return;
+        }
+        own += from->first != &whose ? 1 : 0;
+        drop(from->second.front());
+        from->second.pop_front();
+        if (from->second.empty()) {
+            all.of.erase(from);
         }
     }
-    std::stable_sort(unused.begin(), unused.end(), [](const auto& one, const auto& other) {
-        return one->second.asked < other->second.asked;
-    });
-    unused.resize(std::min(unused.size(), wanted - room));
-    for (const auto& each : unused) {
-        storages_.erase(each);
+}
+
+/// Drops a storage; those who use it give back what they hold.
+void ledger::drop(storage_map::iterator which) {
+    account_entry& owner = *which->second.owner;
+    if (!which->second.is_unused()) { // by sessions of its owner alone
+        lines_.put(fmt::format("storage {}: dropped, its peer has more than its part",
+                               in_quotes(which->first)));
+        for (const session_number each : owner.second.sessions) {
+            give_back(*sessions_.find(each), *which, "no room");
+        }
     }
+    --owner.second.storages;
+    storages_.erase(which);
+    drop_if_empty(owner);
 }
 
 const throttling_config_s& ledger::settings_of(const storage_entry& which) const {
     return which.second.settings != nullptr ? *which.second.settings : *latest_;
 }
 
-int32_t ledger::configure(session_number number, const std::string& text, moment now) {
-    const std::lock_guard<std::mutex> guard(lock_);
+int32_t ledger::configure(const caller& who, const std::string& text, moment now) {
+    const turn mine(*this, who);
     expire(now);
     if (text.size() > longest_text) {
-        return malformed(number, STS_ERR_INVALID,
+        return malformed(who.session, STS_ERR_INVALID,
                          fmt::format("settings of {} bytes, at most {} are read", text.size(),
                                      longest_text))
             .status;
     }
-    const session_entry* const who = heard(number, now);
-    if (who == nullptr) {
+    const session_entry* const known = heard(who, now);
+    if (known == nullptr) {
         return STS_ERR_NOMEM;
     }
     if (text == latest_text_) {
@@ -231,30 +363,30 @@ int32_t ledger::configure(session_number number, const std::string& text, moment
     }
     const settings_text incoming = read_settings(text);
     if (incoming.settings == nullptr) {
-        return malformed(number, STS_ERR_INVALID,
+        return malformed(who.session, STS_ERR_INVALID,
                          "settings without a readable row: " + in_quotes(text))
             .status;
     }
-    const std::string news =
-        take_up(incoming.settings, now) + part("not taken, no name: ", incoming.no_names);
+    const std::string news = take_up(incoming.settings, *known->second.owner, now) +
+                             part("not taken, no name: ", incoming.no_names);
     if (!news.empty()) {
-        log(*who, "new settings" + news); // one line, however many storages the text names
+        log(*known, "new settings" + news); // one line, however many storages the text names
     }
     latest_text_ = text;
     return STS_OK;
 }
 
 /// What changes by it, for the log.
-std::string ledger::take_up(const settings_ptr& incoming, moment now) {
+std::string ledger::take_up(const settings_ptr& incoming, account_entry& whose, moment now) {
     const connection_limits& named = incoming->connections;
     make_room(static_cast<size_t>(std::count_if(
                   named.begin(), named.end(),
                   [&](const auto& each) { return storages_.count(each.first) == 0; })),
-              named);
+              whose, named);
     std::vector<std::string> changed;
     std::vector<std::string> left_out;
     for (const auto& [name, limit] : named) {
-        storage_entry* const what = find_or_add(name, now);
+        storage_entry* const what = find_or_add(name, whose, now);
         if (what == nullptr) {
             left_out.push_back(in_quotes(name));
             continue;
@@ -276,65 +408,69 @@ bool ledger::can_be_dropped(const storage_entry& which) const {
 
 // --- questions ---------------------------------------------------------------------------------
 
-answer ledger::check_connections(session_number number, const std::string& key,
+answer ledger::check_connections(const caller& who, const std::string& key,
                                  const std::string& session_text, int32_t delta, moment now) {
-    const std::lock_guard<std::mutex> guard(lock_);
+    const turn mine(*this, who);
     expire(now);
     const auto parsed = parse_key(key);
     if (!parsed) {
-        return malformed(number, STS_ERR_INVALID, "no key: " + in_quotes(key));
+        return malformed(who.session, STS_ERR_INVALID, "no key: " + in_quotes(key));
     }
     if (!is_session_text(session_text)) {
-        return malformed(number, STS_ERR_INVALID, "no session's text: " + in_quotes(session_text));
+        return malformed(who.session, STS_ERR_INVALID,
+                         "no session's text: " + in_quotes(session_text));
     }
     if (delta != 1 && delta != -1) {
-        return malformed(number, STS_ERR_INVALID,
+        return malformed(who.session, STS_ERR_INVALID,
                          fmt::format("{}: a change by {}, not by 1 or -1", in_quotes(key), delta));
     }
-    session_entry* const who = heard(number, now);
-    storage_entry* const what = asked_for(parsed->storage, now);
-    if (who == nullptr || what == nullptr) {
-        return malformed(number, STS_ERR_NOMEM, in_quotes(key) + ": no room for one more");
+    session_entry* const asker = heard(who, now);
+    storage_entry* const what =
+        asker != nullptr ? asked_for(parsed->storage, *asker->second.owner, now) : nullptr;
+    if (what == nullptr) {
+        return malformed(who.session, STS_ERR_NOMEM, in_quotes(key) + ": no room for one more");
     }
-    who->second.label = session_text.substr(0, longest_label);
+    asker->second.label = session_text.substr(0, longest_label);
     expire_flows(*what, now);
     if (parsed->operation == OPERATION_READ_WRITE) {
-        who->second.is_taken_up = false; // from now on it says what it holds
+        asker->second.is_taken_up = false; // from now on it says what it holds
         if (delta > 0) {
-            return connect(*who, *what, now);
+            return connect(*asker, *what, now);
         }
-        disconnect(*who, *what);
+        disconnect(*asker, *what);
     } else if (delta > 0) {
-        report(*who, *what, parsed->operation, 0, now);
+        report(*asker, *what, parsed->operation, 0, now);
     } else {
-        end_flow(*who, *what, parsed->operation, "no longer");
+        end_flow(*asker, *what, parsed->operation, "no longer");
     }
     return reply(*what, parsed->operation, 0, now);
 }
 
-answer ledger::check_bandwidth(session_number number, const std::string& key,
+answer ledger::check_bandwidth(const caller& who, const std::string& key,
                                const std::string& session_text, const sample& reported,
                                moment now) {
-    const std::lock_guard<std::mutex> guard(lock_);
+    const turn mine(*this, who);
     expire(now);
     const auto parsed = parse_key(key);
     if (!parsed || parsed->operation != reported.operation) {
         return malformed(
-            number, STS_ERR_INVALID,
+            who.session, STS_ERR_INVALID,
             fmt::format("no key of operation {}: {}", reported.operation, in_quotes(key)));
     }
     if (!is_session_text(session_text)) {
-        return malformed(number, STS_ERR_INVALID, "no session's text: " + in_quotes(session_text));
+        return malformed(who.session, STS_ERR_INVALID,
+                         "no session's text: " + in_quotes(session_text));
     }
-    session_entry* const who = heard(number, now);
-    storage_entry* const what = asked_for(parsed->storage, now);
-    if (who == nullptr || what == nullptr) {
-        return malformed(number, STS_ERR_NOMEM, in_quotes(key) + ": no room for one more");
+    session_entry* const asker = heard(who, now);
+    storage_entry* const what =
+        asker != nullptr ? asked_for(parsed->storage, *asker->second.owner, now) : nullptr;
+    if (what == nullptr) {
+        return malformed(who.session, STS_ERR_NOMEM, in_quotes(key) + ": no room for one more");
     }
-    who->second.label = session_text.substr(0, longest_label);
+    asker->second.label = session_text.substr(0, longest_label);
     ++reports_;
     expire_flows(*what, now);
-    report(*who, *what, parsed->operation, rate_of(reported), now);
+    report(*asker, *what, parsed->operation, rate_of(reported), now);
     const throttling_config_s& settings = settings_of(*what);
     const uint64_t share = allowed_now(settings, parsed->operation, now) /
                            what->second.flows[parsed->operation].size();
@@ -342,15 +478,16 @@ answer ledger::check_bandwidth(session_number number, const std::string& key,
                  now);
 }
 
-answer ledger::refuse(session_number number, const std::string& why, moment now) {
-    const std::lock_guard<std::mutex> guard(lock_);
+answer ledger::refuse(const caller& who, const std::string& why, moment now) {
+    const turn mine(*this, who);
     expire(now);
-    return malformed(number, STS_ERR_INVALID, why);
+    return malformed(who.session, STS_ERR_INVALID, why);
 }
 
 answer ledger::malformed(session_number number, int32_t status, const std::string& why) {
     ++malformed_;
-    log_({fmt::format("session {:016x}: refused, {}", number, why), log_kind::refusal});
+    lines_.put(
+        {fmt::format("session {}: refused, {}", short_name(number), why), log_kind::refusal});
     return {status, why};
 }
 
@@ -367,7 +504,7 @@ answer ledger::connect(session_entry& who, storage_entry& what, moment now) {
         return {STS_ERR_MAX_CONNECTIONS, why};
     }
     ++store.connections;
-    ++who.second.holds[&what].connections;
+    ++hold_of(who, what).connections;
     log(who,
         fmt::format("connects to {}, {} of {}", in_quotes(what.first), store.connections, limit));
     return reply(what, OPERATION_READ_WRITE, 0, now);
@@ -388,7 +525,7 @@ void ledger::disconnect(session_entry& who, storage_entry& what) {
 
 void ledger::report(session_entry& who, storage_entry& what, operation_type_t operation,
                     uint64_t rate, moment now) {
-    hold& held = who.second.holds[&what];
+    hold& held = hold_of(who, what);
     flow_list& flows = what.second.flows[operation];
     if (who.second.is_taken_up && held.connections == 0) {
         ++held.connections;
@@ -431,10 +568,29 @@ void ledger::expire_flows(storage_entry& what, moment now) {
     }
 }
 
+/// Gives back all that a session holds of a storage.
+void ledger::give_back(session_entry& who, storage_entry& what, const char* why) {
+    end_flow(who, what, OPERATION_READ, why);
+    end_flow(who, what, OPERATION_WRITE, why);
+    while (who.second.holds.count(&what) != 0) {
+        disconnect(who, what);
+    }
+}
+
+/// What a session holds of a storage, nothing yet if it is new; whoever asks adds to it.
+ledger::hold& ledger::hold_of(session_entry& who, storage_entry& what) {
+    const auto [held, is_new] = who.second.holds.try_emplace(&what);
+    if (is_new && who.second.owner != what.second.owner) {
+        ++what.second.strangers;
+    }
+    return held->second;
+}
+
 void ledger::drop_if_empty(session_entry& who, storage_entry& what) {
     const auto held = who.second.holds.find(&what);
     if (held->second.is_empty()) {
         who.second.holds.erase(held);
+        what.second.strangers -= who.second.owner != what.second.owner ? 1 : 0;
     }
 }
 
@@ -480,8 +636,9 @@ answer ledger::reply(const storage_entry& what, operation_type_t operation, int6
 }
 
 void ledger::tick(moment now) {
-    const std::lock_guard<std::mutex> guard(lock_);
+    const turn mine(*this);
     expire(now);
+    tell(false_keys_, now);
     for (storage_entry& each : storages_) {
         expire_flows(each, now);
     }
@@ -496,12 +653,15 @@ void ledger::tick(moment now) {
             history.pop_front();
         }
         history.push_back(point_of(*each, now));
-        each = can_be_dropped(*each) ? storages_.erase(each) : std::next(each);
+        const auto past = each++;
+        if (can_be_dropped(*past)) {
+            drop(past);
+        }
     }
 }
 
 ledger_view ledger::view(moment now, const view_part& wanted) {
-    const std::lock_guard<std::mutex> guard(lock_);
+    const turn mine(*this);
     expire(now);
     ledger_view seen = {now.uptime - started_,
                         lease_,
@@ -510,6 +670,7 @@ ledger_view ledger::view(moment now, const view_part& wanted) {
                         sessions_expired_,
                         reports_,
                         malformed_,
+                        false_keys_.count,
                         points_,
                         {}};
     for (auto each = storages_.upper_bound(wanted.after);
@@ -533,6 +694,16 @@ ledger_view ledger::view(moment now, const view_part& wanted) {
     return seen;
 }
 
-void ledger::log(const session_entry& who, const std::string& what) const {
-    log_(fmt::format("session {:016x} {}: {}", who.first, in_quotes(who.second.label), what));
+void ledger::tell(tally& which, moment now) {
+    const int64_t news = which.count - which.told;
+    if (news > 0 && (which.told == 0 || now.uptime - which.when_told >= 60)) {
+        lines_.put(fmt::format("refused {} {}", news, which.what));
+        which.told += news;
+        which.when_told = now.uptime;
+    }
+}
+
+void ledger::log(const session_entry& who, const std::string& what) {
+    lines_.put(
+        fmt::format("session {} {}: {}", short_name(who.first), in_quotes(who.second.label), what));
 }

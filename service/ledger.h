@@ -14,30 +14,51 @@
 //
 // The book is bounded: there is a limit to the sessions and to the storages in it. A storage that
 // nobody uses leaves its place to a new one; clients send their text at each open of an image, so
-// its settings come back with its use.
+// its settings come back with its use. Where it is full, whoever has most of it makes room for
+// those who have less: of its own, what has been silent longest leaves first. So however much one
+// peer takes, another gets its part.
 //
-// No CORBA and no clock in here. Every call may come from any thread.
+// No CORBA and no clock in here. Every call may come from any thread, and peers are heard in turn.
 #pragma once
 
+#include "service/fair_mutex.h"
 #include "service/limits.h"
+#include "service/line_queue.h"
 #include "service/log_line.h"
 #include "service/moment.h"
 
 #include "config/allowed_rate.h"
 
+#include <atomic>
 #include <cstdint>
 #include <deque>
 #include <functional>
 #include <limits>
 #include <list>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 using session_number = uint64_t;
+
+/// What a session is called where others see it. It leads to nothing.
+std::string short_name(session_number number);
+
+/// Who asks: the session, and the peer that speaks for it, by its name. What a session takes of the
+/// book counts as the peer's that began it.
+struct caller {
+    caller(session_number number, std::string by = "") // NOLINT(google-explicit-constructor)
+        : session(number), peer(std::move(by)) {}
+
+    session_number session;
+    std::string peer;
+};
+
+/// The session was ended by its client, so nobody can ask as it any more.
+struct session_has_ended {};
 
 constexpr size_t most_sessions = 65536;
 constexpr size_t most_storages = 1024;
@@ -88,10 +109,11 @@ struct ledger_view {
     int64_t uptime; ///< seconds since the service started
     int64_t lease;
     size_t sessions;
-    int64_t sessions_opened; ///< since the start; so are the three below
+    int64_t sessions_opened; ///< since the start; so are the five below
     int64_t sessions_expired;
     int64_t reports;
     int64_t malformed;
+    int64_t false_keys;
     int64_t points;                     ///< of history, written since the start
     std::vector<storage_view> storages; ///< by name
 };
@@ -108,8 +130,8 @@ struct view_part {
 
 class ledger {
   public:
-    /// Takes a line of what changed. Called with the book locked: it may not call back.
-    using log_sink = std::function<void(const log_line& line)>;
+    /// Takes a line of what changed; called by one thread at a time, in order, with nothing locked.
+    using log_sink = line_queue::sink;
 
     /// `lease` in seconds.
     ledger(int64_t lease, moment now, log_sink log);
@@ -118,23 +140,32 @@ class ledger {
 
     int64_t lease() const { return lease_; }
 
-    /// Enters a session. False when the number is taken or the book is full.
-    bool open(session_number number, moment now);
-    /// The session spoke. It is entered when it isn't in the book.
-    void hear(session_number number, moment now);
-    /// Ends a session, which gives back what it held; no matter if it isn't in the book.
-    void close(session_number number, moment now);
+    // What clients ask.
 
+    /// Enters a session. False when the number is taken, or the book is full and the peer has as
+    /// much of it as any other.
+    bool open(const caller& who, moment now);
+    /// Ends a session, which gives back what it held; no matter if it isn't in the book. Nobody is
+    /// heard as it from then on. Throws session_has_ended when it was ended before.
+    void close(const caller& who, moment now);
+
+    // What a session says. It is entered when it isn't in the book. All throw session_has_ended.
+
+    /// The session spoke.
+    void hear(const caller& who, moment now);
     /// Takes up the settings of a row text. 0, or STS_ERR_INVALID: no row of it can be read, and
     /// nothing has changed. Storages that there is no room for are left out.
-    int32_t configure(session_number number, const std::string& text, moment now);
+    int32_t configure(const caller& who, const std::string& text, moment now);
     /// `delta` is 1 or -1.
-    answer check_connections(session_number number, const std::string& key,
+    answer check_connections(const caller& who, const std::string& key,
                              const std::string& session_text, int32_t delta, moment now);
-    answer check_bandwidth(session_number number, const std::string& key,
+    answer check_bandwidth(const caller& who, const std::string& key,
                            const std::string& session_text, const sample& reported, moment now);
     /// A question that can't even be put as one of the two above.
-    answer refuse(session_number number, const std::string& why, moment now);
+    answer refuse(const caller& who, const std::string& why, moment now);
+
+    /// A request came with a key that nobody was handed. Costs next to nothing.
+    void count_false_key() { ++false_keys_.count; }
 
     /// Ends what has run out, and writes history. To be called about once a second.
     void tick(moment now);
@@ -148,8 +179,18 @@ class ledger {
     };
     using flow_list = std::list<flow>; ///< whoever has been silent longest first
 
+    /// What a peer has of the book.
+    struct account {
+        std::list<session_number> sessions; ///< whoever has been silent longest first
+        size_t storages = 0;                ///< that it was the first to name
+    };
+    using account_map = std::map<std::string, account>; ///< by the peer's name
+    using account_entry = account_map::value_type;
+
     struct storage {
+        account_entry* owner;  ///< who named it first
         settings_ptr settings; ///< of the last text that named it; null: none did
+        size_t strangers = 0;  ///< sessions of other peers than its owner that use it
         int64_t connections = 0;
         int64_t refused = 0;
         int64_t asked = 0; ///< uptime when a client last named it
@@ -170,21 +211,33 @@ class ledger {
         std::string label; ///< the client's own text for it, once known
         int64_t heard;     ///< uptime
         std::list<session_number>::iterator place;
+        account_entry* owner;
+        std::list<session_number>::iterator place_with_owner;
         bool is_taken_up; ///< what it held before isn't known
         std::map<storage_entry*, hold> holds;
     };
     using session_map = std::unordered_map<session_number, session>;
     using session_entry = session_map::value_type;
 
-    session_entry* enter(session_number number, bool is_taken_up, moment now);
-    session_entry* heard(session_number number, moment now);
+    class turn;
+
+    account_entry& account_of(const std::string& peer);
+    void drop_if_empty(account_entry& whose);
+    bool make_room_for_session(const account_entry& whose);
+
+    session_entry* enter(const caller& who, bool is_taken_up, moment now);
+    session_entry* heard(const caller& who, moment now);
     void end(session_map::iterator which, const char* why);
+    void remember_end(session_number number);
     void expire(moment now);
 
-    storage_entry* find_or_add(const std::string& name, moment now);
-    storage_entry* asked_for(const std::string& name, moment now);
-    void make_room(size_t wanted, const connection_limits& spared);
-    std::string take_up(const settings_ptr& incoming, moment now);
+    storage_entry* find_or_add(const std::string& name, account_entry& whose, moment now);
+    storage_entry* asked_for(const std::string& name, account_entry& whose, moment now);
+    struct offers;
+    offers offered_to(const account_entry& whose, const connection_limits& spared);
+    void make_room(size_t wanted, const account_entry& whose, const connection_limits& spared);
+    void drop(storage_map::iterator which);
+    std::string take_up(const settings_ptr& incoming, account_entry& whose, moment now);
     const throttling_config_s& settings_of(const storage_entry& which) const;
     bool can_be_dropped(const storage_entry& which) const;
 
@@ -195,6 +248,8 @@ class ledger {
     void end_flow(session_entry& who, storage_entry& what, operation_type_t operation,
                   const char* why);
     void expire_flows(storage_entry& what, moment now);
+    void give_back(session_entry& who, storage_entry& what, const char* why);
+    hold& hold_of(session_entry& who, storage_entry& what);
     void drop_if_empty(session_entry& who, storage_entry& what);
 
     uint64_t measured(const storage_entry& what, operation_type_t operation, moment now) const;
@@ -202,15 +257,27 @@ class ledger {
     answer reply(const storage_entry& what, operation_type_t operation, int64_t wait,
                  moment now) const;
     answer malformed(session_number number, int32_t status, const std::string& why);
-    void log(const session_entry& who, const std::string& what) const;
+    /// Something that is counted, and told once a minute at most, however often it happens.
+    struct tally {
+        const char* what;
+        std::atomic<int64_t> count{0};
+        int64_t told = 0;
+        int64_t when_told = 0; ///< uptime
+    };
+    void tell(tally& which, moment now);
+    void log(const session_entry& who, const std::string& what);
 
     const int64_t lease_;
     const int64_t started_;
-    const log_sink log_;
+    line_queue lines_;
+    tally false_keys_{"requests for objects that don't exist"};
 
-    std::mutex lock_;
+    fair_mutex lock_;
+    account_map accounts_;
     session_map sessions_;
-    std::list<session_number> silent_longest_; ///< the sessions, whoever spoke last at the end
+    std::list<session_number> silent_longest_;     ///< the sessions, whoever spoke last at the end
+    std::unordered_set<session_number> ended_;     ///< by their clients, as many as may be open
+    std::deque<session_number> ended_longest_ago_; ///< the same, in order
     storage_map storages_;
     settings_ptr latest_ = std::make_shared<throttling_config_s>();
     std::optional<std::string> latest_text_;

@@ -1,9 +1,11 @@
 // vlsld: what it is asked to do, and how it starts, runs and stops.
 
 #include "service/corba_server.h"
+#include "service/key_secret.h"
 #include "service/ledger.h"
 #include "service/listening.h"
 #include "service/moment.h"
+#include "service/object_key.h"
 #include "service/service_log.h"
 #include "service/signals.h"
 #include "service/web_server.h"
@@ -35,7 +37,7 @@ constexpr const char* more =
     "(Prometheus).\n"
     "It runs until SIGTERM or SIGINT, and opens its log file anew on SIGHUP. What it counts isn't "
     "kept, but sessions that are open go on\n"
-    "with a service that is started anew on the same port.\n\n"
+    "with a service that is started anew on the same port with the same --state.\n\n"
     "Ends with 0 when it was stopped, 1 when it can't start, 2 when the arguments are wrong.\n\n"
     "Examples:\n"
     "  vlsld                              on port 5638 of this host\n"
@@ -53,6 +55,7 @@ struct request {
     int64_t lease = 3600;
     std::string port_file;
     std::string log_file;
+    std::string state; ///< empty: the default
 };
 
 void add_options(CLI::App& app, request& asked) {
@@ -92,6 +95,17 @@ void add_options(CLI::App& app, request& asked) {
         ->type_name("FILE");
     app.add_option("--log-file", asked.log_file, "Append the log there (default: standard error)")
         ->type_name("FILE");
+    app.add_option("--state", asked.state,
+                   "Keep the secret that sessions are proved with there, below a directory that "
+                   "nobody else may write to (default: STATE_DIRECTORY of the environment, else "
+                   "for root /var/lib/vlsld, else $XDG_STATE_HOME/vlsld, else "
+                   "~/.local/state/vlsld). One that is named has to work")
+        ->check(CLI::Validator(
+            [](const std::string& name) {
+                return name.empty() ? std::string("names no directory") : std::string();
+            },
+            ""))
+        ->type_name("DIR");
     CLI::Option* const ca =
         app.add_option(
                "--tls-ca", asked.corba.tls_ca,
@@ -119,6 +133,26 @@ void raise_descriptor_limit() {
         limit.rlim_cur = limit.rlim_max;
         setrlimit(RLIMIT_NOFILE, &limit);
     }
+}
+
+/// The secret of object keys. Where none is named and the usual place won't do, one for this run.
+key_secret take_secret(const std::string& directory, service_log& log) {
+    if (!directory.empty()) {
+        return kept_secret(directory);
+    }
+    std::string why = "no directory for it (--state DIR)";
+    try {
+        const std::string usual = default_state_directory();
+        if (!usual.empty()) {
+            return kept_secret(usual);
+        }
+    } catch (const state_error& error) {
+        why = error.what();
+    }
+    log.line("warning: the secret of object keys isn't kept: " + why +
+             ". When the service is started anew, sessions that are open are refused, and their "
+             "data flows uncounted until each backup opens its server again");
+    return new_secret();
 }
 
 /// Ticks once a second until a stop signal comes; which one.
@@ -191,6 +225,7 @@ void serve(request& asked) {
     raise_descriptor_limit();
     asked.corba.port = choose_port(asked.port);
     service_log log(asked.log_file);
+    const object_keys keys(take_secret(asked.state, log));
     const auto to_log = [&](const log_line& line) { log.line(line); };
     ledger book(asked.lease, this_moment(), to_log);
     {
@@ -202,7 +237,7 @@ void serve(request& asked) {
             page.port = sockets.port();
             web.emplace(sockets.descriptors(), book);
         }
-        const corba_server corba(asked.corba, book, to_log);
+        const corba_server corba(asked.corba, book, keys, to_log);
         announce(asked, corba, page, log);
         const int signal = tick_until_stopped(book, log, signals);
         bound_the_end(signals, longest_end_ms);

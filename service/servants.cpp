@@ -1,8 +1,9 @@
 #include "service/servants.h"
 
-#include <fmt/format.h>
+#include "service/asking_peer.h"
+
+#include <cstring>
 #include <memory>
-#include <random>
 #include <refusing_servants.hh>
 
 namespace CloudMgmt = Corvane::Vaultaro::SL::CloudMgmt;
@@ -13,48 +14,57 @@ namespace {
 
 constexpr const char* factory_name = "HSFactory";
 
-/// The kinds of objects that there is one of for each session.
-enum kind { session_kind, manager_kind, query_kind, modify_kind, kinds };
-constexpr const char* adapter_names[kinds] = {"session", "manager", "query", "modify"};
+constexpr const char* adapter_names[object_kinds] = {"session", "manager", "query", "modify"};
 
 [[noreturn]] void throw_no_object() { throw CORBA::OBJECT_NOT_EXIST(); }
 
-session_number number_of(const PortableServer::ObjectId& id) {
-    const std::string text(reinterpret_cast<const char*>(id.get_buffer()), id.length());
-    if (text.size() != 16 || text.find_first_not_of("0123456789abcdef") != std::string::npos) {
-        throw_no_object();
-    }
-    return std::stoull(text, nullptr, 16);
-}
-
 /// Not to be had by counting, so that clients of earlier runs keep theirs.
 session_number new_number() {
-    std::random_device source;
-    return session_number{source()} << 32 | source();
+    const key_secret random = new_secret();
+    session_number number = 0;
+    memcpy(&number, random.data(), sizeof number);
+    return number;
 }
 
 /// What all servants share: the ledger, and the adapters that references are made in.
 struct house {
     ledger& book;
+    const object_keys& keys;
     PortableServer::Current_var current;
-    PortableServer::POA_var adapters[kinds];
+    PortableServer::POA_var adapters[object_kinds];
 
-    /// The session whose object is being asked.
-    session_number asking() const {
+    /// The session whose object of the `kind` is being asked, and who asks.
+    caller asking(object_kind kind) const {
         const PortableServer::ObjectId_var id = current->get_object_id();
-        return number_of(id.in());
+        const PortableServer::ObjectId& key = id.in();
+        const auto number =
+            keys.read(kind, {reinterpret_cast<const char*>(key.get_buffer()), key.length()});
+        if (!number) {
+            book.count_false_key();
+            throw_no_object();
+        }
+        return {*number, asking_peer()};
+    }
+    /// What the book says to whoever may ask.
+    template <typename Question>
+    auto ask(Question question) const {
+        try {
+            return question();
+        } catch (const session_has_ended&) {
+            throw_no_object();
+        }
     }
     /// The same; it spoke, so its lease begins anew.
-    session_number hear() const {
-        const session_number number = asking();
-        book.hear(number, this_moment());
-        return number;
+    session_number hear(object_kind kind) const {
+        const caller who = asking(kind);
+        ask([&] { book.hear(who, this_moment()); });
+        return who.session;
     }
 
     template <typename Interface>
-    typename Interface::_ptr_type reference(kind which, session_number number) const {
+    typename Interface::_ptr_type reference(object_kind which, session_number number) const {
         const PortableServer::ObjectId_var id =
-            PortableServer::string_to_ObjectId(fmt::format("{:016x}", number).c_str());
+            PortableServer::string_to_ObjectId(keys.make(which, number).c_str());
         const CORBA::Object_var object =
             adapters[which]->create_reference_with_id(id, Interface::_PD_repoId);
         return Interface::_unchecked_narrow(object);
@@ -77,7 +87,7 @@ class factory : public servant<refusing::HostSessionFactory> {
 
     HostSession::_ptr_type getHostSession(const char* /*host*/, const char* /*locale*/) override {
         const session_number number = new_number();
-        if (!all_->book.open(number, this_moment())) {
+        if (!all_->ask([&] { return all_->book.open({number, asking_peer()}, this_moment()); })) {
             throw CORBA::NO_RESOURCES();
         }
         return all_->reference<HostSession>(session_kind, number);
@@ -89,19 +99,22 @@ class session : public servant<refusing::HostSession> {
     using servant::servant;
 
     CloudMgmt::CloudManager::_ptr_type getCloudManager() override {
-        return all_->reference<CloudMgmt::CloudManager>(manager_kind, all_->hear());
+        return all_->reference<CloudMgmt::CloudManager>(manager_kind, all_->hear(session_kind));
     }
-    void destroy() override { all_->book.close(all_->asking(), this_moment()); }
+    void destroy() override {
+        all_->ask([&] { all_->book.close(all_->asking(session_kind), this_moment()); });
+    }
 };
 
 class manager : public servant<refusing::CloudManager> {
     using servant::servant;
 
     SL::QueryableFacet::_ptr_type aqueryFacet() override {
-        return all_->reference<CloudMgmt::CloudQueryFacet>(query_kind, all_->hear());
+        return all_->reference<CloudMgmt::CloudQueryFacet>(query_kind, all_->hear(manager_kind));
     }
     SL::ModifiableFacet::_ptr_type amodifyFacet() override {
-        return all_->reference<CloudMgmt::CloudModifiableFacet>(modify_kind, all_->hear());
+        return all_->reference<CloudMgmt::CloudModifiableFacet>(modify_kind,
+                                                                all_->hear(manager_kind));
     }
 };
 
@@ -110,27 +123,30 @@ class query_facet : public servant<refusing::CloudQueryFacet> {
 
     CORBA::Long check_connections(const char* key, const char* session_text, CORBA::Long delta,
                                   CORBA::String_out text) override {
-        return hand_over(
-            all_->book.check_connections(all_->asking(), key, session_text, delta, this_moment()),
-            text);
+        return hand_over(text, [&](const caller& who) {
+            return all_->book.check_connections(who, key, session_text, delta, this_moment());
+        });
     }
 
     CORBA::Long check_bandwidth(const char* key, const char* session_text,
                                 CloudMgmt::ThrottlingBandwidth* value,
                                 CORBA::String_out text) override {
-        const session_number number = all_->asking();
-        if (value == nullptr) {
-            return hand_over(all_->book.refuse(number, "a null sample", this_moment()), text);
-        }
-        const sample reported = {value->operation_type(), value->start_time(), value->end_time(),
-                                 value->data_length()};
-        return hand_over(
-            all_->book.check_bandwidth(number, key, session_text, reported, this_moment()), text);
+        return hand_over(text, [&](const caller& who) {
+            if (value == nullptr) {
+                return all_->book.refuse(who, "a null sample", this_moment());
+            }
+            const sample reported = {value->operation_type(), value->start_time(),
+                                     value->end_time(), value->data_length()};
+            return all_->book.check_bandwidth(who, key, session_text, reported, this_moment());
+        });
     }
 
-    static CORBA::Long hand_over(const answer& from, CORBA::String_out text) {
-        text = CORBA::string_dup(from.text.c_str());
-        return from.status;
+    template <typename Question>
+    CORBA::Long hand_over(CORBA::String_out text, Question question) {
+        const caller who = all_->asking(query_kind);
+        const answer said = all_->ask([&] { return question(who); });
+        text = CORBA::string_dup(said.text.c_str());
+        return said.status;
     }
 };
 
@@ -138,7 +154,8 @@ class modifiable_facet : public servant<refusing::CloudModifiableFacet> {
     using servant::servant;
 
     CORBA::Long update_ThrottleConfigParams(const char* text) override {
-        return all_->book.configure(all_->asking(), text, this_moment());
+        const caller who = all_->asking(modify_kind);
+        return all_->ask([&] { return all_->book.configure(who, text, this_moment()); });
     }
 };
 
@@ -168,16 +185,16 @@ PortableServer::Servant_var<Servant> make(const house_ptr& all) {
 
 } // namespace
 
-void publish(CORBA::ORB_ptr orb, ledger& book) {
+void publish(CORBA::ORB_ptr orb, ledger& book, const object_keys& keys) {
     const CORBA::ValueFactoryBase_var samples = new CloudMgmt::ThrottlingBandwidth_init;
     const CORBA::ValueFactoryBase_var earlier =
         orb->register_value_factory(CloudMgmt::ThrottlingBandwidth::_PD_repoId, samples);
 
     const CORBA::Object_var current = orb->resolve_initial_references("POACurrent");
     const auto all =
-        std::make_shared<house>(house{book, PortableServer::Current::_narrow(current), {}});
+        std::make_shared<house>(house{book, keys, PortableServer::Current::_narrow(current), {}});
     const PortableServer::POA_var root = find_adapter(orb, "RootPOA");
-    for (int each = 0; each < kinds; ++each) {
+    for (int each = 0; each < object_kinds; ++each) {
         all->adapters[each] = make_adapter(root, adapter_names[each]);
     }
     all->adapters[session_kind]->set_servant(make<session>(all).in());

@@ -4,20 +4,22 @@
 //
 //   object                     key
 //   HostSessionFactory         HSFactory
-//   HostSession                session/NUMBER
-//   CloudManager               manager/NUMBER
-//   CloudQueryFacet            query/NUMBER
-//   CloudModifiableFacet       modify/NUMBER
+//   HostSession                session/KEY
+//   CloudManager               manager/KEY
+//   CloudQueryFacet            query/KEY
+//   CloudModifiableFacet       modify/KEY
 //
-// NUMBER is the session's, in 16 hexadecimal digits. No object is kept: one servant for each kind
-// takes the number from the key that a request came with, so a reference also works with a service
-// that was started after it was made.
+// KEY is the session's number and the proof that the key was made here (object_key.h). No object is
+// kept: one servant for each kind takes the number from the key that a request came with, so a
+// reference also works with a service that was started after it was made. A key that wasn't made
+// here, and that of a session which its client has ended, is OBJECT_NOT_EXIST.
 #pragma once
 
 #include "service/ledger.h"
+#include "service/object_key.h"
 
 #include <omniORB4/CORBA.h>
 
 /// Answers for the objects on `orb`, under the name "HSFactory" and in adapters of their own.
-/// `book` is borrowed for as long as the ORB runs.
-void publish(CORBA::ORB_ptr orb, ledger& book);
+/// `book` and `keys` are borrowed for as long as the ORB runs.
+void publish(CORBA::ORB_ptr orb, ledger& book, const object_keys& keys);

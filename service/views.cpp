@@ -253,6 +253,7 @@ text_source status_json(ledger& book, moment now, time_t since) {
                          {"sessions_expired", seen.sessions_expired},
                          {"reports", seen.reports},
                          {"malformed", seen.malformed},
+                         {"false_keys", seen.false_keys},
                          {"history_step", history_step},
                          {"history_points", history_points}};
     std::string head = status.dump();
@@ -277,6 +278,8 @@ text_source metrics_text(ledger& book, moment now) {
         {"vlsld_reports_total", "counter", "Bandwidth reports taken.", number(seen.reports)},
         {"vlsld_malformed_total", "counter", "Questions that could not be understood.",
          number(seen.malformed)},
+        {"vlsld_false_keys_total", "counter",
+         "Requests for objects that the service didn't hand out.", number(seen.false_keys)},
         {"process_resident_memory_bytes", "gauge", "Resident memory of the service.",
          resident_memory()},
         {"process_open_fds", "gauge", "Open file descriptors of the service.", open_descriptors()}};

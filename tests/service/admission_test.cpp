@@ -109,11 +109,11 @@ TEST_F(Admission, ALineIsLoggedForEachChange) {
     connect(7);
     disconnect(7);
     book.close(7, now);
-    EXPECT_THAT(lines, testing::ElementsAre(
-                           "session 0000000000000007 \"\": opened",
-                           "session 0000000000000007 \"host_1\": connects to \"s3\", 1 of 2",
-                           "session 0000000000000007 \"host_1\": disconnects from \"s3\", 0 left",
-                           "session 0000000000000007 \"host_1\": ended by its client"));
+    EXPECT_THAT(lines,
+                testing::ElementsAre(called(7) + " \"\": opened",
+                                     called(7) + " \"host_1\": connects to \"s3\", 1 of 2",
+                                     called(7) + " \"host_1\": disconnects from \"s3\", 0 left",
+                                     called(7) + " \"host_1\": ended by its client"));
 }
 
 } // namespace

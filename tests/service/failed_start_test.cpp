@@ -22,9 +22,11 @@ void take_adapter_name() {
     const PortableServer::POA_var taken = root->create_POA("session", nullptr, {});
 }
 
+const object_keys keys(new_secret());
+
 void expect_failure(ledger& book, const ledger::log_sink& log) {
     try {
-        const corba_server server(any_port, book, log);
+        const corba_server server(any_port, book, keys, log);
     } catch (const std::runtime_error& error) {
         fprintf(stderr, "%s\n", error.what());
         return;
@@ -52,7 +54,7 @@ TEST(FailedStartDeathTest, EndsItsOrbSoThatAnotherCanStart) {
         ledger book(60, this_moment(), log);
         take_adapter_name();
         expect_failure(book, log);
-        const corba_server second(any_port, book, log);
+        const corba_server second(any_port, book, keys, log);
         exit(second.port() != 0 ? 0 : 4);
     };
     EXPECT_EXIT(start_twice(), testing::ExitedWithCode(0),

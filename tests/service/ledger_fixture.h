@@ -36,6 +36,9 @@ inline std::string row(const std::string& key, uint64_t value) {
            ",fixed=n;";
 }
 
+/// What the log calls a session.
+inline std::string called(session_number number) { return "session " + short_name(number); }
+
 class LedgerTest : public testing::Test {
   protected:
     static constexpr int64_t lease = 3600;

@@ -18,7 +18,7 @@ class Malformed : public LedgerTest {
         EXPECT_EQ(reply.status, STS_ERR_INVALID);
         EXPECT_THAT(reply.text, testing::Not(HasSubstr("THR_")));
         ASSERT_EQ(lines.size(), 1U);
-        EXPECT_THAT(lines[0], HasSubstr("session 0000000000000001: refused, "));
+        EXPECT_THAT(lines[0], HasSubstr(called(1) + ": refused, "));
         EXPECT_TRUE(book.view(now).storages.empty());
         lines.clear();
     }
@@ -88,7 +88,7 @@ TEST_F(Malformed, SamplesAreNotTakenForConnections) {
 
 TEST_F(Malformed, WhatIsLoggedStaysOnItsLine) {
     ask("a:x\ny\"z\\");
-    EXPECT_EQ(lines.at(0), R"(session 0000000000000001: refused, no key: "a:x\x0ay\"z\\")");
+    EXPECT_EQ(lines.at(0), called(1) + R"(: refused, no key: "a:x\x0ay\"z\\")");
 }
 
 TEST(InQuotes, CutsWhatIsTooLong) {

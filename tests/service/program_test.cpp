@@ -17,7 +17,8 @@ using testing::StartsWith;
 namespace {
 
 ended run(const std::vector<std::string>& arguments, const process_options& options = {}) {
-    std::vector<std::string> command = {service_process::program()};
+    std::vector<std::string> command = {service_process::program(), "--state",
+                                        service_process::state()};
     command.insert(command.end(), arguments.begin(), arguments.end());
     return run_process(command, options);
 }
@@ -25,11 +26,12 @@ ended run(const std::vector<std::string>& arguments, const process_options& opti
 TEST(Program, HelpTeaches) {
     const ended help = run({"--help"});
     EXPECT_EQ(help.code, 0);
-    EXPECT_THAT(help.out, AllOf(HasSubstr("--port PORT"), HasSubstr("--listen ADDRESS"),
-                                HasSubstr("--lease SECONDS"), HasSubstr("--tls-ca FILE"),
-                                HasSubstr("--http-port PORT"), HasSubstr("--no-http"),
-                                HasSubstr("corbaloc:iiop:1.2@HOST:PORT/HSFactory"),
-                                HasSubstr("Examples:\n  vlsld "), HasSubstr("Ends with 0")));
+    EXPECT_THAT(help.out,
+                AllOf(HasSubstr("--port PORT"), HasSubstr("--listen ADDRESS"),
+                      HasSubstr("--lease SECONDS"), HasSubstr("--tls-ca FILE"),
+                      HasSubstr("--state DIR"), HasSubstr("--http-port PORT"),
+                      HasSubstr("--no-http"), HasSubstr("corbaloc:iiop:1.2@HOST:PORT/HSFactory"),
+                      HasSubstr("Examples:\n  vlsld "), HasSubstr("Ends with 0")));
     EXPECT_TRUE(help.err.empty());
 }
 

@@ -10,6 +10,33 @@
 #include <stdexcept>
 #include <unistd.h>
 
+namespace {
+
+/// Where the services of this process keep what outlasts them, until it ends.
+class state_directory {
+  public:
+    state_directory() {
+        if (mkdtemp(path_.data()) == nullptr) {
+            throw std::runtime_error("no temporary directory");
+        }
+    }
+    ~state_directory() { std::filesystem::remove_all(path_); }
+    state_directory(const state_directory&) = delete;
+    state_directory& operator=(const state_directory&) = delete;
+
+    const std::string& path() const { return path_; }
+
+  private:
+    std::string path_ = (std::filesystem::temp_directory_path() / "vlsld-state-XXXXXX").string();
+};
+
+} // namespace
+
+const std::string& service_process::state() {
+    static const state_directory own;
+    return own.path();
+}
+
 service_process::service_process(const std::vector<std::string>& arguments) {
     directory_ = (std::filesystem::temp_directory_path() / "vlsld-XXXXXX").string();
     if (mkdtemp(directory_.data()) == nullptr) {
@@ -25,6 +52,9 @@ service_process::service_process(const std::vector<std::string>& arguments) {
     }
     if (!has("--http-port") && !has("--no-http")) {
         command.insert(command.end(), {"--http-port", "0"});
+    }
+    if (!has("--state")) {
+        command.insert(command.end(), {"--state", state()});
     }
     command.insert(command.end(), arguments.begin(), arguments.end());
     process_.emplace(command, process_options{});

@@ -10,8 +10,9 @@
 
 class service_process {
   public:
-    /// Starts it with `arguments` on top of those that choose free ports, and waits until it
-    /// answers. Throws std::runtime_error with what it said when it ends instead.
+    /// Starts it with `arguments` on top of those that choose free ports and a state of the test's
+    /// own, and waits until it answers. Throws std::runtime_error with what it said when it ends
+    /// instead.
     explicit service_process(const std::vector<std::string>& arguments = {});
     /// Stops it unless that was done: the test fails where it ends with an error, such as a leak or
     /// a race that a sanitizer has seen.
@@ -35,6 +36,9 @@ class service_process {
     ended stop(int signal);
 
     static const char* program(); ///< the built vlsld
+    /// The --state of all that aren't given another, so that one goes on where another ended. For
+    /// whoever starts one in another way, too.
+    static const std::string& state();
 
   private:
     int port_of(const std::string& variable) const;

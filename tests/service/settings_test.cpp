@@ -77,7 +77,7 @@ TEST_F(Settings, ATextWithoutAReadableRowIsRefusedAndChangesNothing) {
              row("s3", 9) + long_text}) {
         EXPECT_EQ(configure(text), STS_ERR_INVALID) << text.substr(0, 80);
         expect_unchanged();
-        EXPECT_THAT(lines.back(), HasSubstr("session 0000000000000001: refused, settings"));
+        EXPECT_THAT(lines.back(), HasSubstr(called(1) + ": refused, settings"));
     }
     EXPECT_EQ(book.view(now).malformed, 10);
 }
@@ -100,10 +100,10 @@ TEST_F(Settings, EverySettingIsReadableByItself) {
 
 TEST_F(Settings, AChangeIsLoggedWithWhatChanged) {
     configure(row("s3", 5) + row("SAMPLE_INTERVAL", 60) + row("AVAIL_BANDWIDTH", 1000));
-    EXPECT_THAT(lines,
-                testing::ElementsAre(
-                    "session 0000000000000001 \"\": new settings; storage \"s3\": limit 2 -> 5, "
-                    "THR:AVAIL_BANDWIDTH 104857600 -> 1000, THR:SAMPLE_INTERVAL 30 -> 60"));
+    EXPECT_THAT(lines, testing::ElementsAre(
+                           called(1) +
+                           " \"\": new settings; storage \"s3\": limit 2 -> 5, "
+                           "THR:AVAIL_BANDWIDTH 104857600 -> 1000, THR:SAMPLE_INTERVAL 30 -> 60"));
 }
 
 TEST_F(Settings, TheSameAgainIsNoChange) {
@@ -114,14 +114,14 @@ TEST_F(Settings, TheSameAgainIsNoChange) {
 
 TEST_F(Settings, ATextIsOneLineOfTheLog) {
     configure(rows("many", 8, 3));
-    EXPECT_THAT(lines,
-                testing::ElementsAre(
-                    "session 0000000000000001 \"\": new settings; storage \"many0\": limit 10 "
-                    "-> 3, THR:SAMPLE_INTERVAL 30 -> 0; storage \"many1\": limit 10 -> 3, "
-                    "THR:SAMPLE_INTERVAL 30 -> 0; storage \"many2\": limit 10 -> 3, "
-                    "THR:SAMPLE_INTERVAL 30 -> 0; storage \"many3\": limit 10 -> 3, "
-                    "THR:SAMPLE_INTERVAL 30 -> 0; storage \"many4\": limit 10 -> 3, "
-                    "THR:SAMPLE_INTERVAL 30 -> 0; and 3 more"));
+    EXPECT_THAT(lines, testing::ElementsAre(
+                           called(1) +
+                           " \"\": new settings; storage \"many0\": limit 10 "
+                           "-> 3, THR:SAMPLE_INTERVAL 30 -> 0; storage \"many1\": limit 10 -> 3, "
+                           "THR:SAMPLE_INTERVAL 30 -> 0; storage \"many2\": limit 10 -> 3, "
+                           "THR:SAMPLE_INTERVAL 30 -> 0; storage \"many3\": limit 10 -> 3, "
+                           "THR:SAMPLE_INTERVAL 30 -> 0; storage \"many4\": limit 10 -> 3, "
+                           "THR:SAMPLE_INTERVAL 30 -> 0; and 3 more"));
 }
 
 TEST_F(Settings, NamesThatNoKeyCanHaveAreLeftOut) {
@@ -143,10 +143,9 @@ TEST_F(Settings, StoragesInUseAreLimitedInNumber) {
     fill_with_used();
     EXPECT_EQ(connect(1, "one more").status, STS_ERR_NOMEM);
     EXPECT_EQ(configure(row("one more", 3) + row("used1", 4)), 0);
-    EXPECT_EQ(
-        lines.back(),
-        "session 0000000000000001 \"host_1\": new settings; storage \"used1\": limit 10 -> 4, "
-        "THR:SAMPLE_INTERVAL 30 -> 0; not taken, no room: \"one more\"");
+    EXPECT_EQ(lines.back(), called(1) +
+                                " \"host_1\": new settings; storage \"used1\": limit 10 -> 4, "
+                                "THR:SAMPLE_INTERVAL 30 -> 0; not taken, no room: \"one more\"");
     EXPECT_EQ(book.view(now).storages.size(), most_storages);
     EXPECT_EQ(connections("used1"), 1);
 }

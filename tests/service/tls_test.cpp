@@ -60,8 +60,9 @@ TEST_F(Tls, FilesThatAreNoCertificatesEndItWithAMessage) {
     const conf_dir files;
     const std::string rubbish = files.path() + "/rubbish.pem";
     conf_dir::write(rubbish, "rubbish\n");
-    const ended result = run_process({service_process::program(), "--port", "0", "--no-http",
-                                      "--tls-ca", own.authority(), "--tls-key", rubbish});
+    const ended result =
+        run_process({service_process::program(), "--state", service_process::state(), "--port", "0",
+                     "--no-http", "--tls-ca", own.authority(), "--tls-key", rubbish});
     EXPECT_EQ(result.code, 1);
     EXPECT_THAT(result.err, HasSubstr(rubbish));
 }
