@@ -33,7 +33,7 @@ class FairMutex : public testing::Test {
         return served;
     }
 
-    fair_mutex mutex{100};
+    fair_mutex mutex;
     std::string served;
     std::vector<std::thread> threads;
 };
