@@ -36,18 +36,34 @@ class OwnModulesWalker(ast.WalkTreeForIncludes):
                 self.add(decl)
 
 
+def require(text, part):
+    """Ends with one line that says why unless a template's `text` holds `part`."""
+    if part not in text:
+        raise SystemExit(
+            "vlsl_cxx: the omniidl of %s is none that is known here: its templates don't hold %r"
+            % (cxx.config.state["Library Version"], part)
+        )
+
+
 def mend(module, name, old, new):
     """Replaces `old`, which must be there, in the template `name` of the standard back-end."""
     text = getattr(module, name)
-    if old not in text:
-        raise SystemExit("vlsl_cxx: omniidl's template %s doesn't hold:\n%s" % (name, old))
+    require(text, old)
     setattr(module, name, text.replace(old, new))
 
 
 def between(text, start, end):
     """The part of `text` from `start` up to, and without, `end`."""
+    require(text, start)
     begin = text.index(start)
+    require(text[begin:], end)
     return text[begin : text.index(end, begin)]
+
+
+def line_with(text, part):
+    """The line of `text` that holds `part`."""
+    require(text, part)
+    return next(line for line in text.splitlines(True) if part in line)
 
 
 # A value says what it is: always tag 0x7fffff02 and its repository id. The standard back-end names
@@ -88,7 +104,8 @@ VALUE_COPY = """\
 
 def mend_copy_value():
     mend(value, "value_class", DECLARE_COPY, "@declare_copy@\n\n")
-    mend(value, "value_class", "  virtual void _PR_copy_state(@name@*);\n", "")
+    # Virtual or not, as the ORB's release has it.
+    mend(value, "value_class", line_with(value.value_class, "_PR_copy_state(@name@*);"), "")
     mend(value, "value_functions", DEFINE_COPY, "")
 
 

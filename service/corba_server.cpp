@@ -12,6 +12,8 @@
 #include <string_view>
 #include <vector>
 
+OMNI_USING_NAMESPACE(omni) // where newer releases of the ORB have sslContext
+
 namespace {
 
 constexpr size_t longest_message = 4 * longest_text;

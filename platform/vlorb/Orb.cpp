@@ -33,6 +33,8 @@
 #include <openssl/err.h>
 #include <openssl/ssl.h>
 
+OMNI_USING_NAMESPACE(omni) // where newer releases of the ORB have sslContext
+
 namespace {
 
 using clock = std::chrono::steady_clock;

@@ -4,6 +4,8 @@
 #include <ctime>
 #include <omniORB4/sslContext.h>
 
+OMNI_USING_NAMESPACE(omni) // where newer releases of the ORB have sslContext
+
 namespace CloudMgmt = Corvane::Vaultaro::SL::CloudMgmt;
 namespace SL = Corvane::Vaultaro::SL;
 using Orvessa::Vaultaro::HostSessionFactory;

@@ -21,6 +21,8 @@
 #include <utility>
 #include <vlsl.hh>
 
+OMNI_USING_NAMESPACE(omni) // where newer releases of the ORB have sslContext
+
 namespace {
 
 using Corvane::Vaultaro::SL::VLSLOpException;
