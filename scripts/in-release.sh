@@ -1,0 +1,78 @@
+#!/usr/bin/env bash
+# Runs a command of this tree in a root of another Debian release: scripts/in-release.sh RELEASE COMMAND...
+#
+#   scripts/in-release.sh trixie scripts/test.sh
+#
+# The root is made from this machine's own package sources, once, in $RELEASE_ROOTS (by default
+# /var/tmp/release-roots) and kept, with what the command installs and builds in it; remove its directory
+# for a fresh one. Each run takes the files of this tree along anew, uncommitted ones too. Where ccache is
+# installed the root has it too, with a cache beside the roots. Needs root or sudo, to mount and to chroot.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+if [ $# -lt 2 ]; then
+  sed -n '2,9s/^# \{0,1\}//p' "$0"
+  [ "${1:-}" = --help ] && exit 0
+  exit 2
+fi
+if [ "$(id -u)" != 0 ]; then
+  exec sudo --preserve-env=RELEASE_ROOTS,CMAKE_BUILD_PARALLEL_LEVEL "$0" "$@"
+fi
+release=$1
+shift
+case "$release" in
+  "" | *[!a-z-]*)
+    echo "$0: \"$release\" is no release's name, such as trixie" >&2
+    exit 2 ;;
+esac
+roots=${RELEASE_ROOTS:-/var/tmp/release-roots}
+root=$roots/$release
+
+# The sources of this machine, with that release in place of its own.
+sources() {
+  . /etc/os-release
+  apt-get indextargets --format 'deb $(REPO_URI) $(RELEASE) $(COMPONENT)' 'Created-By: Packages' | sort -u |
+    sed -n "s/^\(deb [^ ]* \)$VERSION_CODENAME\(-[^ ]*\)\{0,1\} /\1$release\2 /p"
+}
+
+make_root() {
+  command -v mmdebstrap >/dev/null || apt-get -q install -y --no-install-recommends mmdebstrap
+  apt-config dump | grep -E '^Acquire::(https?::|Check-|Retries|ForceIPv)' >"$roots/apt.conf" || true
+  sources | mmdebstrap --variant=apt --keyring=/usr/share/keyrings/debian-archive-keyring.gpg \
+    --aptopt="$roots/apt.conf" --include="$1" "$release" "$root.new" -
+  mv "$root.new" "$root"
+}
+
+mkdir -p "$roots/ccache"
+if [ ! -d "$root" ]; then
+  echo "making a root of $release" >&2
+  rm -rf "$root.new"
+  log=$roots/$release.log
+  if ! make_root "ca-certificates$(command -v ccache >/dev/null && echo ,ccache)" >"$log" 2>&1; then
+    cat "$log" >&2
+    echo "$0: can't make a root of $release" >&2
+    exit 1
+  fi
+fi
+
+# The tree as it is here, its build folder as it is there.
+mkdir -p "$root/src" "$root/var/cache/ccache"
+find "$root/src" -mindepth 1 -maxdepth 1 ! -name build -exec rm -rf {} +
+git ls-files -z --cached --others --exclude-standard | tar -c --null --ignore-failed-read -T - 2>/dev/null |
+  tar -x -C "$root/src" --no-same-owner
+cp /etc/resolv.conf /etc/hosts "$root/etc/"
+
+# Mounts, processes and semaphores of its own, which all end with the command.
+exec unshare --mount --pid --ipc --fork --kill-child bash -euc '
+  root=$1 cache=$2
+  shift 2
+  mount --bind "$cache" "$root/var/cache/ccache"
+  mount --rbind /dev "$root/dev"
+  mount -t tmpfs tmpfs "$root/dev/shm"
+  mount -t proc proc "$root/proc"
+  for each in http_proxy https_proxy no_proxy CMAKE_BUILD_PARALLEL_LEVEL; do
+    [ -z "${!each:-}" ] || set -- "$each=${!each}" "$@"
+  done
+  exec chroot "$root" /usr/bin/env -i HOME=/root TERM=dumb LC_ALL=C.UTF-8 CCACHE_DIR=/var/cache/ccache \
+    PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin \
+    "$@"' bash "$root" "$roots/ccache" bash -c 'cd /src && exec "$@"' bash "$@"
