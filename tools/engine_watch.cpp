@@ -1,6 +1,7 @@
 #include "tools/engine_watch.h"
 
 #include "tools/console.h"
+#include "tools/printable.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -10,6 +11,8 @@ namespace {
 std::atomic<log_choice> shown_messages{log_choice::nothing};
 std::atomic<uint64_t> connections{1};
 thread_local std::atomic<uint64_t>* slept_here = nullptr;
+
+constexpr const char* storage_mark = "[libsts]"; // what messages of the storage library begin with
 
 bool begins_with(const char* text, const char* start) {
     return strncmp(text, start, strlen(start)) == 0;
@@ -41,12 +44,13 @@ void hear(const char* message) {
     }
 }
 
-bool is_shown(sts_severity_v7_t severity) {
+bool is_shown(sts_severity_v7_t severity, bool is_storage) {
+    const bool is_problem = severity == STS_SEV_WARN || severity == STS_SEV_ERROR;
     switch (shown_messages) {
     case log_choice::nothing:
-        return false;
+        return is_storage && is_problem;
     case log_choice::problems:
-        return severity == STS_SEV_WARN || severity == STS_SEV_ERROR;
+        return is_problem;
     default:
         return true;
     }
@@ -56,12 +60,14 @@ void take_message(const char* /*session_id*/, const char* message, sts_severity_
     if (severity == STS_SEV_DEBUG) {
         hear(message);
     }
-    if (is_shown(severity)) {
-        std::string text(message);
+    const bool is_storage = begins_with(message, storage_mark);
+    if (is_shown(severity, is_storage)) {
+        std::string text(message + (is_storage ? strlen(storage_mark) : 0));
         while (!text.empty() && text.back() == '\n') {
             text.pop_back();
         }
-        console::get().line(std::string("plugin ") + severity_word(severity) + ": " + text);
+        console::get().line(std::string(is_storage ? "storage " : "plugin ") +
+                            severity_word(severity) + ": " + printable(text));
     }
 }
 
@@ -87,9 +93,10 @@ sts_session_def_v7_t watching_session(const char* id, log_choice shown) {
     sts_session_def_v7_t session = {};
     session.session_id = id;
     session.log = take_message;
-    session.log_mask = STS_LOG_DEBUG; // for the sleeps, in any case
+    // In any case debug messages, for the sleeps, and what the storage has to say.
+    session.log_mask = STS_LOG_DEBUG | STS_LOG_WARN | STS_LOG_ERROR;
     if (shown != log_choice::nothing) {
-        session.log_mask |= STS_LOG_INFO | STS_LOG_WARN | STS_LOG_ERROR | STS_LOG_HOST;
+        session.log_mask |= STS_LOG_INFO | STS_LOG_HOST;
     }
     return session;
 }

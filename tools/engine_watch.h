@@ -9,7 +9,7 @@
 #include <string>
 
 enum class log_choice {
-    nothing,
+    nothing,    ///< but the storage library's own warnings and errors, which are always shown
     problems,   ///< warnings and errors
     everything, ///< debug messages too
 };

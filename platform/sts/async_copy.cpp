@@ -33,6 +33,10 @@ class progress {
         cancelled_ = true;
         changed_.notify_all();
     }
+    bool is_cancelled() {
+        const std::lock_guard<std::mutex> lock(guard_);
+        return cancelled_;
+    }
 
     /// Counts bytes, then holds the copy up for as long as it is ahead of its rate. Fails once it
     /// was cancelled.
@@ -73,26 +77,27 @@ class progress {
     sts_async_status_s status_ = {};
 };
 
-/// One copy, opened on both sides.
+/// One copy, opened on both sides. Its stores are its own: a cancel ends what waits for their
+/// locks.
 struct copy_job {
     lsu_place from;
     lsu_place to;
     std::string name; ///< of the image to be made
     found_image image;
-    draft written;
     uint64_t block_size;
     uint64_t bytes_per_second;
+    std::shared_ptr<progress> done;
 };
 
-void copy_data(copy_job& job, progress& done) {
+void copy_data(const copy_job& job, const draft& written) {
     uint64_t copied = 0;
     while (copied < job.image.header.size) {
         const uint64_t block = std::min(job.block_size, job.image.header.size - copied);
         const uint64_t count =
-            copy_bytes(job.image.data.get(), copied, job.written.data(), copied, block);
+            copy_bytes(job.image.data.get(), copied, written.data(), copied, block);
         copied += count;
         const auto rate = static_cast<double>(job.bytes_per_second);
-        done.advance(count, seconds(rate > 0 ? static_cast<double>(count) / rate : 0));
+        job.done->advance(count, seconds(rate > 0 ? static_cast<double>(count) / rate : 0));
         if (count < block) {
             fail_errno(EBADMSG); // somebody cut the file
         }
@@ -101,19 +106,21 @@ void copy_data(copy_job& job, progress& done) {
 
 /// Before the copy takes its place: a copy that fails leaves no image, at most a peer too many.
 void remember_peers(const copy_job& job) {
-    add_peer(job.from.directory.get(), peer_role::target, job.to.files->server_name, job.to.name);
-    add_peer(job.to.directory.get(), peer_role::source, job.from.files->server_name, job.from.name);
+    add_peer(job.from, peer_role::target, job.to);
+    add_peer(job.to, peer_role::source, job.from);
 }
 
-int run(copy_job& job, progress& done) {
+int run(const copy_job& job) {
     return status_of([&] {
-        copy_data(job, done);
+        draft written(job.to.directory.get(), job.to.files->waiter);
+        require_in_place(*job.to.files, job.to.name, job.to.directory.get());
+        copy_data(job, written);
         if (job.image.meta) {
-            copy_bytes(job.image.meta.get(), 0, job.written.make_meta().get(), 0,
+            copy_bytes(job.image.meta.get(), 0, written.make_meta().get(), 0,
                        size_of(job.image.meta.get()));
         }
         remember_peers(job);
-        publish_image(*job.to.files, job.to.name, job.to.directory.get(), job.written, job.name,
+        publish_image(*job.to.files, job.to.name, job.to.directory.get(), written, job.name,
                       new_header(job.image.header.group), placement::creates);
     });
 }
@@ -123,10 +130,7 @@ struct operation : object {
     static constexpr handle_kind kind = handle_kind::operation;
 
     explicit operation(copy_job started)
-        : shared(std::make_shared<progress>(started.image.header.size)),
-          thread([state = shared, job = std::move(started)]() mutable {
-              state->end(run(job, *state));
-          }) {}
+        : shared(started.done), thread([job = std::move(started)] { job.done->end(run(job)); }) {}
     ~operation() override {
         shared->cancel();
         thread.join();
@@ -139,21 +143,27 @@ struct operation : object {
 copy_job prepare(const sts_image_def_s& source, const sts_lsu_ref_s* lsu,
                  const sts_copy_target_s& target, const sts_disk_copy_params_s& params) {
     lsu_place from = open_lsu(lsu);
-    const std::string server_name = text_of(target.server_name);
-    lsu_place to = open_lsu(
-        server_name.empty() ? from.files : open_store(server_name.c_str(), missing_root::fails),
-        text_of(target.lsu));
-    std::string name = text_of(target.image);
     found_image image = find_image(from.directory.get(), text_of(source.name));
+    auto done = std::make_shared<progress>(image.header.size);
+    const lock_waiter waiter = {{}, [done] { return done->is_cancelled(); }};
+    from.files = open_store(*from.files, waiter);
+    const std::string server_name = text_of(target.server_name);
+    lsu_place to =
+        open_lsu(server_name.empty() ? from.files
+                                     : open_store(server_name.c_str(), missing_root::fails, waiter),
+                 text_of(target.lsu));
+    std::string name = text_of(target.image);
     if (image_exists(to.directory.get(), name)) {
         fail_errno(EEXIST);
     }
-    draft written(to.directory.get());
-    require_in_place(*to.files, to.name, to.directory.get());
     const uint64_t block = params.block_size != 0 ? params.block_size : usual_block;
-    return {std::move(from),        std::move(to),      std::move(name),
-            std::move(image),       std::move(written), std::min(block, largest_block),
-            params.bytes_per_second};
+    return {std::move(from),
+            std::move(to),
+            std::move(name),
+            std::move(image),
+            std::min(block, largest_block),
+            params.bytes_per_second,
+            std::move(done)};
 }
 
 } // namespace

@@ -80,9 +80,11 @@ uint64_t start_of(const store& files, sts_forwarded_t start) {
     return oldest == 0 ? last : oldest - 1;
 }
 
-std::unique_ptr<event_source>
-open_disk_events(const char* server_name, const sts_event_source_s& wanted, sts_forwarded_t start) {
-    std::shared_ptr<store> files = open_store(server_name, missing_root::fails);
+std::unique_ptr<event_source> open_disk_events(const sts_session_def_v7_t& session,
+                                               const char* server_name,
+                                               const sts_event_source_s& wanted,
+                                               sts_forwarded_t start) {
+    std::shared_ptr<store> files = open_store(server_name, missing_root::fails, {session, {}});
     const uint64_t seen = start_of(*files, start);
     return std::make_unique<disk_event_source>(std::move(files), text_of(wanted.lsu), wanted.kinds,
                                                seen);
@@ -103,7 +105,8 @@ int add_evsource(sts_next_evchannel_s* channel_handle, int /*unused_2*/, sts_for
     const borrowed<channel> to(channel_handle);
     std::unique_ptr<event_source> added =
         is_disk_name(server_name)
-            ? open_disk_events(server_name, *static_cast<const sts_event_source_s*>(given), start)
+            ? open_disk_events(to->session, server_name,
+                               *static_cast<const sts_event_source_s*>(given), start)
             : open_plugin_events(to->session, server_name, given, to->first, to->second, start);
     const std::lock_guard<std::mutex> lock(to->guard);
     to->sources.push_back(std::move(added));

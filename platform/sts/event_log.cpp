@@ -102,7 +102,7 @@ void record_event(const store& files, const happening& what) noexcept {
             return;
         }
         const unique_fd control = make_control_directory(files);
-        const directory_lock lock(control.get(), directory_lock::kind::exclusive);
+        const directory_lock lock(control.get(), directory_lock::kind::exclusive, files.waiter);
         const unique_fd events = make_directory(control.get(), events_name);
         const uint64_t number = next_number(control.get(), events.get());
         place_file(control.get(), "event.new", events.get(), file_name(number),

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <dirent.h>
@@ -23,6 +24,8 @@ namespace {
 
 constexpr uint64_t copy_block = 1U << 20U;
 constexpr size_t longest_file_name = 255;
+constexpr mode_t directory_mode = 0700;
+constexpr mode_t file_mode = 0600;
 
 /// Whether a transfer stays within the positions that a file can have.
 bool is_in_range(uint64_t length, uint64_t position) {
@@ -48,12 +51,6 @@ int transfer(uint64_t length, uint64_t position, uint64_t* moved, Call call) {
         }
     }
     return STS_OK;
-}
-
-unique_fd lock_directory(int directory, int operation) {
-    unique_fd opened = open_directory(directory, ".");
-    uninterrupted([&] { return flock(opened.get(), operation); });
-    return opened;
 }
 
 /// Copies through memory, where the file systems can't do it between themselves.
@@ -128,12 +125,16 @@ unique_fd open_directory(int parent, const std::string& name) {
 }
 
 unique_fd make_directory(int parent, const std::string& name) {
-    if (mkdirat(parent, name.c_str(), 0777) == 0) {
+    if (mkdirat(parent, name.c_str(), directory_mode) == 0) {
         sync_file(parent);
     } else if (errno != EEXIST) {
         fail_errno(errno);
     }
     return open_directory(parent, name);
+}
+
+void make_new_directory(int parent, const std::string& name) {
+    checked(mkdirat(parent, name.c_str(), directory_mode));
 }
 
 std::vector<std::string> names_in(int directory) {
@@ -173,6 +174,13 @@ bool is_same_directory(int parent, const std::string& name, int opened) {
            at_name.st_dev == at_opened.st_dev && at_name.st_ino == at_opened.st_ino;
 }
 
+std::string path_of(int opened) {
+    char path[PATH_MAX];
+    const std::string link = "/proc/self/fd/" + std::to_string(opened);
+    const ssize_t length = readlink(link.c_str(), path, sizeof path);
+    return length > 0 ? std::string(path, static_cast<size_t>(length)) : "a directory";
+}
+
 std::string unused_name() {
     static std::atomic<uint64_t> count{0};
     timespec now = {};
@@ -194,23 +202,12 @@ void remove_directory(int parent, const std::string& name) noexcept {
     (void)unlinkat(parent, name.c_str(), AT_REMOVEDIR);
 }
 
-directory_lock::directory_lock(int directory, kind wanted)
-    : opened_(lock_directory(directory, wanted == kind::shared ? LOCK_SH : LOCK_EX)) {}
-
-std::optional<directory_lock> directory_lock::try_exclusive(int directory) {
-    unique_fd opened = open_directory(directory, ".");
-    if (flock(opened.get(), LOCK_EX | LOCK_NB) != 0) {
-        return std::nullopt;
-    }
-    return directory_lock(std::move(opened));
-}
-
 // --- files
 
 unique_fd open_file(int parent, const std::string& name, int flags) {
     // O_NONBLOCK: a pipe that somebody put here must not hold us up before we see what it is.
     unique_fd file(uninterrupted([&] {
-        return openat(parent, name.c_str(), flags | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0666);
+        return openat(parent, name.c_str(), flags | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, file_mode);
     }));
     struct stat found = {};
     checked(fstat(file.get(), &found));
@@ -218,6 +215,14 @@ unique_fd open_file(int parent, const std::string& name, int flags) {
         fail_errno(EBADMSG);
     }
     return file;
+}
+
+unique_fd make_file(int parent, const std::string& name) {
+    // Never one that is there: it may be a pipe, or one more name of a file that isn't ours.
+    if (unlinkat(parent, name.c_str(), 0) != 0 && errno != ENOENT) {
+        fail_errno(errno);
+    }
+    return open_file(parent, name, O_WRONLY | O_CREAT | O_EXCL);
 }
 
 unique_fd find_file(int parent, const std::string& name) {
@@ -261,7 +266,7 @@ void replace_file(int parent, const std::string& name, std::string_view content,
 
 void place_file(int parent, const std::string& fresh, int directory, const std::string& name,
                 std::string_view content, durability wanted) {
-    const unique_fd file = open_file(parent, fresh, O_WRONLY | O_CREAT | O_TRUNC);
+    const unique_fd file = make_file(parent, fresh);
     uint64_t written = 0;
     const int status = write_at(file.get(), content.data(), content.size(), 0, &written);
     if (status != STS_OK) {

@@ -1,6 +1,6 @@
 // Files and directories below a root that nothing may lead out of: everything is reached one
-// component at a time from an open directory, and no component may be a symbolic link. Failures are
-// thrown (failure.h).
+// component at a time from an open directory, and no component may be a symbolic link. What is made
+// is its owner's alone. Failures are thrown (failure.h).
 #pragma once
 
 #include <cstddef>
@@ -63,9 +63,13 @@ void fill(char (&field)[size], std::string_view text) {
 unique_fd open_directory(int parent, const std::string& name);
 /// Makes it first, for good, where there is none.
 unique_fd make_directory(int parent, const std::string& name);
+/// EEXIST's status where anything has that name.
+void make_new_directory(int parent, const std::string& name);
 /// Everything in it but "." and "..", sorted.
 std::vector<std::string> names_in(int directory);
 bool is_directory(int parent, const std::string& name);
+/// Where an open file or directory is, for people.
+std::string path_of(int opened);
 /// Whether the open directory is the one that has that name there.
 bool is_same_directory(int parent, const std::string& name, int opened);
 /// A name that nobody uses in any directory of this machine's.
@@ -73,24 +77,12 @@ std::string unused_name();
 /// Removes a directory that holds no further directories; what is already gone is no failure.
 void remove_directory(int parent, const std::string& name) noexcept;
 
-/// Locks a directory for as long as it lives, against other processes too.
-class directory_lock {
-  public:
-    enum class kind { shared, exclusive };
-    /// Waits for the lock.
-    directory_lock(int directory, kind wanted);
-    /// Doesn't wait: nothing when others hold it.
-    static std::optional<directory_lock> try_exclusive(int directory);
-
-  private:
-    explicit directory_lock(unique_fd opened) : opened_(std::move(opened)) {}
-    unique_fd opened_; // of its own, since a lock belongs to one opening of a file
-};
-
 // --- files
 
 /// Opens a regular file; EBADMSG when it is something else.
 unique_fd open_file(int parent, const std::string& name, int flags);
+/// Makes an empty file in the place of whatever has that name, for writing.
+unique_fd make_file(int parent, const std::string& name);
 /// Opens it for reading; none where there is no file of that name.
 unique_fd find_file(int parent, const std::string& name);
 uint64_t size_of(int file);

@@ -82,7 +82,8 @@ int create_image(const sts_lsu_ref_s* lsu, const sts_image_def_s* image_def, uin
         return sts_status_of_errno(EEXIST);
     }
     created->header = new_header(group);
-    begin_writing(*created, draft(created->lsu_directory.get()), placement::creates);
+    begin_writing(*created, draft(created->lsu_directory.get(), created->files->waiter),
+                  placement::creates);
     hand_out(std::move(created), out);
     return STS_OK;
 }
@@ -96,7 +97,7 @@ int open_image(const sts_lsu_ref_s* lsu, const sts_image_def_s* image_def, uint3
     found_image found = find_image(directory, name);
     opened->header = found.header;
     if ((flags & STS_IMAGE_WRITE) != 0) {
-        begin_writing(*opened, draft(directory, found), placement::replaces);
+        begin_writing(*opened, draft(directory, found, opened->files->waiter), placement::replaces);
     } else {
         opened->reading = std::move(found);
         opened->data = opened->reading.data.get();

@@ -154,12 +154,12 @@ void remove_abandoned_drafts(int lsu) {
     }
 }
 
-draft::draft(int lsu) {
+draft::draft(int lsu, const lock_waiter& waiter) {
     // Until the data file is locked only the LSU's lock shows that this draft is somebody's.
-    const directory_lock lock(lsu, directory_lock::kind::shared);
+    const directory_lock lock(lsu, directory_lock::kind::shared, waiter);
     unique_fd drafts = make_directory(lsu, drafts_name);
     id_ = unused_name();
-    checked(mkdirat(drafts.get(), id_.c_str(), 0777));
+    make_new_directory(drafts.get(), id_);
     const int status = status_of([&] {
         directory_ = open_directory(drafts.get(), id_);
         data_ = open_file(directory_.get(), data_name, O_RDWR | O_CREAT | O_EXCL);
@@ -172,7 +172,7 @@ draft::draft(int lsu) {
     }
 }
 
-draft::draft(int lsu, const found_image& image) : draft(lsu) {
+draft::draft(int lsu, const found_image& image, const lock_waiter& waiter) : draft(lsu, waiter) {
     copy_bytes(image.data.get(), 0, data_.get(), 0, image.header.size);
     if (image.meta) {
         copy_bytes(image.meta.get(), 0, make_meta().get(), 0, size_of(image.meta.get()));

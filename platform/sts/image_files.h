@@ -10,6 +10,7 @@
 #pragma once
 
 #include "platform/sts/files.h"
+#include "platform/sts/locks.h"
 #include "platform/sts/sts_records.h"
 
 #include <string>
@@ -66,9 +67,9 @@ enum class placement {
 /// An image that is being written. Gone with its files unless it is published.
 class draft {
   public:
-    explicit draft(int lsu);
+    draft(int lsu, const lock_waiter& waiter);
     /// Starts from what `image` holds.
-    draft(int lsu, const found_image& image);
+    draft(int lsu, const found_image& image, const lock_waiter& waiter);
     draft(draft&&) = default;
     draft& operator=(draft&&) = delete;
     ~draft();

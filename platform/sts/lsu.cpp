@@ -85,7 +85,7 @@ int label_lsu(const sts_lsu_ref_s* lsu, sts_forwarded_t label) {
     const auto* const text = pointer_of<const char>(label);
     require(text != nullptr && strlen(text) < STS_NAME_SIZE);
     const lsu_place place = open_lsu(lsu);
-    set_label(place.directory.get(), text);
+    set_label(place, text);
     record_event(*place.files,
                  {STS_EVENT_LSU_LABELLED, place.name, "", std::string("label=") + text + "\n"});
     return STS_OK;

@@ -59,7 +59,7 @@ class workplace {
   public:
     explicit workplace(const store& files)
         : directory_(make_directory(files.directory.get(), work_name)),
-          lock_(directory_.get(), directory_lock::kind::shared) {}
+          lock_(directory_.get(), directory_lock::kind::shared, files.waiter) {}
     int directory() const { return directory_.get(); }
 
   private:
@@ -73,7 +73,7 @@ void make_lsu(const store& files, const std::string& name, const std::string& la
     const int root = files.directory.get();
     const workplace work(files);
     const std::string id = unused_name();
-    checked(mkdirat(work.directory(), id.c_str(), 0777));
+    make_new_directory(work.directory(), id);
     const int status = status_of([&] {
         if (!label.empty()) {
             replace_file(open_directory(work.directory(), id).get(), label_name, label,
@@ -92,7 +92,7 @@ void remove_lsu(const lsu_place& place) {
     const int root = place.files->directory.get();
     const int lsu = place.directory.get();
     // Nobody begins an image meanwhile; one that was begun keeps its draft in the LSU.
-    const directory_lock lock(lsu, directory_lock::kind::exclusive);
+    const directory_lock lock(lsu, directory_lock::kind::exclusive, place.files->waiter);
     require_in_place(*place.files, place.name, lsu); // another may have been quicker
     require_empty(lsu);
     remove_abandoned_drafts(lsu);
@@ -125,8 +125,9 @@ void remove_abandoned_lsus(const store& files) {
 
 std::string label_of(int lsu) { return read_file(lsu, label_name, STS_NAME_SIZE - 1).value_or(""); }
 
-void set_label(int lsu, const std::string& label) {
-    const directory_lock lock(lsu, directory_lock::kind::exclusive);
+void set_label(const lsu_place& place, const std::string& label) {
+    const int lsu = place.directory.get();
+    const directory_lock lock(lsu, directory_lock::kind::exclusive, place.files->waiter);
     replace_file(lsu, label_name, label, durability::synced);
 }
 

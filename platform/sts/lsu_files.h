@@ -24,6 +24,6 @@ void remove_abandoned_lsus(const store& files);
 
 /// Empty where there is none; EBADMSG's status for one that is too long to be ours.
 std::string label_of(int lsu);
-void set_label(int lsu, const std::string& label);
+void set_label(const lsu_place& place, const std::string& label);
 
 } // namespace disk

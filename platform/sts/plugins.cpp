@@ -2,6 +2,8 @@
 
 #include "platform/sts/plugins.h"
 
+#include "platform/sts/session_log.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -107,17 +109,11 @@ const stspi_ep_t* start(void* library, const char* host_path) {
     return record.ep;
 }
 
-void log_error(const sts_session_def_v7_t& session, const std::string& message) {
-    if (session.log != nullptr && (session.log_mask & STS_LOG_ERROR) != 0) {
-        session.log(session.session_id, message.c_str(), STS_SEV_ERROR);
-    }
-}
-
 /// Says why nobody claims a name, as far as it is known.
 void log_unclaimed(const sts_session_def_v7_t& session, const char* server_name) {
-    log_error(session, std::string("[libsts]no plugin claims the server name ") + server_name);
+    tell(session, STS_SEV_ERROR, std::string("no plugin claims the server name ") + server_name);
     for (const std::string& each : all().refused) {
-        log_error(session, "[libsts]" + each);
+        tell(session, STS_SEV_ERROR, each);
     }
 }
 

@@ -2,9 +2,6 @@
 
 #include "platform/sts/replication.h"
 
-#include "platform/sts/failure.h"
-#include "platform/sts/files.h"
-
 #include <algorithm>
 #include <cstring>
 
@@ -49,13 +46,13 @@ replication_peers read_peers(int lsu) {
     return peers;
 }
 
-void add_peer(int lsu, peer_role role, const std::string& server_name,
-              const std::string& peer_lsu) {
+void add_peer(const lsu_place& place, peer_role role, const lsu_place& peer) {
+    const int lsu = place.directory.get();
     kept_peer added = {};
     added.role = role;
-    fill(added.peer.server_name, server_name);
-    fill(added.peer.lsu, peer_lsu);
-    const directory_lock lock(lsu, directory_lock::kind::exclusive);
+    fill(added.peer.server_name, peer.files->server_name);
+    fill(added.peer.lsu, peer.name);
+    const directory_lock lock(lsu, directory_lock::kind::exclusive, place.files->waiter);
     std::vector<kept_peer> kept = read_kept(lsu);
     const bool known = std::any_of(kept.begin(), kept.end(), [&](const kept_peer& each) {
         return memcmp(&each, &added, sizeof added) == 0;

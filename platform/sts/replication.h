@@ -2,7 +2,7 @@
 // records in the order in which they were first met.
 #pragma once
 
-#include "platform/sts/sts_records.h"
+#include "platform/sts/store.h"
 
 #include <string>
 #include <vector>
@@ -18,8 +18,8 @@ struct replication_peers {
 
 replication_peers read_peers(int lsu);
 
-/// Adds a peer that isn't there yet; EFBIG's status when there are ten thousand.
-void add_peer(int lsu, peer_role role, const std::string& server_name, const std::string& peer_lsu);
+/// Adds another LSU as a peer unless it is one; EFBIG's status when there are ten thousand.
+void add_peer(const lsu_place& place, peer_role role, const lsu_place& peer);
 
 /// Copies the peers into an array of `room` records and clears the rest of it.
 void fill_peers(const std::vector<sts_replication_peer_s>& peers, uint32_t room, void* array);

@@ -6,6 +6,7 @@
 #include "platform/sts/lsu_files.h"
 #include "platform/sts/operations.h"
 #include "platform/sts/plugin_calls.h"
+#include "platform/sts/session_log.h"
 #include "platform/sts/settings.h"
 #include "platform/sts/store.h"
 
@@ -20,6 +21,8 @@ struct session : object {
     explicit session(const sts_session_def_v7_t& given) : definition(given) {}
     sts_session_def_v7_t definition;
 };
+
+constexpr size_t longest_list = 500; // bytes of names in a warning
 
 enum config_command : uint32_t {
     read_config = 13,
@@ -39,6 +42,27 @@ void tidy(const store& files) {
     }
 }
 
+/// Tells the session what of the store others than its owner can read or change: what an earlier
+/// release made, or what was opened to them.
+void warn_of_readers(const store& files) {
+    std::string readable;
+    size_t unnamed = 0;
+    for (const std::string& each : names_open_to_others(files)) {
+        if (readable.size() < longest_list) {
+            readable += (readable.empty() ? "" : ", ") + each;
+        } else {
+            ++unnamed;
+        }
+    }
+    if (!readable.empty()) {
+        const std::string root = path_of(files.directory.get());
+        tell(files.waiter.session, STS_SEV_WARN,
+             "others than the owner can get into " + root + " and read " + readable +
+                 (unnamed > 0 ? " and " + std::to_string(unnamed) + " more" : "") +
+                 "; \"chmod 700 " + root + "\" keeps them out");
+    }
+}
+
 /// Opens a server of ours or of a plugin's.
 int open_named_server(const sts_session_def_v7_t& owner, const char* name,
                       const sts_server_def_s* server_def, sts_forwarded_t forwarded,
@@ -47,7 +71,9 @@ int open_named_server(const sts_session_def_v7_t& owner, const char* name,
     if (!is_disk_name(name)) {
         return open_plugin_server(owner, name, server_def, forwarded, out);
     }
-    auto opened = std::make_unique<server>(owner, open_store(name, missing_root::is_made));
+    auto opened =
+        std::make_unique<server>(owner, open_store(name, missing_root::is_made, {owner, {}}));
+    warn_of_readers(*opened->files);
     tidy(*opened->files);
     hand_out(std::move(opened), out);
     return STS_OK;
@@ -138,7 +164,7 @@ int get_server_prop_byname(const sts_session_def_v7_t* given, const char* name,
     if (!is_disk_name(name)) {
         return get_plugin_server_prop(*given, name, info);
     }
-    fill_info(*open_store(name, missing_root::fails), info);
+    fill_info(*open_store(name, missing_root::fails, {*given, {}}), info);
     return STS_OK;
 }
 

@@ -135,7 +135,7 @@ int write_settings(const store& files, std::string_view text, std::string* error
         return STS_OK; // not even a directory is made for the rows of others
     }
     const unique_fd control = make_control_directory(files);
-    const directory_lock lock(control.get(), directory_lock::kind::exclusive);
+    const directory_lock lock(control.get(), directory_lock::kind::exclusive, files.waiter);
     settings changed = read_settings(files);
     (void)apply_rows(text, changed);
     replace_file(control.get(), settings_name, settings_text(changed), durability::synced);

@@ -13,6 +13,7 @@
 
 #include "platform/sts/files.h"
 #include "platform/sts/handles.h"
+#include "platform/sts/locks.h"
 
 #include <atomic>
 #include <memory>
@@ -24,6 +25,7 @@ namespace disk {
 struct store {
     std::string server_name; ///< as it was given
     unique_fd directory;
+    lock_waiter waiter;               ///< whom waits for its locks are for
     std::atomic<int> open_handles{0}; ///< images and lists
 };
 
@@ -68,11 +70,17 @@ enum class missing_root { fails, is_made };
 bool is_disk_name(const char* server_name);
 
 /// The store behind a server name; STS_ERR_NOT_CLAIMED for a name that isn't ours.
-std::shared_ptr<store> open_store(const char* server_name, missing_root treatment);
+std::shared_ptr<store> open_store(const char* server_name, missing_root treatment,
+                                  const lock_waiter& waiter);
+/// The same store for another waiter.
+std::shared_ptr<store> open_store(const store& files, const lock_waiter& waiter);
 
 /// Whether an LSU may have that name.
 bool is_lsu_name(const std::string& name);
 std::vector<std::string> lsu_names(const store& files);
+/// The directories of the store that hold data and that others than the owner can get into, through
+/// the root, and then read or look through; with the mode of each.
+std::vector<std::string> names_open_to_others(const store& files);
 /// Fails with ENOENT's status where there is none.
 lsu_place open_lsu(std::shared_ptr<store> files, std::string name);
 /// The LSU that a caller's record names.

@@ -11,7 +11,8 @@
 //   lists.cpp          lists
 //   event_channel.cpp  event channels                event_log.cpp    the events' files
 //   store.cpp          where all of it is            files.cpp        how files are reached
-//   handles.cpp        what the caller holds         failure.h        how we fail
+//   handles.cpp        what the caller holds         locks.cpp        how they are locked
+//   session_log.h      what a host is told           failure.h        how we fail
 //   plugins.cpp        plugins, and who claims what  routed.h         calls that are passed to them
 //   plugin_calls.cpp   those that aren't just passed
 

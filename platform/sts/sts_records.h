@@ -7,6 +7,8 @@
 //
 // Server names: "disk:ROOT", where ROOT is an absolute path, or a plain name below the directory in
 // the environment's VL_STS_ROOT. Opening a server makes ROOT where its parent directory exists.
+// What the library makes is its owner's alone; of what others can read in a store that is there the
+// session is warned, and nothing is changed.
 //
 // Any other name is opened through the first plugin that claims it, of those in VL_STS_PLUGINS:
 //
@@ -65,7 +67,8 @@
 /// 2061028 ENOSPC. Those in use beyond the system's own: EBADMSG for an image whose header is
 /// damaged or doesn't fit its data, ECANCELED for a copy that was cancelled, ENOTTY for a control
 /// command that isn't known, ENOTEMPTY for deleting an LSU with images, EBADF for a transfer that
-/// the image wasn't opened for.
+/// the image wasn't opened for, EBUSY for a lock of the store that another process has held for
+/// half a minute, of which the session's log tells more, and EINTR where a signal ended the wait.
 constexpr int STS_STATUS_ERRNO = 2061000;
 
 constexpr int sts_status_of_errno(int error) { return STS_STATUS_ERRNO + error; }

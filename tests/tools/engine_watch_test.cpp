@@ -20,7 +20,7 @@ class EngineWatch : public testing::Test {
 };
 
 TEST_F(EngineWatch, HearsDebugMessagesAlsoWhenNothingIsShown) {
-    EXPECT_EQ(session.log_mask, STS_LOG_DEBUG);
+    EXPECT_EQ(session.log_mask, STS_LOG_DEBUG | STS_LOG_WARN | STS_LOG_ERROR);
     EXPECT_STREQ(session.session_id, "id");
 }
 

@@ -3,11 +3,15 @@
 #include "tests/support/conf_dir.h"
 #include "tests/tools/tool_fixture.h"
 
+#include <chrono>
 #include <csignal>
 #include <ctime>
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 #include <random>
+#include <sys/file.h>
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 using nlohmann::json;
@@ -84,6 +88,46 @@ TEST_F(RealTime, InterruptedBackupAbandonsItsImages) {
     }
     write_settings("THR:SAMPLE_INTERVAL=0\n");
     EXPECT_EQ(run("backup", {path("tree"), "--name", "b"}).code, 0);
+}
+
+TEST_F(RealTime, LockThatAStrangerHoldsIsToldOfAndAnInterruptEndsTheWaitForIt) {
+    ASSERT_EQ(on_server({"lsu", "create", "daily"}).code, 0);
+    fs::permissions(path("store"), fs::perms(0755)); // as an earlier release made them
+    fs::permissions(path("store/daily"), fs::perms(0755));
+    const int held = open(path("store/daily").c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(flock(held, LOCK_EX), 0);
+    for (const int signal : {SIGINT, SIGTERM}) {
+        tool_process backup(command("backup", {path("tree"), "--name", "b"}), how);
+        EXPECT_TRUE(backup.await_err("storage warning: others than the owner can get into"));
+        EXPECT_TRUE(backup.await_err("storage warning: waiting for another process, which holds "
+                                     "the lock of " +
+                                     path("store/daily") + "\n"));
+        const auto start = std::chrono::steady_clock::now();
+        backup.send(signal);
+        const ended result = backup.wait();
+        EXPECT_EQ(result.code, 130);
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+        EXPECT_THAT(result.err, HasSubstr("Interrupted: nothing of the backup is kept."));
+    }
+    close(held);
+    EXPECT_THAT(images(), IsEmpty());
+}
+
+TEST_F(RealTime, CopyThatWaitsForALockIsInterruptedAtOnce) {
+    ASSERT_EQ(on_server({"lsu", "create", "daily"}).code, 0);
+    put_image("image", "content");
+    ASSERT_EQ(on_server({"lsu", "create", "weekly"}).code, 0);
+    const int held = open(path("store/weekly").c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(flock(held, LOCK_EX), 0);
+    tool_process copy({program, "image", "copy", "image", "--lsu", "daily", "--to-lsu", "weekly",
+                       "--server", server(), "--conf-dir", path("conf")},
+                      how);
+    ASSERT_TRUE(copy.await_err(" of 7 B"));
+    const auto start = std::chrono::steady_clock::now();
+    copy.send(SIGINT);
+    EXPECT_EQ(copy.wait().code, 130);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+    close(held);
 }
 
 TEST_F(RealTime, RateThatBecomesZeroOnTheWayIsSaidInsteadOfEndingTheProcess) {
