@@ -7,6 +7,7 @@
 #include "platform/sts/plugin_calls.h"
 
 #include <cstring>
+#include <deque>
 #include <mutex>
 
 namespace disk {
@@ -35,14 +36,27 @@ class disk_event_source : public event_source {
     /// Goes on to the next event that is kept, up to that number.
     std::optional<kept_event> next_kept(uint64_t last) {
         while (seen_ < last) {
-            if (std::optional<kept_event> kept = read_event(*files_, ++seen_)) {
+            seen_ = ahead_.empty() ? seen_ + 1 : ahead_.front();
+            if (!ahead_.empty()) {
+                ahead_.pop_front();
+            }
+            if (std::optional<kept_event> kept = read_event(*files_, seen_)) {
                 return kept;
             }
-            // It was deleted, and who knows how many with it.
-            const uint64_t found = first_event_behind(*files_, seen_);
-            seen_ = found != 0 && found <= last ? found - 1 : last;
+            if (ahead_.empty()) { // it was deleted, and who knows how many with it
+                look_ahead(last);
+            }
         }
         return std::nullopt;
+    }
+    /// Finds out which events up to that number are still there: one look for all of them, since
+    /// looking for each would take as many times as long as there are.
+    void look_ahead(uint64_t last) {
+        const std::vector<uint64_t> numbers = events_between(*files_, seen_, last);
+        ahead_.assign(numbers.begin(), numbers.end());
+        if (ahead_.empty()) {
+            seen_ = last;
+        }
     }
     bool wants(const sts_event_s& event) const {
         return (kinds_ == 0 || (kinds_ >> event.kind & 1U) != 0) &&
@@ -50,9 +64,10 @@ class disk_event_source : public event_source {
     }
 
     std::shared_ptr<store> files_;
-    std::string lsu_; ///< empty for all
-    uint64_t kinds_;  ///< 0 for all
-    uint64_t seen_;   ///< the number of the last event that was looked at
+    std::string lsu_;            ///< empty for all
+    uint64_t kinds_;             ///< 0 for all
+    uint64_t seen_;              ///< the number of the last event that was looked at
+    std::deque<uint64_t> ahead_; ///< those behind it that were seen to be there; empty for unknown
 };
 
 struct channel : object {
@@ -76,8 +91,8 @@ uint64_t start_of(const store& files, sts_forwarded_t start) {
     }
     require(start == STS_EVENTS_KEPT);
     const uint64_t last = last_event(files);
-    const uint64_t oldest = first_event_behind(files, 0);
-    return oldest == 0 ? last : oldest - 1;
+    const std::vector<uint64_t> kept = events_between(files, 0, last);
+    return kept.empty() ? last : kept.front() - 1;
 }
 
 std::unique_ptr<event_source> open_disk_events(const sts_session_def_v7_t& session,

@@ -138,12 +138,12 @@ uint64_t last_event(const store& files) {
     return control ? last_in(control.get()) : 0;
 }
 
-uint64_t first_event_behind(const store& files, uint64_t number) {
+std::vector<uint64_t> events_between(const store& files, uint64_t first, uint64_t last) {
     const unique_fd events = find_events(files);
-    const std::vector<uint64_t> numbers =
-        events ? numbers_in(events.get()) : std::vector<uint64_t>();
-    const auto found = std::upper_bound(numbers.begin(), numbers.end(), number);
-    return found != numbers.end() ? *found : 0;
+    std::vector<uint64_t> numbers = events ? numbers_in(events.get()) : std::vector<uint64_t>();
+    numbers.erase(std::upper_bound(numbers.begin(), numbers.end(), last), numbers.end());
+    numbers.erase(numbers.begin(), std::upper_bound(numbers.begin(), numbers.end(), first));
+    return numbers;
 }
 
 std::optional<kept_event> read_event(const store& files, uint64_t number) {

@@ -34,8 +34,8 @@ void drop_surplus_events(const store& files) noexcept;
 
 /// The number of the last event that was written, 0 for none.
 uint64_t last_event(const store& files);
-/// The number of the first event that is kept behind that number, 0 for none.
-uint64_t first_event_behind(const store& files, uint64_t number);
+/// The numbers of the events that are kept behind `first`, up to `last`, sorted.
+std::vector<uint64_t> events_between(const store& files, uint64_t first, uint64_t last);
 /// Nothing when that event is gone.
 std::optional<kept_event> read_event(const store& files, uint64_t number);
 /// ENOENT's status when that event is gone.

@@ -78,6 +78,31 @@ uint64_t copy_through_memory(int from, uint64_t from_position, int to, uint64_t 
     return copied;
 }
 
+/// The names in a directory that `wanted`, which gets its entries, is true for; sorted.
+template <typename Wanted>
+std::vector<std::string> names_of(int directory, Wanted wanted) {
+    unique_fd opened = open_directory(directory, ".");
+    const std::unique_ptr<DIR, int (*)(DIR*)> stream(fdopendir(opened.get()), closedir);
+    if (stream == nullptr) {
+        fail_errno(errno);
+    }
+    (void)opened.release(); // the stream's from here on
+    std::vector<std::string> names;
+    errno = 0;
+    while (const dirent* const entry = readdir(stream.get())) {
+        const std::string_view name = entry->d_name;
+        if (name != "." && name != ".." && wanted(*entry)) {
+            names.emplace_back(name);
+        }
+        errno = 0;
+    }
+    if (errno != 0) {
+        fail_errno(errno);
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
 bool is_unsupported_copy(int error) {
     return error == EXDEV || error == EINVAL || error == ENOSYS || error == EOPNOTSUPP ||
            error == EPERM;
@@ -138,26 +163,14 @@ void make_new_directory(int parent, const std::string& name) {
 }
 
 std::vector<std::string> names_in(int directory) {
-    unique_fd opened = open_directory(directory, ".");
-    const std::unique_ptr<DIR, int (*)(DIR*)> stream(fdopendir(opened.get()), closedir);
-    if (stream == nullptr) {
-        fail_errno(errno);
-    }
-    (void)opened.release(); // the stream's from here on
-    std::vector<std::string> names;
-    errno = 0;
-    while (const dirent* const entry = readdir(stream.get())) {
-        const std::string_view name = entry->d_name;
-        if (name != "." && name != "..") {
-            names.emplace_back(name);
-        }
-        errno = 0;
-    }
-    if (errno != 0) {
-        fail_errno(errno);
-    }
-    std::sort(names.begin(), names.end());
-    return names;
+    return names_of(directory, [](const dirent& /*entry*/) { return true; });
+}
+
+std::vector<std::string> directories_in(int directory) {
+    return names_of(directory, [&](const dirent& entry) {
+        return entry.d_type == DT_DIR ||
+               (entry.d_type == DT_UNKNOWN && is_directory(directory, entry.d_name));
+    });
 }
 
 bool is_directory(int parent, const std::string& name) {
@@ -238,6 +251,18 @@ uint64_t size_of(int file) {
     struct stat found = {};
     checked(fstat(file, &found));
     return static_cast<uint64_t>(found.st_size);
+}
+
+std::optional<uint64_t> size_of(int parent, const std::string& name) {
+    struct stat found = {};
+    if (fstatat(parent, name.c_str(), &found, AT_SYMLINK_NOFOLLOW) != 0) {
+        if (errno != ENOENT) {
+            fail_errno(errno);
+        }
+        return std::nullopt;
+    }
+    return S_ISREG(found.st_mode) ? std::optional(static_cast<uint64_t>(found.st_size))
+                                  : std::nullopt;
 }
 
 std::optional<std::string> read_file(int parent, const std::string& name, uint64_t longest) {

@@ -67,6 +67,8 @@ unique_fd make_directory(int parent, const std::string& name);
 void make_new_directory(int parent, const std::string& name);
 /// Everything in it but "." and "..", sorted.
 std::vector<std::string> names_in(int directory);
+/// The directories among that.
+std::vector<std::string> directories_in(int directory);
 bool is_directory(int parent, const std::string& name);
 /// Where an open file or directory is, for people.
 std::string path_of(int opened);
@@ -86,6 +88,8 @@ unique_fd make_file(int parent, const std::string& name);
 /// Opens it for reading; none where there is no file of that name.
 unique_fd find_file(int parent, const std::string& name);
 uint64_t size_of(int file);
+/// The size of a regular file that isn't opened; none where there is no such file.
+std::optional<uint64_t> size_of(int parent, const std::string& name);
 /// The whole file; nothing when there is none, EBADMSG when it is longer than one of ours can be.
 std::optional<std::string> read_file(int parent, const std::string& name, uint64_t longest);
 enum class durability { none, synced };

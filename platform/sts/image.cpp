@@ -119,7 +119,8 @@ int delete_image(const sts_lsu_ref_s* lsu, const sts_image_def_s* image_def, uin
     const std::string name = name_of(image_def);
     const lsu_place place = open_lsu(lsu);
     std::string payload; // of a damaged image there is nothing to say
-    (void)status_of([&] { payload = payload_of(find_image(place.directory.get(), name).header); });
+    (void)status_of(
+        [&] { payload = payload_of(header_of(find_images(place.directory.get()).get(), name)); });
     remove_image(place.directory.get(), name);
     record_event(*place.files, {STS_EVENT_IMAGE_DELETED, place.name, name, payload});
     return STS_OK;
@@ -145,7 +146,11 @@ int get_image_prop_byname(const sts_lsu_ref_s* lsu, const sts_image_def_s* image
     require(info != nullptr);
     const std::string name = name_of(image_def);
     const lsu_place place = open_lsu(lsu);
-    *info = info_of(*place.files, place.name, name, find_image(place.directory.get(), name).header);
+    const unique_fd images = find_images(place.directory.get());
+    if (!images) {
+        fail_errno(ENOENT);
+    }
+    *info = info_of(*place.files, place.name, name, header_of(images.get(), name));
     return STS_OK;
 }
 

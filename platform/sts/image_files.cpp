@@ -56,6 +56,23 @@ found_image open_image_files(int directory) {
     return found;
 }
 
+/// What `look` makes of an image's directory. Its files are removed only after it has lost its
+/// place: what was found to be wrong with it is the truth only while it has that.
+template <typename Look>
+auto looked_at(int images, const std::string& name, Look look) {
+    for (;;) {
+        const unique_fd directory = open_directory(images, name);
+        decltype(look(0)) found = {};
+        const int status = status_of([&] { found = look(directory.get()); });
+        if (status == STS_OK) {
+            return found;
+        }
+        if (is_same_directory(images, name, directory.get())) {
+            fail(status);
+        }
+    }
+}
+
 /// Whether nobody works on that draft any more. One that can't be looked at counts as somebody's.
 bool is_abandoned(int drafts, const std::string& id) {
     bool locked = false;
@@ -84,44 +101,40 @@ bool image_exists(int lsu, const std::string& name) {
            is_directory(open_directory(lsu, images_name).get(), name);
 }
 
+unique_fd find_images(int lsu) {
+    return is_directory(lsu, images_name) ? open_directory(lsu, images_name) : unique_fd();
+}
+
 std::vector<std::string> image_names(int lsu) {
-    std::vector<std::string> names;
-    if (!is_directory(lsu, images_name)) {
-        return names;
-    }
-    const unique_fd images = open_directory(lsu, images_name);
-    for (std::string& each : names_in(images.get())) {
-        if (is_directory(images.get(), each)) {
-            names.push_back(std::move(each));
+    const unique_fd images = find_images(lsu);
+    return images ? directories_in(images.get()) : std::vector<std::string>();
+}
+
+image_header header_of(int images, const std::string& name) {
+    require(is_plain_name(name));
+    return looked_at(images, name, [](int directory) {
+        const image_header header = read_header(directory);
+        if (size_of(directory, data_name) != header.size) {
+            fail_errno(EBADMSG);
         }
-    }
-    return names;
+        return header;
+    });
 }
 
 found_image find_image(int lsu, const std::string& name) {
     require(is_plain_name(name));
-    const unique_fd images = open_directory(lsu, images_name);
-    for (;;) {
-        const unique_fd directory = open_directory(images.get(), name);
-        found_image found = {};
-        const int status = status_of([&] { found = open_image_files(directory.get()); });
-        // Its files are removed only after it has lost its place: while it has that, what was seen
-        // is the truth.
-        if (!is_same_directory(images.get(), name, directory.get())) {
-            continue;
-        }
-        if (status != STS_OK) {
-            fail(status);
-        }
-        return found;
-    }
+    return looked_at(open_directory(lsu, images_name).get(), name, open_image_files);
 }
 
 std::vector<listed_image> list_images(int lsu) {
     std::vector<listed_image> images;
-    for (std::string& name : image_names(lsu)) {
+    const unique_fd directory = find_images(lsu);
+    if (!directory) {
+        return images;
+    }
+    for (std::string& name : directories_in(directory.get())) {
         image_header header = {};
-        const int status = status_of([&] { header = find_image(lsu, name).header; });
+        const int status = status_of([&] { header = header_of(directory.get(), name); });
         if (status == STS_OK) {
             images.push_back({std::move(name), header});
         } else if (!is_gone_or_damaged(status)) {

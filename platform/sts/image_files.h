@@ -31,8 +31,14 @@ struct image_header {
 image_header new_header(const std::string& group);
 
 bool image_exists(int lsu, const std::string& name);
+/// The LSU's directory of images; none where it has had no image yet.
+unique_fd find_images(int lsu);
 /// The names of the LSU's images, sorted.
 std::vector<std::string> image_names(int lsu);
+
+/// The header of an image in that directory, by the shortest way: ENOENT's status where there is no
+/// such image, EBADMSG's for one that is damaged.
+image_header header_of(int images, const std::string& name);
 
 /// An image that is there, opened for reading. It stays whole when it is deleted or replaced.
 struct found_image {

@@ -35,6 +35,7 @@ struct image_list : object {
     counted_store files;
     std::string lsu;
     unique_fd directory;
+    unique_fd images; // none where there are no names
     std::mutex guard; // of what follows
     std::vector<std::string> names;
     std::vector<sts_image_entry_s> groups;
@@ -48,8 +49,7 @@ bool next_image(image_list& list, sts_image_entry_s& entry) {
     while (list.next < list.names.size()) {
         const std::string& name = list.names[list.next++];
         image_header header = {};
-        const int status =
-            status_of([&] { header = find_image(list.directory.get(), name).header; });
+        const int status = status_of([&] { header = header_of(list.images.get(), name); });
         if (status == sts_status_of_errno(ENOENT)) {
             continue;
         }
@@ -117,7 +117,10 @@ int list_lsu(sts_next_lsu_list_s* list_handle, void* entry) {
 int open_image_list(const sts_lsu_ref_s* lsu, int32_t type, sts_next_image_list_s** out) {
     require(out != nullptr && type == usual_type);
     auto list = std::make_unique<image_list>(open_lsu(lsu));
-    list->names = image_names(list->directory.get());
+    list->images = find_images(list->directory.get());
+    if (list->images) {
+        list->names = directories_in(list->images.get());
+    }
     hand_out(std::move(list), out);
     return STS_OK;
 }
@@ -151,7 +154,7 @@ int get_listed_image_prop(const void* list_handle, sts_image_info_s* info) {
         return STS_ERR_END_OF_LIST;
     }
     *info = info_of(*list->files, list->lsu, list->current,
-                    find_image(list->directory.get(), list->current).header);
+                    header_of(list->images.get(), list->current));
     return STS_OK;
 }
 

@@ -80,8 +80,8 @@ bool is_lsu_name(const std::string& name) {
 
 std::vector<std::string> lsu_names(const store& files) {
     std::vector<std::string> names;
-    for (std::string& each : names_in(files.directory.get())) {
-        if (is_lsu_name(each) && is_directory(files.directory.get(), each)) {
+    for (std::string& each : directories_in(files.directory.get())) {
+        if (is_lsu_name(each)) {
             names.push_back(std::move(each));
         }
     }
