@@ -55,11 +55,22 @@ if [ ! -d "$root" ]; then
   fi
 fi
 
-# The tree as it is here, its build folder as it is there.
-mkdir -p "$root/src" "$root/var/cache/ccache"
-find "$root/src" -mindepth 1 -maxdepth 1 ! -name build -exec rm -rf {} +
+# The tree as it is here, its build folder as it is there. What hasn't changed is left alone, and what
+# has gets a new time, so that a build there sees just that.
+tree=$(mktemp -d)
+trap 'rm -rf "$tree"' EXIT
 git ls-files -z --cached --others --exclude-standard | tar -c --null --ignore-failed-read -T - 2>/dev/null |
-  tar -x -C "$root/src" --no-same-owner
+  tar -x -m -C "$tree" --no-same-owner
+mkdir -p "$root/src" "$root/var/cache/ccache"
+list() { (cd "$1" && find . -path ./build -prune -o ! -type d -print | sort); }
+comm -13 <(list "$tree") <(list "$root/src") | (cd "$root/src" && xargs -r -d '\n' rm -f)
+list "$tree" | while IFS= read -r file; do
+  if ! cmp -s "$tree/$file" "$root/src/$file"; then
+    mkdir -p "$(dirname "$root/src/$file")"
+    cp -P --preserve=mode "$tree/$file" "$root/src/$file"
+  fi
+done
+rm -rf "$tree"
 cp /etc/resolv.conf /etc/hosts "$root/etc/"
 
 # Mounts, processes and semaphores of its own, which all end with the command.
