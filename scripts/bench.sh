@@ -16,7 +16,7 @@ fi
 rate=50000000 # bytes a second
 
 scripts/install-deps.sh --all
-scripts/build.sh release throttling_bench pacing service_bench client_bench load_bench stspithrottling
+scripts/build.sh release throttling_bench pacing service_bench client_bench load_bench store_bench stspithrottling
 bin=build/release/bin
 
 # row NAME "BYTES SECONDS RATIO BUSIEST PAUSE"
@@ -65,3 +65,6 @@ echo
 $bin/service_bench $bin/vlsld 20
 echo
 $bin/load_bench build/release/lib/libstspithrottling.so build/release/lib/libvlorbST.so
+echo "measuring the storage's listings" >&2
+echo
+$bin/store_bench
