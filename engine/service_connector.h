@@ -2,8 +2,7 @@
 //
 //   image open      connect_service, set_config_params, check_connections(a, +1)   may be refused
 //   each transfer   check_bandwidth(sample): sleeps while the sample is ahead of its rate, and
-//   tells
-//                   the service of it once in a sample interval
+//                   tells the service of it once in a sample interval
 //   server close    check_connections(a, -1), disconnect_service
 //
 // Without a service data keeps flowing, paced by what is configured here. There is no lock: several

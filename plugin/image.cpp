@@ -3,8 +3,7 @@
 //
 //   open      connect, send the settings, claim a connection: the one point that can be refused
 //   transfer  at the first of each direction claim a connection; then ask for bandwidth, which is
-//   where
-//             a transfer waits; forward; count the bytes for the next time
+//             where a transfer waits; forward; count the bytes for the next time
 //   close     close below, report what was moved, give the connections back
 //
 // Apart from a refusal nothing that the engine answers stops anything: it is logged and data flows.

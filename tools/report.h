@@ -8,8 +8,7 @@
 //   streams        one object for each: name, and the figures below
 //   total          the figures below, of all streams together
 //   samples        one object for about each second: time (at its end, seconds since the run
-//   began),
-//                  bytes (moved in it, one number for each stream), allowed_rate
+//                  began), bytes (moved in it, one number for each stream), allowed_rate
 //
 // and the figures of a stream or of all are
 //   bytes          moved through the plugin

@@ -12,8 +12,9 @@
 //
 // Any other name is opened through the first plugin that claims it, of those in VL_STS_PLUGINS:
 //
-//   VL_STS_PLUGINS=/path/to/one.so:/path/to/other.so       read when the library gets its first
-//   user
+//   VL_STS_PLUGINS=/path/to/one.so:/path/to/other.so
+//
+// which is read when the library gets its first user.
 //
 // What such a server, its images and its lists are asked goes to the plugin, whose status is that
 // of the call: STS_ERR_NOT_SUPPORTED where it has no entry. A name that no plugin claims answers
