@@ -2,6 +2,7 @@
 // again. Bad input never fails a caller here: it is reported, and the field keeps what it had.
 
 #include "config/settings.h"
+#include "config/settings_file.h"
 
 #include "common/cloud_error_catalogue.h"
 #include "common/onet_proxy_hint.h"
@@ -15,6 +16,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <libgen.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 
 namespace {
@@ -131,8 +133,7 @@ int config_init(throttling_config_s* config) {
     if (config == nullptr) {
         return STS_ERR_INVALID;
     }
-    errno = 0;
-    if (file_ptr file{fopen(plugin_config_path, "r")}) {
+    if (file_ptr file = open_settings(plugin_config_path)) {
         file.reset();
         read_config_file_to_var(nullptr, config);
         return STS_OK;
@@ -140,7 +141,11 @@ int config_init(throttling_config_s* config) {
     if (errno != ENOENT) {
         return STS_ERR_FILE;
     }
-    write_config_file_from_var(nullptr, config);
+    settings_seen none;
+    none.state = settings_seen::missing;
+    if (write_config_file_from_var(nullptr, config, none) == settings_overtaken) {
+        read_config_file_to_var(nullptr, config); // another process has started meanwhile
+    }
     return STS_OK;
 }
 
@@ -210,52 +215,68 @@ bool find_setting(const sts_session_def_v7_t* session, const char* who, char* li
     return true;
 }
 
-int read_config_file_to_var(const sts_session_def_v7_t* session, throttling_config_s* config,
-                            const char* path) {
-    log_msg(session, __func__, 1, STS_SEV_DEBUG, "enter.");
-    file_ptr file(fopen(path, "r"));
+namespace {
+
+/// Has the whole of our file in `buffer` before the lock is given back: the host's callback may run
+/// while it is parsed.
+settings_seen fill_buffer(FILE* file, char (&buffer)[config_line_size]) {
+    setvbuf(file, buffer, _IOFBF, sizeof buffer);
+    const directory_lock lock(plugin_config_path, LOCK_SH);
+    const settings_seen seen = look_at(fileno(file));
+    ungetc(getc(file), file);
+    return seen;
+}
+
+/// Reads one file. `seen` may be null; otherwise the file is our own.
+int read_file(const sts_session_def_v7_t* session, throttling_config_s* config, const char* path,
+              settings_seen* seen) {
+    constexpr const char* who = "read_config_file_to_var";
+    log_msg(session, who, 1, STS_SEV_DEBUG, "enter.");
+    char buffer[config_line_size];
+    file_ptr file = open_settings(path);
     if (file == nullptr) {
-        log_msg(session, __func__, 1, STS_SEV_WARN,
-                "file %s not found, use default config setting.", path);
+        if (seen != nullptr) {
+            seen->state = errno == ENOENT ? settings_seen::missing : settings_seen::unreadable;
+        }
+        log_msg(session, who, 1, STS_SEV_WARN, "file %s not found, use default config setting.",
+                path);
         return STS_ERR_END_OF_LIST;
+    }
+    if (seen != nullptr) {
+        *seen = fill_buffer(file.get(), buffer);
     }
     char line[config_line_size];
     config_line parts;
     while (fgets(line, sizeof line, file.get()) != nullptr) {
-        if (!find_setting(session, __func__, line, parts)) {
+        if (!find_setting(session, who, line, parts)) {
             continue;
         }
-        log_msg(session, __func__, 1, STS_SEV_DEBUG, "%s", line);
+        log_msg(session, who, 1, STS_SEV_DEBUG, "%s", line);
         parts.cut();
         parse_oneline_to_var(session, config, parts.key, parts.value());
     }
+    if (seen != nullptr && !feof(file.get())) {
+        seen->state = settings_seen::unreadable; // only its beginning was
+    }
     check_time(session, config);
     file.reset();
-    log_msg(session, __func__, 1, STS_SEV_DEBUG, "leave.");
+    log_msg(session, who, 1, STS_SEV_DEBUG, "leave.");
     return STS_OK;
 }
 
-int read_config_file_to_var(const sts_session_def_v7_t* session, throttling_config_s* config) {
-    throttling_config_s service;
-    read_config_file_to_var(session, &service, cloudstore_config_path);
-    read_config_file_to_var(session, config, plugin_config_path);
-    config->cssc_port_number = service.cssc_port_number;
-    return STS_OK;
-}
-
-int write_config_file_from_var(const sts_session_def_v7_t* session,
-                               const throttling_config_s* config) {
-    log_msg(session, __func__, 1, STS_SEV_DEBUG, "enter.");
-    file_ptr file(fopen(plugin_config_path, "w+"));
-    if (file == nullptr) {
-        return STS_ERR_END_OF_LIST;
-    }
+/// Rewrites our file; `seen` may be null.
+int rewrite_file(const sts_session_def_v7_t* session, const throttling_config_s& config,
+                 const settings_seen* seen) {
+    constexpr const char* who = "write_config_file_from_var";
+    log_msg(session, who, 1, STS_SEV_DEBUG, "enter.");
     char text[STS_CONFIG_SIZE];
-    form_file(*config, text);
-    const bool written = fputs(text, file.get()) >= 0;
-    const bool closed = fclose(file.release()) == 0;
-    if (!written || !closed) {
-        return STS_ERR_FILE;
+    form_file(config, text);
+    if (const int status = replace_settings(plugin_config_path, text, seen)) {
+        if (status == settings_left) {
+            log_msg(session, who, 1, STS_SEV_ERROR,
+                    "file %s can't be read, so it is left as it is.", plugin_config_path);
+        }
+        return status;
     }
     if (onet_chown_service_user_if_root(plugin_config_path, 0) != 0) {
         return STS_ERR_FILE;
@@ -263,8 +284,39 @@ int write_config_file_from_var(const sts_session_def_v7_t* session,
     if (chmod(plugin_config_path, 0644) < 0) {
         return STS_ERR_FILE;
     }
-    log_msg(session, __func__, 1, STS_SEV_DEBUG, "leave.");
+    log_msg(session, who, 1, STS_SEV_DEBUG, "leave.");
     return STS_OK;
+}
+
+} // namespace
+
+int read_config_file_to_var(const sts_session_def_v7_t* session, throttling_config_s* config,
+                            const char* path) {
+    return read_file(session, config, path, nullptr);
+}
+
+int read_config_file_to_var(const sts_session_def_v7_t* session, throttling_config_s* config,
+                            settings_seen& seen) {
+    throttling_config_s service;
+    read_file(session, &service, cloudstore_config_path, nullptr);
+    read_file(session, config, plugin_config_path, &seen);
+    config->cssc_port_number = service.cssc_port_number;
+    return STS_OK;
+}
+
+int read_config_file_to_var(const sts_session_def_v7_t* session, throttling_config_s* config) {
+    settings_seen seen;
+    return read_config_file_to_var(session, config, seen);
+}
+
+int write_config_file_from_var(const sts_session_def_v7_t* session,
+                               const throttling_config_s* config) {
+    return rewrite_file(session, *config, nullptr);
+}
+
+int write_config_file_from_var(const sts_session_def_v7_t* session,
+                               const throttling_config_s* config, const settings_seen& seen) {
+    return rewrite_file(session, *config, &seen);
 }
 
 char* get_plugin_dir(const char* path, char* out, int size) {

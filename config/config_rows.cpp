@@ -113,23 +113,36 @@ int read_buf_to_var(const sts_session_def_v7_t* session, const char* text,
     return STS_OK;
 }
 
+namespace {
+
+/// Reads the files, applies the text and rewrites ours, as far as it is called for.
+int apply_rows(const sts_session_def_v7_t* session, const char* text, bool global,
+               const char* server_name) {
+    settings_seen seen;
+    throttling_config_s current;
+    read_config_file_to_var(session, &current, seen);
+    throttling_config_s incoming;
+    read_buf_to_var(session, text, &incoming);
+    if (!global) {
+        set_own_limit(current, incoming, server_name);
+        return write_config_file_from_var(session, &current, seen);
+    }
+    if (strstr(text, "name=THR") == nullptr) {
+        return STS_OK;
+    }
+    incoming.connections = current.connections;
+    incoming.log_level = current.log_level;
+    return write_config_file_from_var(session, &incoming, seen);
+}
+
+} // namespace
+
 int write_config_file_from_buf(const sts_session_def_v7_t* session, const char* text,
                                char* server_type, char* server_name) {
     log_msg(session, __func__, 1, STS_SEV_DEBUG, "enter.");
-    throttling_config_s current;
-    read_config_file_to_var(session, &current);
-    throttling_config_s incoming;
-    read_buf_to_var(session, text, &incoming);
-
-    int status = STS_OK;
-    if (strcmp(server_type, global_server_type) != 0) {
-        set_own_limit(current, incoming, server_name);
-        status = write_config_file_from_var(session, &current);
-    } else if (strstr(text, "name=THR") != nullptr) {
-        incoming.connections = current.connections;
-        incoming.log_level = current.log_level;
-        status = write_config_file_from_var(session, &incoming);
-    }
+    const bool global = strcmp(server_type, global_server_type) == 0;
+    const int status =
+        until_not_overtaken([&] { return apply_rows(session, text, global, server_name); });
     log_msg(session, __func__, 1, STS_SEV_DEBUG, "leave.");
-    return status;
+    return status == settings_left ? STS_ERR_FILE : status;
 }

@@ -1,6 +1,7 @@
 // What the service's own file says of how it is reached, and the encoding helper beside it.
 
 #include "config/settings.h"
+#include "config/settings_file.h"
 
 #include "plugin/throttling_log.h"
 #include "plugin/version_mark.h"
@@ -33,7 +34,7 @@ struct free_chain {
 
 int get_cssc_security(const sts_session_def_v7_t* session) {
     log_msg(session, __func__, 1, STS_SEV_DEBUG, "enter.");
-    const file_ptr file(fopen(cloudstore_config_path, "r"));
+    const file_ptr file = open_settings(cloudstore_config_path);
     if (file == nullptr) {
         log_msg(session, __func__, 1, STS_SEV_WARN,
                 "file %s not found, use default issecure value.", cloudstore_config_path);

@@ -5,14 +5,6 @@
 #include "config/throttling_util.h"
 
 #include <cstddef>
-#include <cstdio>
-#include <memory>
-
-struct close_file {
-    void operator()(FILE* file) const { fclose(file); }
-};
-/// Owns an open file.
-using file_ptr = std::unique_ptr<FILE, close_file>;
 
 constexpr const char* storage_prefix = "THR:"; ///< begins every key of ours, also a storage's
 constexpr size_t storage_prefix_length = 4;

@@ -39,6 +39,35 @@ struct throttling_config_s {
     char cssc_host_name[STS_NAME_SIZE] = "localhost"; ///< always terminated
 };
 
+/// What our file said when it was read, so that a rewrite that stems from it can tell whether it
+/// still says so.
+struct settings_seen {
+    enum { missing, readable, unreadable } state = unreadable;
+    uint64_t length = 0; ///< bytes
+    uint64_t hash = 0;   ///< of the bytes; means something within this process only
+
+    bool operator==(const settings_seen& other) const {
+        return state == other.state && length == other.length && hash == other.hash;
+    }
+};
+
+/// Answers of a rewrite that has changed nothing on the disk. They go to no caller of the library.
+constexpr int settings_overtaken = -1; ///< by another process's: what was read is to be read again
+constexpr int settings_left = -2;      ///< since what the record stems from couldn't be read
+
+/// Runs `rewrite`, which reads the settings, changes and writes them, until nobody has overtaken
+/// it. Its status; STS_ERR_FILE when the file never comes to rest.
+template <typename Rewrite>
+int until_not_overtaken(Rewrite rewrite) {
+    for (int tries = 0; tries < 1000; ++tries) {
+        const int status = rewrite();
+        if (status != settings_overtaken) {
+            return status;
+        }
+    }
+    return STS_ERR_FILE;
+}
+
 // --- the file ----------------------------------------------------------------------------------
 
 /// Sets the paths of both files from the platform's configuration directory; logs an error and
@@ -58,10 +87,20 @@ int read_config_file_to_var(const sts_session_def_v7_t* session, throttling_conf
 /// Reads our file over what `config` holds, and the port from the service's. Always 0.
 int read_config_file_to_var(const sts_session_def_v7_t* session, throttling_config_s* config);
 
-/// Rewrites our file whole, mode 0644, at most 10239 bytes. STS_ERR_END_OF_LIST: it can't be
-/// opened; STS_ERR_FILE: it can't be written, given to the service user or have its mode set.
+/// The same, and says in `seen` what was read of our file.
+int read_config_file_to_var(const sts_session_def_v7_t* session, throttling_config_s* config,
+                            settings_seen& seen);
+
+/// Rewrites our file whole, mode 0644, at most 10239 bytes, so that everybody sees the old text or
+/// the new one. STS_ERR_END_OF_LIST: it can't be opened; STS_ERR_FILE: it can't be written, given
+/// to the service user or have its mode set.
 int write_config_file_from_var(const sts_session_def_v7_t* session,
                                const throttling_config_s* config);
+
+/// The same for a record that stems from what was `seen`. Also settings_overtaken, and
+/// settings_left with a message.
+int write_config_file_from_var(const sts_session_def_v7_t* session,
+                               const throttling_config_s* config, const settings_seen& seen);
 
 /// Mends windows that are empty or overlap, with a warning each. Always 0.
 int check_time(const sts_session_def_v7_t* session, throttling_config_s* config);

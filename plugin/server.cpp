@@ -15,22 +15,33 @@ std::vector<bandwidth_s> new_samples() {
     return {{OPERATION_READ, now, now, 0}, {OPERATION_WRITE, now, now, 0}};
 }
 
-/// Gives a storage that is seen for the first time its entry in the settings and their file, where
-/// an operator can then change its limit.
-int record_storage(throttling_server_s& server, const char* who) {
+/// Gives a storage that is seen for the first time its entry in the settings. False when it has
+/// one or needs none.
+bool add_storage(throttling_server_s& server) {
     char storage[STS_NAME_SIZE];
     char type[STS_NAME_SIZE];
     get_net_server_name_type(server.server_name, storage, type);
-    if (strcmp(type, global_server_type) == 0 || server.config.connections.count(storage) != 0) {
+    if (strcmp(type, global_server_type) == 0) {
+        return false;
+    }
+    const auto limit = static_cast<uint32_t>(server.config.default_max_connections);
+    return server.config.connections.emplace(storage, limit).second;
+}
+
+/// Reads the settings, and records a new storage in their file, where an operator can then change
+/// its limit. A name that isn't `valid` is recorded nowhere.
+int read_settings(throttling_server_s& server, const sts_session_def_v7_t* session, bool valid,
+                  const char* who) {
+    settings_seen seen;
+    server.config = {};
+    if (read_config_file_to_var(session, &server.config, seen) != STS_OK) {
+        log_msg(session, who, 1, STS_SEV_ERROR, "read config error, use default.");
+    }
+    if (!valid || !add_storage(server)) {
         return STS_OK;
     }
-    server.config.connections[storage] =
-        static_cast<uint32_t>(server.config.default_max_connections);
-    const int status = write_config_file_from_var(&server.session, &server.config);
-    if (status != STS_OK) {
-        log_msg(&server.session, who, 1, STS_SEV_ERROR, "write config error.");
-    }
-    return status;
+    const int status = write_config_file_from_var(&server.session, &server.config, seen);
+    return status == settings_left ? STS_OK : status; // the next open records it
 }
 
 /// Opens the session and the server `next_name` of the next layer. What was opened before a failure
@@ -69,15 +80,12 @@ void abandon_next_server(throttling_server_s& server) {
 int open_server(throttling_server_s& server, const sts_session_def_v7_t* session, const char* name,
                 const sts_server_def_s* server_def, sts_forwarded_t forwarded, const char* who) {
     server.security = get_cssc_security(session);
-    if (read_config_file_to_var(session, &server.config) != STS_OK) {
-        log_msg(session, who, 1, STS_SEV_ERROR, "read config error, use default.");
-    }
     const char* next_name = nullptr;
     const bool named = get_field_ptr_in_name(name, 2, &next_name) == 0;
-    if (named) { // a name that can't be split is recorded nowhere
-        if (const int status = record_storage(server, who)) {
-            return status;
-        }
+    if (const int status =
+            until_not_overtaken([&] { return read_settings(server, session, named, who); })) {
+        log_msg(&server.session, who, 1, STS_SEV_ERROR, "write config error.");
+        return status;
     }
     log_msg(session, who, 1, STS_SEV_DEBUG, "the server name to throttling is %s.", name);
     if (!named) {

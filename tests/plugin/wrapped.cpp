@@ -42,14 +42,14 @@ int __wrap__ZN16ServiceConnector18disconnect_serviceEv(ServiceConnector* connect
     return wrapped::connector_disconnect != 0 ? wrapped::connector_disconnect : status;
 }
 
-int __real__Z23read_config_file_to_varPK20sts_session_def_v7_tP19throttling_config_s(
-    const sts_session_def_v7_t* session, throttling_config_s* config);
-int __wrap__Z23read_config_file_to_varPK20sts_session_def_v7_tP19throttling_config_s(
-    const sts_session_def_v7_t* session, throttling_config_s* config) {
+int __real__Z23read_config_file_to_varPK20sts_session_def_v7_tP19throttling_config_sR13settings_seen(
+    const sts_session_def_v7_t* session, throttling_config_s* config, settings_seen& seen);
+int __wrap__Z23read_config_file_to_varPK20sts_session_def_v7_tP19throttling_config_sR13settings_seen(
+    const sts_session_def_v7_t* session, throttling_config_s* config, settings_seen& seen) {
     return wrapped::read_config != 0
                ? wrapped::read_config
-               : __real__Z23read_config_file_to_varPK20sts_session_def_v7_tP19throttling_config_s(
-                     session, config);
+               : __real__Z23read_config_file_to_varPK20sts_session_def_v7_tP19throttling_config_sR13settings_seen(
+                     session, config, seen);
 }
 
 void* __real_calloc(size_t count, size_t size);
