@@ -9,12 +9,19 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 
+using testing::AllOf;
 using testing::ElementsAre;
+using testing::EndsWith;
+using testing::StartsWith;
 
 namespace {
 
 class WriteFile : public ConfigTest {
   protected:
+    /// The open of the text that is laid beside the file.
+    auto opens_beside() const {
+        return AllOf(StartsWith("fopen " + files.plugin_file() + "."), EndsWith(".new w+"));
+    }
     std::string written() {
         EXPECT_EQ(write_config_file_from_var(&session, &config), 0);
         return conf_dir::read(files.plugin_file());
@@ -70,7 +77,7 @@ TEST_F(WriteFile, OpensWritesClosesGivesAwayAndSetsTheMode) {
     fault::watch_calls();
     EXPECT_EQ(write_config_file_from_var(nullptr, &config), 0);
     const std::string path = files.plugin_file();
-    EXPECT_THAT(fault::take_calls(), ElementsAre("fopen " + path + " w+", "fputs", "fclose",
+    EXPECT_THAT(fault::take_calls(), ElementsAre(opens_beside(), "fputs", "fclose",
                                                  "onet_chown_service_user_if_root " + path + " 0",
                                                  "chmod " + path + " 644"));
 }
@@ -143,15 +150,15 @@ TEST_P(FailedWrite, GivesItsStatusAndLeavesNoFileOpen) {
     EXPECT_EQ(write_config_file_from_var(&session, &config), GetParam().status);
     EXPECT_EQ(descriptors(), open);
     EXPECT_THAT(take_log(), ElementsAre("3 [write_config_file_from_var]enter."));
-    if (GetParam().rewritten) {
-        EXPECT_EQ(conf_dir::read(files.plugin_file()), default_file());
-    }
+    EXPECT_EQ(conf_dir::read(files.plugin_file()),
+              GetParam().rewritten ? default_file() : "before\n");
+    EXPECT_EQ(entries_of(files.path().c_str()), 1U);
 }
 
 INSTANTIATE_TEST_SUITE_P(WriteFile, FailedWrite,
                          testing::Values(write_fault{"fopen", EACCES, 2060013, false},
                                          write_fault{"fputs", ENOSPC, 2060017, false},
-                                         write_fault{"fclose", EIO, 2060017, true},
+                                         write_fault{"fclose", EIO, 2060017, false},
                                          write_fault{"onet_chown_service_user_if_root", EPERM,
                                                      2060017, true},
                                          write_fault{"chmod", EPERM, 2060017, true}),
@@ -168,8 +175,7 @@ TEST_F(WriteFile, FailedTextStopsBeforeTheOwnerAndTheMode) {
     fault::fail("fputs", ENOSPC);
     fault::watch_calls();
     EXPECT_EQ(write_config_file_from_var(nullptr, &config), 2060017);
-    EXPECT_THAT(fault::take_calls(),
-                ElementsAre("fopen " + files.plugin_file() + " w+", "fputs", "fclose"));
+    EXPECT_THAT(fault::take_calls(), ElementsAre(opens_beside(), "fputs", "fclose"));
 }
 
 TEST_F(WriteFile, FailedOwnerStopsBeforeTheMode) {
@@ -179,7 +185,8 @@ TEST_F(WriteFile, FailedOwnerStopsBeforeTheMode) {
     EXPECT_EQ(fault::take_calls().size(), 4U);
 }
 
-TEST_F(WriteFile, TextThatIsLostAtTheCloseIsAFailure) {
+TEST_F(WriteFile, TextThatTheDiskHasNoRoomForIsAFailureAndTheOldOneStays) {
+    files.write_plugin_file("before\n");
     const auto handler = signal(SIGXFSZ, SIG_IGN);
     rlimit usual = {};
     getrlimit(RLIMIT_FSIZE, &usual);
@@ -189,6 +196,8 @@ TEST_F(WriteFile, TextThatIsLostAtTheCloseIsAFailure) {
     setrlimit(RLIMIT_FSIZE, &usual);
     signal(SIGXFSZ, handler);
     EXPECT_EQ(status, 2060017);
+    EXPECT_EQ(conf_dir::read(files.plugin_file()), "before\n");
+    EXPECT_EQ(entries_of(files.path().c_str()), 1U);
 }
 
 TEST_F(WriteFile, DirectoryInThePlaceOfTheFileCanNotBeOpened) {
