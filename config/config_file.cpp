@@ -10,6 +10,7 @@
 #include "plugin/throttling_log.h"
 #include "plugin/version_mark.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -114,6 +115,15 @@ void config_text::add(const char* format, ...) {
     vsnprintf(buffer_ + used_, STS_CONFIG_SIZE - used_, format, arguments);
     va_end(arguments);
     used_ += strlen(buffer_ + used_);
+}
+
+bool operator==(const throttling_config_s& one, const throttling_config_s& other) {
+    const auto same = [&](const setting& each) {
+        return each.value == nullptr || one.*each.value == other.*each.value;
+    };
+    return std::all_of(std::begin(settings), std::end(settings), same) &&
+           one.avail_bandwidth == other.avail_bandwidth && one.connections == other.connections &&
+           strcmp(one.cssc_host_name, other.cssc_host_name) == 0;
 }
 
 void config_set_path(const char* /*ignored*/) {

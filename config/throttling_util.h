@@ -59,7 +59,7 @@ constexpr int settings_left = -2;      ///< since what the record stems from cou
 /// it. Its status; STS_ERR_FILE when the file never comes to rest.
 template <typename Rewrite>
 int until_not_overtaken(Rewrite rewrite) {
-    for (int tries = 0; tries < 1000; ++tries) {
+    for (int tries = 0; tries < 200; ++tries) {
         const int status = rewrite();
         if (status != settings_overtaken) {
             return status;
@@ -67,6 +67,9 @@ int until_not_overtaken(Rewrite rewrite) {
     }
     return STS_ERR_FILE;
 }
+
+/// Whether all settings are the same.
+bool operator==(const throttling_config_s& one, const throttling_config_s& other);
 
 // --- the file ----------------------------------------------------------------------------------
 

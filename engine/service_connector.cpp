@@ -61,11 +61,53 @@ uint64_t seconds_for(uint64_t bytes, uint64_t rate) {
     return bytes / rate;
 }
 
+std::string key_prefix(operation_type_t operation) {
+    switch (operation) {
+    case OPERATION_READ:
+        return "r:";
+    case OPERATION_WRITE:
+        return "w:";
+    default:
+        return "a:";
+    }
+}
+
 void sleep_for(int64_t seconds) { sleep(static_cast<unsigned>(seconds)); }
 
-void restart(bandwidth_s* sample) {
-    sample->start_time = sample->end_time = time(nullptr);
-    sample->data_length = 0;
+/// Which sample a thread has looked at: even while it runs, odd while a thread reports it.
+using sample_number = shared_value<uint64_t>;
+
+/// The right to restart a sample: one thread's at a time, and only for the sample that it has
+/// looked at. Nobody waits for it.
+class restart_right {
+  public:
+    restart_right(sample_number& number, uint64_t looked_at)
+        : number_(number), next_(looked_at + 2),
+          had_(looked_at % 2 == 0 && number.replace(looked_at, looked_at + 1)) {}
+    ~restart_right() {
+        if (had_) {
+            number_ = next_;
+        }
+    }
+    restart_right(const restart_right&) = delete;
+    restart_right& operator=(const restart_right&) = delete;
+
+    bool had() const { return had_; }
+
+  private:
+    sample_number& number_;
+    const uint64_t next_;
+    const bool had_;
+};
+
+/// Takes `told` bytes off, and no more: what other threads have moved meanwhile belongs to the new
+/// sample. The bytes go first, and a reader looks at the start first: it never charges the old
+/// sample's bytes to the time of the new one.
+void restart(bandwidth_s* sample, unsigned long told) {
+    const time_t now = time(nullptr);
+    sample->data_length -= told;
+    sample->start_time = now;
+    sample->end_time = now;
 }
 
 } // namespace
@@ -130,7 +172,9 @@ int ServiceConnector::set_config_params(const throttling_config_s* config, int /
     if (status_ != STS_OK) {
         return STS_OK;
     }
-    config_ = *config;
+    if (!(config_ == *config)) { // at every open of an image, while others transfer
+        config_ = *config;
+    }
     char text[STS_CONFIG_SIZE];
     read_config_file_to_buf(session_, text, server_type_, server_name_);
     const int status = client_->set_config_params(text);
@@ -140,27 +184,35 @@ int ServiceConnector::set_config_params(const throttling_config_s* config, int /
 
 void ServiceConnector::get_bandwidth_per_second(operation_type_t operation, unsigned long& rate) {
     log_msg(session_, __func__, 1, STS_SEV_DEBUG, "Enter.");
-    const time_t now = time(nullptr);
-    tm local = {};
-    localtime_r(&now, &local);
-    rate = allowed_rate(config_, operation, local);
+    rate = allowed_rate(config_, operation, local_time());
     log_msg(session_, __func__, 1, STS_SEV_DEBUG, "Leave.");
+}
+
+/// The present hour and day of the week. localtime_r takes a lock of the whole process, so what it
+/// gave is kept for its second: as the second, the day in three bits and the hour in five.
+tm ServiceConnector::local_time() {
+    const time_t now = time(nullptr);
+    const uint64_t second = static_cast<uint64_t>(now) << 8U;
+    const uint64_t kept = local_hour_;
+    tm local = {};
+    local.tm_hour = static_cast<int>(kept & 31U);
+    local.tm_wday = static_cast<int>(kept >> 5U & 7U);
+    if ((kept & ~uint64_t{255}) != second || local.tm_wday == 7) { // 7: nothing is kept yet
+        localtime_r(&now, &local);
+        local_hour_ = second | static_cast<uint64_t>(local.tm_wday) << 5U |
+                      static_cast<uint64_t>(local.tm_hour);
+    }
+    return local;
 }
 
 // --- exchange ----------------------------------------------------------------------------------
 
-std::string ServiceConnector::getCurrentOperation() const {
-    switch (current_operation_) {
-    case OPERATION_READ:
-        return "r:";
-    case OPERATION_WRITE:
-        return "w:";
-    default:
-        return "a:";
-    }
-}
+std::string ServiceConnector::getCurrentOperation() const { return key_prefix(current_operation_); }
 
-std::string ServiceConnector::flow_key() const { return getCurrentOperation() + server_name_; }
+/// The flow of that operation, whatever exchange another thread begins meanwhile.
+std::string ServiceConnector::flow_key(operation_type_t operation) const {
+    return key_prefix(operation) + server_name_;
+}
 
 int ServiceConnector::get_msg_value(const std::string& message, const std::string& key,
                                     long& value) {
@@ -208,7 +260,8 @@ std::string ServiceConnector::access_uri(const char* operation, int is_secure) {
     const bool is_ipv6 = host.find(':') != std::string::npos;
     uri += is_ipv6 ? "[" + host + "]" : host;
     uri += ":" + std::to_string(static_cast<uint32_t>(config_.cssc_port_number));
-    uri += std::string("/throttle/") + server_type_ + "/" + flow_key() + "/" + operation + "/";
+    uri += std::string("/throttle/") + server_type_ + "/" + flow_key(current_operation_) + "/" +
+           operation + "/";
     return uri + (session_id_ != nullptr ? session_id_ : "");
 }
 
@@ -238,15 +291,16 @@ int ServiceConnector::check_connections(operation_type_t operation, int delta, i
 
     current_operation_ = operation;
     std::string response;
-    const int status = client_->check_connections(flow_key().c_str(), session_id_, delta, response);
+    const int status =
+        client_->check_connections(flow_key(operation).c_str(), session_id_, delta, response);
     if (status != STS_OK) {
         log_msg(session_, __func__, 1, STS_SEV_DEBUG,
                 "leaving with return value =%d, response recived =%s", status, response.c_str());
         return status;
     }
     take_reply(__func__, response);
-    if (wait_seconds_ > 0) {
-        sleep_for_service(__func__, wait_seconds_);
+    if (const int64_t owed = wait_seconds_; owed > 0) {
+        sleep_for_service(__func__, owed);
         wait_seconds_ = 0;
     }
     log_msg(session_, __func__, 1, STS_SEV_DEBUG, "leaving with return value =%d", status);
@@ -261,6 +315,8 @@ int ServiceConnector::check_bandwidth(bandwidth_s* bandwidth, int /*is_secure*/,
         return STS_OK;
     }
     const operation_type_t operation = bandwidth->operation_type;
+    const uint64_t number = numbers_[operation];
+    // The start before the bytes: see restart.
     const auto gap_seconds = static_cast<int64_t>(difftime(time(nullptr), bandwidth->start_time));
     const int64_t interval = config_.sample_interval != 0 ? config_.sample_interval : 1;
 
@@ -270,20 +326,22 @@ int ServiceConnector::check_bandwidth(bandwidth_s* bandwidth, int /*is_secure*/,
     rate /= static_cast<uint64_t>(sharing); // a negative count leaves a rate of 0
     log_msg(session_, __func__, 1, STS_SEV_DEBUG, "bandwidth_per_second=%lu,conne#=%ld.", rate,
             sharing);
+    const uint64_t moved = bandwidth->data_length;
     log_msg(session_, __func__, 1, STS_SEV_DEBUG, "gap_seconds=%ld,bandwidth->data_length=%ld.",
-            gap_seconds, static_cast<long>(bandwidth->data_length));
+            gap_seconds, static_cast<long>(moved));
 
     // What the sample should have taken less what it has taken; negative when it is behind its
     // rate.
-    const auto wait = static_cast<int64_t>(seconds_for(bandwidth->data_length, rate) -
-                                           static_cast<uint64_t>(gap_seconds));
+    const auto wait =
+        static_cast<int64_t>(seconds_for(moved, rate) - static_cast<uint64_t>(gap_seconds));
     if (wait > 0) {
         log_msg(session_, __func__, 1, STS_SEV_DEBUG, "sleep locally=%ld.", wait);
         sleep_for(wait);
     }
-    log_msg(session_, __func__, 1, STS_SEV_DEBUG, "wait_seconds_=%ld.", wait_seconds_);
-    if (wait_seconds_ > 0) {
-        const int64_t part = wait_seconds_ / std::max(config_.sample_interval / 60, 1);
+    const int64_t owed = wait_seconds_;
+    log_msg(session_, __func__, 1, STS_SEV_DEBUG, "wait_seconds_=%ld.", owed);
+    if (owed > 0) {
+        const int64_t part = owed / std::max(config_.sample_interval / 60, 1);
         sleep_for_service(__func__, part);
         wait_seconds_ -= part;
     }
@@ -292,35 +350,48 @@ int ServiceConnector::check_bandwidth(bandwidth_s* bandwidth, int /*is_secure*/,
         return STS_OK;
     }
     if (status_ != STS_OK) {
-        restart(bandwidth);
+        if (const restart_right right(numbers_[operation], number); right.had()) {
+            restart(bandwidth, moved);
+        }
         return STS_OK;
     }
-    if (wait_seconds_ > 0) {
-        sleep_for_service(__func__, wait_seconds_);
+    if (const int64_t rest = wait_seconds_; rest > 0) {
+        sleep_for_service(__func__, rest);
         wait_seconds_ = 0;
     }
-    return report(__func__, bandwidth);
+    const restart_right right(numbers_[operation], number);
+    if (right.had()) {
+        bandwidth->end_time = time(nullptr);
+        return report(__func__, bandwidth, moved, true);
+    }
+    // Another thread has restarted the sample, or is about to: it isn't due any more. A report that
+    // is asked for tells of the flow alone.
+    return force != 0 ? report(__func__, bandwidth, 0, false) : STS_OK;
 }
 
-/// Tells the service of the sample, takes its answer and restarts the sample, whatever came of it.
-int ServiceConnector::report(const char* who, bandwidth_s* bandwidth) {
-    bandwidth->end_time = time(nullptr);
-    current_operation_ = bandwidth->operation_type;
+/// Tells the service of the sample and takes its answer; then restarts the sample, if that is this
+/// thread's to do, whatever came of it.
+int ServiceConnector::report(const char* who, bandwidth_s* bandwidth, unsigned long moved,
+                             bool restarts) {
+    const operation_type_t operation = bandwidth->operation_type;
+    current_operation_ = operation;
 
     const ThrottlingBandwidth_var value =
         new OBV_Corvane::Vaultaro::SL::CloudMgmt::ThrottlingBandwidth(
-            static_cast<uint32_t>(bandwidth->operation_type),
-            static_cast<uint32_t>(bandwidth->start_time),
-            static_cast<uint32_t>(bandwidth->end_time), bandwidth->data_length);
+            static_cast<uint32_t>(operation), static_cast<uint32_t>(bandwidth->start_time),
+            static_cast<uint32_t>(bandwidth->end_time), moved);
 
     std::string response;
-    const int status = client_->check_bandwidth(flow_key().c_str(), session_id_, value, response);
+    const int status =
+        client_->check_bandwidth(flow_key(operation).c_str(), session_id_, value, response);
     if (status != STS_OK) {
         log_msg(session_, who, 1, STS_SEV_DEBUG, "response recived =%s", response.c_str());
     } else {
         take_reply(who, response);
     }
-    restart(bandwidth);
+    if (restarts) {
+        restart(bandwidth, moved);
+    }
     log_msg(session_, who, 1, STS_SEV_DEBUG, "leaving with return vale %d", status);
     return status;
 }

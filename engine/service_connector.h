@@ -5,12 +5,15 @@
 //                   tells the service of it once in a sample interval
 //   server close    check_connections(a, -1), disconnect_service
 //
-// Without a service data keeps flowing, paced by what is configured here. There is no lock: several
-// images of one server race on the counts and samples, and that is accepted.
+// Without a service data keeps flowing, paced by what is configured here. Several images of one
+// server share its samples and counts without a lock: each value is read and written whole, and a
+// sample loses no byte, since whoever restarts it takes off what it tells and no more. The host
+// sees to it that opens and closes come one at a time.
 #pragma once
 
 #include "config/allowed_rate.h"
 #include "config/throttling_util.h"
+#include "engine/shared_value.h"
 
 #include <cstdint>
 #include <ctime>
@@ -23,10 +26,11 @@ class CCloudVLSLClient;
 /// One sample of data moved in one direction.
 struct bandwidth_s {
     operation_type_t operation_type;
-    time_t start_time;         ///< when the sample began, seconds
-    time_t end_time;           ///< when it was last reported, seconds
-    unsigned long data_length; ///< bytes moved since start_time
+    shared_value<time_t> start_time;         ///< when the sample began, seconds
+    shared_value<time_t> end_time;           ///< when it was last reported, seconds
+    shared_value<unsigned long> data_length; ///< bytes moved since start_time
 };
+static_assert(sizeof(bandwidth_s) == 32);
 
 class ServiceConnector {
   public:
@@ -89,22 +93,25 @@ class ServiceConnector {
                                                                   int is_secure);
 
   private:
-    std::string flow_key() const;
+    std::string flow_key(operation_type_t operation) const;
     void take_reply(const char* who, const std::string& response);
     void sleep_for_service(const char* who, int64_t seconds);
-    int report(const char* who, bandwidth_s* bandwidth);
+    tm local_time();
+    int report(const char* who, bandwidth_s* bandwidth, unsigned long moved, bool restarts);
 
-    int32_t throttling_enabled_ = 0;
+    shared_value<int32_t> throttling_enabled_ = 0;
     throttling_config_s config_;
     const sts_session_def_v7_t* session_ = nullptr; ///< borrowed
     char* session_id_ = nullptr; ///< owned; the identifier with "_" for every ":"
     char server_type_[STS_NAME_SIZE] = {};
     char server_name_[STS_NAME_SIZE] = {};
-    int32_t status_ = STS_ERR_NOT_INIT;       ///< 0 when connected
-    int64_t connection_counts_[2] = {1, 1};   ///< sharing read and write, never left at 0
-    int64_t free_flow_ = 0;                   ///< logged only
-    int64_t wait_seconds_ = 0;                ///< asked for by the service and not yet waited
-    int32_t reference_counts_[3] = {0, 0, 0}; ///< by operation_type_t
-    operation_type_t current_operation_ = OPERATION_READ;
+    shared_value<int32_t> status_ = STS_ERR_NOT_INIT;       ///< 0 when connected
+    shared_value<int64_t> connection_counts_[2] = {1, 1};   ///< sharing each, never left at 0
+    shared_value<int64_t> free_flow_ = 0;                   ///< logged only
+    shared_value<int64_t> wait_seconds_ = 0;                ///< asked for and not yet waited
+    shared_value<int32_t> reference_counts_[3] = {0, 0, 0}; ///< by operation_type_t
+    shared_value<operation_type_t> current_operation_ = OPERATION_READ;
     Orvessa::Vaultaro::CCloudVLSLClient* client_ = nullptr; ///< owned
+    shared_value<uint64_t> local_hour_ = ~uint64_t{0};      ///< see local_time
+    shared_value<uint64_t> numbers_[2] = {0, 0};            ///< of the samples, see restart_right
 };
