@@ -1,6 +1,6 @@
 // Many threads on many images of one server. Opens and closes come one at a time, as the host sees
-// to; everything else runs at once, with the races on the shared samples and counts that are
-// accepted (tests/tsan.supp). What must hold: nothing crashes and no byte of data goes wrong.
+// to; everything else runs at once, on the samples and counts that they share. What must hold:
+// nothing crashes and no byte of data goes wrong.
 
 #include "plugin/throttling.h"
 
