@@ -245,8 +245,8 @@ class TypeCodeReader {
             from.text();
             shape.members.push_back(type(from));
             shape.is_empty = shape.is_empty && shape.members.back()->is_empty;
-            if (have_access) {
-                from.number<std::uint16_t>();
+            if (have_access && from.number<std::uint16_t>() > 1) {
+                from.bad(); // neither private nor public
             }
         }
     }
