@@ -257,6 +257,10 @@ class TypeCodeReader {
         if (modifier != CORBA::VM_NONE && modifier != CORBA::VM_TRUNCATABLE) {
             from.bad();
         }
+        Cursor ahead = from;
+        if (ahead.number<std::uint32_t>() == CORBA::tk_alias) {
+            from.bad(); // the ORB refuses it, and falls
+        }
         const Shape* const base = type(from);
         if (base->kind == CORBA::tk_value) {
             shape.content = base;
