@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(
   g++ cmake ninja-build pkg-config git
   libarchive-dev libcli11-dev libcpp-httplib-dev libcurl4-openssl-dev libfmt-dev libmicrohttpd-dev
-  libssl-dev nlohmann-json3-dev
+  libssl-dev libxxhash-dev nlohmann-json3-dev
   libace-dev libcos4-dev libomniorb4-dev omniidl omniorb-idl python3
   libgtest-dev libgmock-dev libbenchmark-dev libxml2-utils chromium openssl
 )
