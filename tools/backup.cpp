@@ -2,11 +2,14 @@
 // share into an image of its own.
 
 #include "tools/archive_stream.h"
+#include "tools/backup_claim.h"
 #include "tools/backup_set.h"
 #include "tools/balance.h"
+#include "tools/console.h"
 #include "tools/content_file.h"
 #include "tools/failure.h"
 #include "tools/operation.h"
+#include "tools/status_names.h"
 #include "tools/tree.h"
 
 #include <algorithm>
@@ -24,6 +27,7 @@ namespace {
 
 constexpr uint64_t entry_cost = 1536; // bytes of a usual header, so that empty files count too
 constexpr size_t read_size = size_t{128} * 1024; // bytes read from a file at once
+constexpr off_t stat_block = 512;                // bytes of a block as stat counts them
 
 // --- who archives what -------------------------------------------------------------------------
 
@@ -93,13 +97,12 @@ class share_archiver {
                    file_problems& problems)
         : writer_(image, account, run, block), account_(account), run_(run), problems_(problems),
           disk_(archive_read_disk_new()), links_(archive_entry_linkresolver_new()),
-          buffer_(read_size) {
+          buffer_(read_size), zeros_(read_size) {
         if (disk_ == nullptr || links_ == nullptr) {
             throw std::bad_alloc();
         }
         archive_read_disk_set_symlink_physical(disk_.get());
         archive_read_disk_set_standard_lookup(disk_.get());
-        archive_read_disk_set_behavior(disk_.get(), ARCHIVE_READDISK_NO_FFLAGS);
         archive_entry_linkresolver_set_strategy(links_.get(), ARCHIVE_FORMAT_TAR_PAX_INTERCHANGE);
     }
 
@@ -116,9 +119,16 @@ class share_archiver {
         account_.done = done_behind; // whatever has become of it
     }
 
-    void finish() { writer_.finish(); }
+    /// Empty, or why the image has no seal.
+    std::string finish() { return writer_.finish(); }
 
   private:
+    /// A part of a file that isn't a hole.
+    struct data_range {
+        uint64_t start;
+        uint64_t end;
+    };
+
     struct release_links {
         void operator()(archive_entry_linkresolver* links) const {
             archive_entry_linkresolver_free(links);
@@ -129,8 +139,14 @@ class share_archiver {
         const entry_ptr entry(archive_entry_new());
         archive_entry_copy_pathname(entry.get(), found.name.c_str());
         archive_entry_copy_sourcepath(entry.get(), found.path.c_str());
-        const int described = archive_read_disk_entry_from_file(disk_.get(), entry.get(),
-                                                                content.descriptor(), nullptr);
+        struct stat status = {};
+        const bool is_known = content.is_open() && fstat(content.descriptor(), &status) == 0;
+        const bool may_have_holes = !is_known || status.st_blocks * stat_block < status.st_size;
+        archive_read_disk_set_behavior(disk_.get(),
+                                       ARCHIVE_READDISK_NO_FFLAGS |
+                                           (may_have_holes ? 0 : ARCHIVE_READDISK_NO_SPARSE));
+        const int described = archive_read_disk_entry_from_file(
+            disk_.get(), entry.get(), content.descriptor(), is_known ? &status : nullptr);
         if (described != ARCHIVE_OK) {
             problems_.report(found.path, archive_text(disk_.get()));
         }
@@ -150,39 +166,72 @@ class share_archiver {
         archive_entry_linkify(links_.get(), &linked, &deferred);
 
         std::string reason;
+        const std::vector<data_range> ranges = ranges_of(linked);
         const bool accepted = writer_.header(linked, reason);
         if (!reason.empty()) {
             problems_.report(found.path, accepted ? reason : "left out: " + reason);
         }
         if (accepted) {
-            copy_content(found, content, *linked);
+            copy_content(found, content, ranges, *linked);
             writer_.finish_entry();
         }
     }
 
-    void copy_content(const tree_entry& found, const content_file& content, archive_entry& entry) {
+    /// What has to be read of a file, in order.
+    static std::vector<data_range> ranges_of(archive_entry* entry) {
+        const auto size = static_cast<uint64_t>(archive_entry_size(entry));
+        if (archive_entry_sparse_reset(entry) == 0) {
+            return {{0, size}};
+        }
+        std::vector<data_range> ranges;
+        la_int64_t start = 0;
+        la_int64_t length = 0;
+        while (archive_entry_sparse_next(entry, &start, &length) == ARCHIVE_OK) {
+            ranges.push_back({static_cast<uint64_t>(start), static_cast<uint64_t>(start + length)});
+        }
+        return ranges;
+    }
+
+    void copy_content(const tree_entry& found, const content_file& content,
+                      const std::vector<data_range>& ranges, archive_entry& entry) {
         const auto size = static_cast<uint64_t>(archive_entry_size(&entry));
         if (!content.is_open() || archive_entry_hardlink(&entry) != nullptr) {
             return;
         }
-        for (uint64_t position = 0; position < size;) {
-            const ssize_t got = content.read(
-                buffer_.data(), std::min<uint64_t>(buffer_.size(), size - position), position);
-            if (got <= 0) {
-                problems_.report(found.path,
-                                 fmt::format("zeros in the backup from byte {} on: {}", position,
-                                             got < 0 ? strerror(errno) : "it shrank"));
-                return;
+        uint64_t position = 0;
+        for (const data_range& range : ranges) {
+            pass_hole(position, range.start);
+            for (position = range.start; position < range.end;) {
+                const ssize_t got = content.read(
+                    buffer_.data(), std::min<uint64_t>(buffer_.size(), range.end - position),
+                    position);
+                if (got <= 0) {
+                    problems_.report(
+                        found.path, fmt::format("zeros in the backup from byte {} on: {}", position,
+                                                got < 0 ? strerror(errno) : "it shrank"));
+                    return;
+                }
+                writer_.data(buffer_.data(), static_cast<size_t>(got));
+                position += static_cast<uint64_t>(got);
+                account_.done += static_cast<uint64_t>(got);
             }
-            writer_.data(buffer_.data(), static_cast<size_t>(got));
-            position += static_cast<uint64_t>(got);
-            account_.done += static_cast<uint64_t>(got);
         }
+        pass_hole(position, size);
         struct stat now = {};
         if (fstat(content.descriptor(), &now) != 0 || static_cast<uint64_t>(now.st_size) != size ||
             now.st_mtim.tv_sec != archive_entry_mtime(&entry) ||
             now.st_mtim.tv_nsec != archive_entry_mtime_nsec(&entry)) {
             problems_.report(found.path, "changed while it was read");
+        }
+    }
+
+    /// A hole takes no room in the archive, and nothing is read of it.
+    void pass_hole(uint64_t from, uint64_t to) {
+        while (from < to) {
+            const uint64_t part = std::min<uint64_t>(zeros_.size(), to - from);
+            writer_.data(zeros_.data(), part);
+            account_.done += part;
+            from += part;
         }
     }
 
@@ -193,16 +242,31 @@ class share_archiver {
     archive_ptr disk_;
     std::unique_ptr<archive_entry_linkresolver, release_links> links_;
     std::vector<char> buffer_;
+    const std::vector<char> zeros_;
 };
 
 // --- the whole ---------------------------------------------------------------------------------
 
-void prepare_lsu(host_server& server, const backup_options& options) {
+bool has_lsu(host_server& server, const std::string& lsu) {
     const std::vector<std::string> lsus = server.lsus();
-    if (!std::binary_search(lsus.begin(), lsus.end(), options.lsu)) {
-        server.create_lsu(options.lsu);
+    return std::binary_search(lsus.begin(), lsus.end(), lsu);
+}
+
+void prepare_lsu(host_server& server, const std::string& lsu) {
+    if (has_lsu(server, lsu)) {
         return;
     }
+    try {
+        server.create_lsu(lsu);
+    } catch (const status_failure&) {
+        if (!has_lsu(server, lsu)) { // another backup may have been quicker
+            throw;
+        }
+    }
+}
+
+/// The name is claimed by now: no other backup can come to have it.
+void require_new(host_server& server, const backup_options& options) {
     for (const listed_image& image : server.images(options.lsu)) {
         if (backup_of(image.name) == options.backup) {
             throw failure(fmt::format("the LSU \"{}\" has a backup \"{}\" already", options.lsu,
@@ -239,7 +303,12 @@ void fill_images(const host_server& server, const backup_options& options, trans
             for (const size_t entry : all[index]) {
                 archiver.add(listing.entries[entry]);
             }
-            archiver.finish();
+            const std::string unsealed = archiver.finish();
+            if (!unsealed.empty()) {
+                console::get().line(fmt::format("the image \"{}\" has no seal, and damage to it "
+                                                "won't be found: {}",
+                                                images[index].name(), unsealed));
+            }
         });
         images.close();
     } catch (...) {
@@ -259,7 +328,9 @@ int run_backup(const backup_options& options) {
     const auto job = [&] {
         run.say("starting");
         connection to(options);
-        prepare_lsu(to.server, options);
+        prepare_lsu(to.server, options.lsu);
+        backup_claim claim(to.host, to.server, options.lsu, options.backup);
+        require_new(to.server, options);
         const tree_listing listing = list_all(options, run, problems);
         entries = listing.entries.size();
         const shares all = spread(listing.entries, options.streams);
@@ -274,6 +345,7 @@ int run_backup(const backup_options& options) {
         run.check_may_move();
         fill_images(to.server, options, run, listing, all, problems);
         run.end();
+        claim.release();
         to.server.close();
     };
     return run_operation(options, run, job, [&] {

@@ -2,8 +2,10 @@
 
 #include "tools/failure.h"
 #include "tools/printable.h"
+#include "tools/status_names.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -12,6 +14,8 @@
 #include <string_view>
 
 namespace {
+
+constexpr size_t most_missing = 64; // named, of a backup: no more streams are made
 
 /// An image's name taken apart.
 struct image_part {
@@ -66,8 +70,8 @@ std::string backup_of(const std::string& image) {
     return part ? part->backup : "";
 }
 
-std::vector<listed_image> find_backup(const std::vector<listed_image>& images,
-                                      const std::string& lsu, const std::string& backup) {
+found_backup find_backup(const std::vector<listed_image>& images, const std::string& lsu,
+                         const std::string& backup) {
     std::vector<std::pair<image_part, listed_image>> found;
     for (const listed_image& image : images) {
         const auto part = part_of(image.name);
@@ -82,43 +86,60 @@ std::vector<listed_image> find_backup(const std::vector<listed_image>& images,
     std::sort(found.begin(), found.end(), [](const auto& left, const auto& right) {
         return left.first.number < right.first.number;
     });
-    std::vector<listed_image> set;
+    found_backup set;
     for (const auto& [part, image] : found) {
         if (part.count != count) {
             throw failure(fmt::format("the backup \"{}\" is there twice, in {} and in {} streams",
                                       backup, std::min(count, part.count),
                                       std::max(count, part.count)));
         }
-        if (part.number != set.size() + 1) {
-            break;
-        }
-        set.push_back(image);
+        set.images.push_back(image);
     }
-    if (set.size() != count) {
-        throw failure(fmt::format("the backup \"{}\" isn't whole: its image \"{}\" is missing",
-                                  backup, stream_image(backup, set.size(), count)));
+    size_t next = 0;
+    for (size_t index = 0; index < count && set.missing.size() < most_missing; ++index) {
+        if (next < found.size() && found[next].first.number == index + 1) {
+            ++next;
+        } else {
+            set.missing.push_back(stream_image(backup, index, count));
+        }
     }
     return set;
 }
 
 image_set::~image_set() {
     if (run_.is_barred()) {
-        for (host_image& image : images_) {
-            image.let_go();
+        for (std::optional<host_image>& image : images_) {
+            if (image) {
+                image->let_go();
+            }
         }
     }
 }
 
-void image_set::open(const host_server& server, const std::string& lsu,
-                     const std::vector<listed_image>& set) {
+void image_set::open(
+    const host_server& server, const std::string& lsu, const std::vector<listed_image>& set,
+    const std::function<void(const std::string& image, const std::string& reason)>& lost) {
     for (size_t index = 0; index < set.size(); ++index) {
-        run_.on_account(index, [&] { add(server.open_image(lsu, set[index].name)); });
+        run_.on_account(index, [&] {
+            try {
+                add(server.open_image(lsu, set[index].name));
+            } catch (const status_failure& failed) {
+                const int error = sts_errno_of_status(failed.status);
+                if (error != EBADMSG && error != ENOENT && error != EIO) {
+                    throw;
+                }
+                lost(set[index].name, failed.what());
+                images_.emplace_back();
+            }
+        });
     }
 }
 
 void image_set::close() {
     for (; closed_ < images_.size(); ++closed_) {
         run_.check_may_move();
-        run_.on_account(closed_, [&] { images_[closed_].close(STS_CLOSE_COMPLETE); });
+        if (images_[closed_]) {
+            run_.on_account(closed_, [&] { images_[closed_]->close(STS_CLOSE_COMPLETE); });
+        }
     }
 }

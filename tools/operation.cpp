@@ -75,6 +75,11 @@ void file_problems::report(const std::string& path, const std::string& reason) {
     console::get().line(printable(path) + ": " + reason);
 }
 
+void file_problems::report_image(const std::string& image, const std::string& reason) {
+    ++count_;
+    console::get().line(image_complaint(image, reason));
+}
+
 int file_problems::summary() const {
     if (count_ == 0) {
         return EXIT_DONE;
@@ -82,6 +87,16 @@ int file_problems::summary() const {
     fmt::print("Not all went well: {} {}, named above.\n", count_.load(),
                count_ == 1 ? "problem" : "problems");
     return EXIT_FAILED;
+}
+
+std::string image_complaint(const std::string& image, const std::string& reason) {
+    return fmt::format("the image \"{}\": {}", printable(image), reason);
+}
+
+void say_unsealed(const std::string& image) {
+    console::get().line(fmt::format("warning: the image \"{}\" has no seal, as those of earlier "
+                                    "versions: damage to it can't be told",
+                                    printable(image)));
 }
 
 int run_operation(const run_options& options, transfer& run, const std::function<void()>& job,

@@ -296,6 +296,23 @@ int host_image::write(const void* buffer, uint64_t length, uint64_t position, ui
     return entries_.write_image_v7(handle_, 0, buffer, length, position, &moved);
 }
 
+int host_image::read_meta(void* buffer, uint64_t length, uint64_t position, uint64_t& moved) {
+    moved = 0;
+    return entries_.read_image_meta != nullptr
+               ? entries_.read_image_meta(handle_, forwarded(buffer), length, position,
+                                          forwarded(&moved), 0)
+               : int{STS_ERR_NOT_SUPPORTED};
+}
+
+int host_image::write_meta(const void* buffer, uint64_t length, uint64_t position,
+                           uint64_t& moved) {
+    moved = 0;
+    return entries_.write_image_meta != nullptr
+               ? entries_.write_image_meta(handle_, forwarded(buffer), length, position,
+                                           forwarded(&moved), 0)
+               : int{STS_ERR_NOT_SUPPORTED};
+}
+
 void host_image::close(sts_close_mode_t mode) { require_ok(end(mode), "closing the image", name_); }
 
 int host_image::end(sts_close_mode_t mode) {

@@ -72,6 +72,10 @@ class host_image {
     /// Both return the status and leave the count in `moved`. They wait where the plugin paces.
     int read(void* buffer, uint64_t length, uint64_t position, uint64_t& moved);
     int write(const void* buffer, uint64_t length, uint64_t position, uint64_t& moved);
+    /// The same for the image's metadata: STS_ERR_NOT_SUPPORTED where there is none. They don't
+    /// wait.
+    int read_meta(void* buffer, uint64_t length, uint64_t position, uint64_t& moved);
+    int write_meta(const void* buffer, uint64_t length, uint64_t position, uint64_t& moved);
     void close(sts_close_mode_t mode);
     /// The same, with the status as its answer.
     int end(sts_close_mode_t mode);

@@ -2,9 +2,11 @@
 
 #include "tools/block_option.h"
 #include "tools/commands.h"
+#include "tools/random_number.h"
 
 #include <ctime>
 #include <filesystem>
+#include <fmt/format.h>
 #include <memory>
 
 namespace fs = std::filesystem;
@@ -39,13 +41,14 @@ Options& with_common(Options& options, const request& asked) {
     return options;
 }
 
+/// Two that begin in the same second, wherever, have different names.
 std::string default_name() {
     const time_t now = time(nullptr);
     tm local = {};
     localtime_r(&now, &local);
     char text[32];
     strftime(text, sizeof text, "backup-%Y%m%d-%H%M%S", &local);
-    return text;
+    return fmt::format("{}-{:016x}", text, random_number());
 }
 
 // --- the options -------------------------------------------------------------------------------
@@ -69,8 +72,8 @@ void add_backup(CLI::App& run, request& asked) {
     CLI::App* const app = run.add_subcommand("backup", "Back up directory trees into images");
     add_named(*app, "DIR", options.directories, "The trees to back up")->required();
     add_place(*app, options);
-    add_named(*app, "--name", options.backup, "The backup's name (default: backup-DATE-TIME)",
-              "BACKUP");
+    add_named(*app, "--name", options.backup,
+              "The backup's name (default: backup-DATE-TIME-NUMBER)", "BACKUP");
     app->add_option("--streams", options.streams, "Streams that run at once, an image each")
         ->check(CLI::Range(1, 64).description(""))
         ->type_name("N")

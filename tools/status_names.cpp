@@ -57,13 +57,15 @@ std::string status_text(int status) {
 
 status_failure failed(const std::string& operation, const std::string& object, int status) {
     return status_failure(
-        fmt::format("{} \"{}\" failed: {}", operation, printable(object), status_text(status)));
+        fmt::format("{} \"{}\" failed: {}", operation, printable(object), status_text(status)),
+        status);
 }
 
 status_failure failed(const std::string& operation, const std::string& object,
                       const std::string& server, int status) {
     return status_failure(fmt::format("{} \"{}\" of the server \"{}\" failed: {}", operation,
-                                      printable(object), printable(server), status_text(status)));
+                                      printable(object), printable(server), status_text(status)),
+                          status);
 }
 
 void require_ok(int status, const std::string& operation, const std::string& object) {

@@ -10,7 +10,9 @@ std::string status_text(int status);
 
 /// A failure that the plugin or a layer below has told by a status, and may have logged more of.
 struct status_failure : failure {
-    using failure::failure;
+    explicit status_failure(const std::string& text, int its_status = 0)
+        : failure(text), status(its_status) {}
+    int status; ///< 0 where there is more to it than one
 };
 
 /// The failure of `operation` on `object` with `status`.

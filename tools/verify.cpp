@@ -2,6 +2,7 @@
 // mode, content and link target. Every difference is named.
 
 #include "tools/archive_stream.h"
+#include "tools/attributes.h"
 #include "tools/backup_set.h"
 #include "tools/content_file.h"
 #include "tools/failure.h"
@@ -31,6 +32,10 @@ class differences {
     void add(const std::string& name, const std::string& what) {
         const std::lock_guard<std::mutex> lock(mutex_);
         lines_.push_back(printable(name) + ": " + what);
+    }
+    void add_image(const std::string& image, const std::string& what) {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        lines_.push_back(image_complaint(image, what));
     }
     std::vector<std::string> sorted() const {
         std::vector<std::string> lines = lines_;
@@ -149,9 +154,22 @@ class share_comparison {
   public:
     share_comparison(host_image& image, stream& account, const transfer& run, uint64_t block,
                      tree_index& trees, differences& found)
-        : reader_(image, account, run, block), run_(run), trees_(trees), found_(found) {}
+        : image_(image.name()), reader_(image, account, run, block), run_(run), trees_(trees),
+          found_(found) {
+        if (!reader_.is_sealed()) {
+            say_unsealed(image_);
+        }
+    }
 
     void compare_all() {
+        compare_entries();
+        for (const std::string& each : reader_.finish()) {
+            found_.add_image(image_, each);
+        }
+    }
+
+  private:
+    void compare_entries() {
         std::string warning;
         while (archive_entry* const entry = reader_.next(warning)) {
             run_.check_may_move();
@@ -165,7 +183,6 @@ class share_comparison {
         }
     }
 
-  private:
     void compare(const std::string& name, archive_entry* entry, const tree_entry& on_disk) {
         if (const char* const target = archive_entry_hardlink(entry)) {
             compare_link(name, target, on_disk);
@@ -177,7 +194,7 @@ class share_comparison {
                                          type_name(on_disk.mode)));
             return;
         }
-        const mode_t mode = archive_entry_perm(entry);
+        const mode_t mode = shown_mode(entry);
         if (type != S_IFLNK && mode != (on_disk.mode & 07777U)) {
             found_.add(name, fmt::format("mode {:04o} in the backup, {:04o} in the tree", mode,
                                          on_disk.mode & 07777U));
@@ -245,6 +262,7 @@ class share_comparison {
         return file.first_difference(nullptr, size - compared, static_cast<int64_t>(compared));
     }
 
+    const std::string image_;
     archive_reader reader_;
     const transfer& run_;
     tree_index& trees_;
@@ -289,20 +307,33 @@ int run_verify(const verify_options& options) {
         run.say("starting");
         connection from(options);
         from.server.require_lsu(options.lsu);
-        const std::vector<listed_image> set =
+        const found_backup set =
             find_backup(from.server.images(options.lsu), options.lsu, options.backup);
+        for (const std::string& each : set.missing) {
+            found.add_image(each, "missing");
+        }
         const tree_listing listing = list_all(options, run, found);
         tree_index trees(listing);
-        for (const listed_image& each : set) {
+        for (const listed_image& each : set.images) {
             run.add_stream(each.name, each.size);
         }
         run.begin(allowance(options.server, OPERATION_READ));
         run.check_may_move();
         image_set images(run);
-        images.open(from.server, options.lsu, set);
+        images.open(from.server, options.lsu, set.images,
+                    [&](const std::string& image, const std::string& reason) {
+                        found.add_image(image, reason);
+                    });
         run.run_streams([&](size_t index, stream& account) {
-            share_comparison(images[index], account, run, options.block, trees, found)
-                .compare_all();
+            if (!images.is_open(index)) {
+                return;
+            }
+            try {
+                share_comparison(images[index], account, run, options.block, trees, found)
+                    .compare_all();
+            } catch (const archive_damage& damage) {
+                found.add_image(images[index].name(), damage.what());
+            }
         });
         images.close();
         run.end();

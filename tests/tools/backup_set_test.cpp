@@ -17,7 +17,7 @@ std::vector<listed_image> images_of(const std::vector<std::string>& names) {
 
 std::vector<std::string> found(const std::vector<std::string>& names, const std::string& backup) {
     std::vector<std::string> set;
-    for (const listed_image& image : find_backup(images_of(names), "daily", backup)) {
+    for (const listed_image& image : find_backup(images_of(names), "daily", backup).images) {
         set.push_back(image.name);
     }
     return set;
@@ -60,11 +60,15 @@ TEST(BackupSet, IsFoundInTheOrderOfItsStreams) {
     EXPECT_EQ(found(names, "b"), expected);
 }
 
-TEST(BackupSet, LackingAnImageIsNamed) {
-    EXPECT_EQ(failure_of({"b.1of3", "b.3of3"}, "b"),
-              "the backup \"b\" isn't whole: its image \"b.2of3\" is missing");
-    EXPECT_EQ(failure_of({"b.1of2"}, "b"),
-              "the backup \"b\" isn't whole: its image \"b.2of2\" is missing");
+TEST(BackupSet, NamesTheImagesThatItLacks) {
+    const auto missing = [](const std::vector<std::string>& names) {
+        return find_backup(images_of(names), "daily", "b").missing;
+    };
+    EXPECT_THAT(missing({"b.1of3", "b.3of3"}), testing::ElementsAre("b.2of3"));
+    EXPECT_THAT(missing({"b.2of3"}), testing::ElementsAre("b.1of3", "b.3of3"));
+    EXPECT_THAT(missing({"b.1of1"}), testing::IsEmpty());
+    EXPECT_EQ(missing({"b.1of999999999999"}).size(), 64U) << "a name that somebody made up";
+    EXPECT_EQ(found({"b.3of3", "b.1of3"}, "b"), (std::vector<std::string>{"b.1of3", "b.3of3"}));
 }
 
 TEST(BackupSet, ThatIsThereTwiceIsRefused) {

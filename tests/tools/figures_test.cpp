@@ -127,11 +127,11 @@ TEST_F(Figures, TableHasARowForEachStreamAndTheTotal) {
 
 TEST_F(Figures, AreWrittenOfAFailedRunToo) {
     ASSERT_EQ(run("backup", {path("tree"), "--name", "a"}).code, 0); // makes the LSU
-    put_image("b.1of1", std::string(100000, 'x'));
+    write_settings("THR:SAMPLE_INTERVAL=30\nTHR:READ_BANDWIDTH_PERCENT=0\n");
     const ended restore =
-        run("restore", {"--name", "b", "--to", path("r"), "--json", path("figures.json")});
+        run("restore", {"--name", "a", "--to", path("r"), "--json", path("figures.json")});
     EXPECT_EQ(restore.code, 1);
-    EXPECT_THAT(restore.err, HasSubstr("the image \"b.1of1\" holds no whole archive: "));
+    EXPECT_THAT(restore.err, HasSubstr("the settings allow 0 bytes per second for reads now"));
     EXPECT_EQ(json::parse(conf_dir::read(path("figures.json")))["outcome"], "failed");
 }
 

@@ -2,67 +2,15 @@
 // every refused entry is named, and the good ones are restored.
 
 #include "tests/support/conf_dir.h"
+#include "tests/tools/forged_archive.h"
 #include "tests/tools/tool_fixture.h"
 
-#include <archive.h>
-#include <archive_entry.h>
 #include <climits>
 
 namespace fs = std::filesystem;
 using testing::HasSubstr;
 
 namespace {
-
-/// An archive in memory, of any entries.
-class forged_archive {
-  public:
-    forged_archive() : bytes_(1024 * 1024, '\0'), archive_(archive_write_new()) {
-        archive_write_set_format_pax(archive_);
-        archive_write_set_bytes_in_last_block(archive_, 1);
-        archive_write_open_memory(archive_, bytes_.data(), bytes_.size(), &used_);
-    }
-
-    void add_file(const std::string& name, const std::string& content) {
-        archive_entry* const entry = new_entry(name, AE_IFREG);
-        archive_entry_set_size(entry, static_cast<int64_t>(content.size()));
-        write(entry, content);
-    }
-    void add_directory(const std::string& name) { write(new_entry(name, AE_IFDIR), ""); }
-    void add_symlink(const std::string& name, const std::string& target) {
-        archive_entry* const entry = new_entry(name, AE_IFLNK);
-        archive_entry_set_symlink(entry, target.c_str());
-        write(entry, "");
-    }
-    void add_hardlink(const std::string& name, const std::string& target) {
-        archive_entry* const entry = new_entry(name, AE_IFREG);
-        archive_entry_set_hardlink(entry, target.c_str());
-        write(entry, "");
-    }
-
-    std::string finish() {
-        archive_write_close(archive_);
-        archive_write_free(archive_);
-        return bytes_.substr(0, used_);
-    }
-
-  private:
-    static archive_entry* new_entry(const std::string& name, unsigned type) {
-        archive_entry* const entry = archive_entry_new();
-        archive_entry_set_pathname(entry, name.c_str());
-        archive_entry_set_filetype(entry, type);
-        archive_entry_set_perm(entry, 0755);
-        return entry;
-    }
-    void write(archive_entry* entry, const std::string& content) {
-        EXPECT_EQ(archive_write_header(archive_, entry), ARCHIVE_OK);
-        archive_write_data(archive_, content.data(), content.size());
-        archive_entry_free(entry);
-    }
-
-    std::string bytes_;
-    size_t used_ = 0;
-    archive* archive_;
-};
 
 class HostileImage : public ToolTest {
   protected:
@@ -129,19 +77,54 @@ TEST_F(HostileImage, NothingIsWrittenThroughASymbolicLink) {
     expect_untouched();
 }
 
-TEST_F(HostileImage, FileInThePlaceOfASymbolicLinkReplacesIt) {
+TEST_F(HostileImage, SecondEntryOfANameIsRefused) {
+    const std::string refused = ": left out: the backup has another entry of that name";
     forged.add_symlink("link", path("outside/precious"));
     forged.add_file("link", "inside");
-    restore();
-    EXPECT_EQ(conf_dir::read(path("in/r/link")), "inside");
+    forged.add_file("./file", "first");
+    forged.add_file("file", "second");
+    forged.add_directory("door");
+    forged.add_symlink("door", path("outside"));
+    forged.add_file("door/file", "in");
+    const ended result = restore();
+    EXPECT_EQ(result.code, 1);
+    EXPECT_THAT(result.err, HasSubstr("link" + refused));
+    EXPECT_THAT(result.err, HasSubstr("file" + refused));
+    EXPECT_THAT(result.err, HasSubstr("door: left out: a directory is in its place"));
+    EXPECT_TRUE(fs::is_symlink(path("in/r/link")));
+    EXPECT_EQ(conf_dir::read(path("in/r/file")), "first");
+    EXPECT_EQ(conf_dir::read(path("in/r/door/file")), "in");
     expect_untouched();
 }
 
-TEST_F(HostileImage, DirectoryThatBecomesASymbolicLinkDoesNotLeadOut) {
-    forged.add_directory("door");
-    forged.add_symlink("door", path("outside"));
-    forged.add_file("door/file", "out");
-    restore();
+TEST_F(HostileImage, LinkToWhatWasThereBeforeIsRefused) {
+    fs::create_directories(path("in/r"));
+    write_text(path("in/r/mine"), "mine");
+    forged.add_hardlink("taken", "mine");
+    forged.add_hardlink("itself", "itself");
+    put_image("b.1of1", forged.finish());
+    const ended result = run("restore", {"--name", "b", "--to", path("in/r"), "--force"});
+    EXPECT_EQ(result.code, 1);
+    EXPECT_THAT(result.err, HasSubstr("taken: left out: it is a link to \"mine\", which isn't"));
+    EXPECT_THAT(result.err, HasSubstr("itself: left out: "));
+    EXPECT_EQ(fs::hard_link_count(path("in/r/mine")), 1U);
+}
+
+TEST_F(HostileImage, ForcedOverSymbolicLinksLeavesTheOutsideAlone) {
+    fs::create_directories(path("in/r"));
+    fs::create_symlink(path("outside"), path("in/r/way"));
+    fs::create_symlink(path("outside"), path("in/r/directory"));
+    fs::create_symlink(path("outside/precious"), path("in/r/file"));
+    forged.add_file("way/precious", "out", 04755);
+    forged.add_directory("directory");
+    forged.add_file("directory/file", "in");
+    forged.add_file("file", "in");
+    put_image("b.1of1", forged.finish());
+    const ended result = run("restore", {"--name", "b", "--to", path("in/r"), "--force"});
+    EXPECT_EQ(result.code, 1);
+    EXPECT_THAT(result.err, HasSubstr("way/precious: left out: "));
+    EXPECT_EQ(conf_dir::read(path("in/r/directory/file")), "in");
+    EXPECT_EQ(conf_dir::read(path("in/r/file")), "in");
     expect_untouched();
 }
 
@@ -177,6 +160,43 @@ TEST_F(HostileImage, VerifyReadsNothingOutsideTheTree) {
     EXPECT_EQ(verify.code, 1);
     EXPECT_THAT(verify.out, HasSubstr("../outside/precious: only in the backup"));
     EXPECT_THAT(verify.out, HasSubstr(path("outside/precious") + ": only in the backup"));
+}
+
+/// One stream makes links to the outside under the names of directories, the other files that would
+/// be below them.
+class RacingStreams : public HostileImage {
+  protected:
+    void expect_no_escape() {
+        constexpr int doors = 40;
+        forged_archive links;
+        forged_archive files;
+        for (int door = 0; door < doors; ++door) {
+            const std::string name = "door" + std::to_string(door);
+            links.add_symlink(name, path("outside"));
+            files.add_file(name + "/shell" + std::to_string(door), "out", 04755);
+            files.add_file(name, "or a file of that name");
+            links.add_hardlink(name + "/stolen", path("outside/precious"));
+        }
+        put_image("b.1of2", links.finish());
+        put_image("b.2of2", files.finish());
+        for (int round = 0; round < 24; ++round) {
+            const ended result = run("restore", {"--name", "b", "--to", path("in/r")});
+            EXPECT_EQ(result.code, 1);
+            expect_untouched();
+            fs::remove_all(path("in/r"));
+        }
+    }
+};
+
+TEST_F(RacingStreams, DoNotLeadOut) { expect_no_escape(); }
+
+TEST_F(RacingStreams, DoNotLeadOutForSomebodyWhoIsNotRoot) {
+    install_for_everybody();
+    fs::create_directory(path("in"));
+    fs::permissions(path("in"), fs::perms::all);
+    fs::permissions(path("outside"), fs::perms::all);
+    outside_mode = fs::perms::all;
+    expect_no_escape();
 }
 
 } // namespace

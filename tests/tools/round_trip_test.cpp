@@ -107,29 +107,9 @@ TEST_F(Backup, TakesSeveralTreesAndEachNameOnce) {
     EXPECT_EQ(tree_difference(path("b"), path("r/b")), "");
 }
 
-/// The tool for somebody who may not read everything: a copy that anybody may run, on settings and
-/// a store of theirs.
 class UnprivilegedBackup : public ToolTest {
   protected:
-    UnprivilegedBackup() {
-        fs::permissions(root, fs::perms::all);
-        fs::create_directories(path("installed/bin"));
-        fs::create_directories(path("installed/lib"));
-        fs::copy(program, path("installed/bin/throttlectl"));
-        for (const char* library : {PLUGIN, STORAGE_LIBRARY, COMMON_LIBRARY, ORB_LIBRARY}) {
-            fs::copy(library, path("installed/lib"));
-        }
-        give_away("conf");
-        give_away("conf/libstspithrottling.conf");
-        program = path("installed/bin/throttlectl");
-        how.unprivileged = true;
-    }
-
-    void give_away(const std::string& name) const {
-        if (geteuid() == 0) {
-            EXPECT_EQ(chown(path(name).c_str(), unprivileged_user, unprivileged_user), 0);
-        }
-    }
+    UnprivilegedBackup() { install_for_everybody(); }
 };
 
 TEST_F(UnprivilegedBackup, NamesWhatItCanNotReadAndBacksUpTheRest) {
@@ -216,7 +196,8 @@ TEST_F(Restore, ForcedOverAHardLinkLeavesTheOtherNameAlone) {
 TEST_F(Backup, IsNamedAfterTheTimeUnlessNamed) {
     fs::create_directory(path("tree"));
     ASSERT_EQ(run("backup", {path("tree")}).code, 0);
-    EXPECT_THAT(images(), ElementsAre(testing::MatchesRegex("backup-[0-9]+-[0-9]+\\.1of1")));
+    EXPECT_THAT(images(),
+                ElementsAre(testing::MatchesRegex("backup-[0-9]+-[0-9]+-[0-9a-f]+\\.1of1")));
 }
 
 using List = ToolTest;

@@ -7,6 +7,7 @@
 
 #include <cstdlib>
 #include <regex>
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -115,6 +116,32 @@ void ToolTest::fill_store() const {
     EXPECT_EQ(second.write("12345", 5, 0, moved), STS_OK);
     second.close(STS_CLOSE_COMPLETE);
     there.close();
+}
+
+void ToolTest::install_for_everybody() {
+    fs::permissions(root, fs::perms::all);
+    fs::create_directories(path("installed/bin"));
+    fs::create_directories(path("installed/lib"));
+    fs::copy(program, path("installed/bin/throttlectl"));
+    for (const char* library : {PLUGIN, STORAGE_LIBRARY, COMMON_LIBRARY, ORB_LIBRARY}) {
+        fs::copy(library, path("installed/lib"));
+    }
+    give_away("conf");
+    give_away("conf/libstspithrottling.conf");
+    if (fs::exists(path("store"))) {
+        give_away("store");
+        for (const auto& each : fs::recursive_directory_iterator(path("store"))) {
+            give_away(each.path().string());
+        }
+    }
+    program = path("installed/bin/throttlectl");
+    how.unprivileged = true;
+}
+
+void ToolTest::give_away(const std::string& name) const {
+    if (geteuid() == 0) {
+        EXPECT_EQ(chown(path(name).c_str(), unprivileged_user, unprivileged_user), 0);
+    }
 }
 
 void write_text(const std::string& path, const std::string& text) { conf_dir::write(path, text); }

@@ -42,6 +42,11 @@ class ToolTest : public testing::Test {
     /// group "full", with metadata, and "b".
     void fill_store() const;
 
+    /// From now on the tool is run by somebody who may not read everything, where we are root: a
+    /// copy that anybody may run, on settings of theirs.
+    void install_for_everybody();
+    void give_away(const std::string& name) const;
+
     std::filesystem::path root;
     process_options how; ///< to run the tool
     std::string program;
