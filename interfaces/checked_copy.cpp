@@ -59,7 +59,9 @@ class Copier {
 
     // --- chunks, of which values are made if their sender likes ---
 
-    CORBA::ULong here() const { return from_.currentInputPtr(); }
+    // Newer releases of the ORB count in size_t; no message is that long.
+    CORBA::ULong here() const { return static_cast<CORBA::ULong>(from_.currentInputPtr()); }
+    CORBA::ULong written() const { return static_cast<CORBA::ULong>(to_.currentOutputPtr()); }
 
     /// The chunk goes on, or the next one starts, before `size` octets of a value's state.
     void expect(CORBA::ULong alignment, CORBA::ULong size) {
@@ -629,7 +631,7 @@ void Copier::value(const Shape& formal) {
         bad();
     }
     (FIRST_VALUE_TAG | ONE_ID) >>= to_;
-    const CORBA::ULong copied_to = to_.currentOutputPtr() - static_cast<CORBA::ULong>(sizeof tag);
+    const CORBA::ULong copied_to = written() - static_cast<CORBA::ULong>(sizeof tag);
     put(id);
     const bool is_chunked = (tag & CHUNKED) != 0;
     if (is_chunked) {
@@ -652,7 +654,7 @@ void Copier::indirection(const Shape& formal) {
     }
     values_[position] = earlier;
     INDIRECTION >>= to_;
-    (earlier.copied_to - to_.currentOutputPtr()) >>= to_;
+    (earlier.copied_to - written()) >>= to_;
 }
 
 /// Reads what is between a value's tag and its state, which is in no chunk, and gives its id.

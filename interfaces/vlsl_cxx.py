@@ -351,6 +351,24 @@ def add_tables(tree):
         out.write(TABLES % {name: "    " + ",\n    ".join(rows) for name, rows in tables.items()})
 
 
+# A union's member for which there was no memory is a null pointer, and copies as one.
+def mend_union_copy():
+    mend(
+        header_template,
+        "union_ctor_case",
+        "@name@(_value.@name@()); break;",
+        """\
+if (vlsl_support::is_there(_value._pd_@name@)) {
+    @name@(_value.@name@());
+  }
+  else {
+    _release_member();
+    _pd_@name@ = _value._pd_@name@;
+  }
+  break;""",
+    )
+
+
 def mend_includes():
     includes = "@cxx_direct_include@\n"
     ours = "#include <checked_copy.h>\n#include <vlsl_support.h>\n"
@@ -367,6 +385,7 @@ def run(tree, args):
         mend_is_a,
         mend_reference_factory,
         mend_unmarshalling,
+        mend_union_copy,
         mend_includes,
     ):
         mending()

@@ -23,6 +23,16 @@ Value* allocated(Value* value) {
     return value;
 }
 
+// Whether a union's member is more than a null pointer.
+template <class Member>
+bool is_there(const Member&) {
+    return true;
+}
+template <class Member>
+bool is_there(Member* const& member) {
+    return member != nullptr;
+}
+
 // IEEE 754 binary128, the form of a long double on the wire.
 #if __LDBL_MANT_DIG__ == 113
 typedef long double Binary128;
