@@ -148,23 +148,17 @@ CORBA::ULong part_of(const ACE_Time_Value& whole, clock::duration spent, size_t 
 }
 
 /// Whether anybody answers for the object within so many milliseconds, whatever the answer. Asks
-/// what begins nothing. Where nobody does and it is the last one, that failure is thrown.
-bool answers(CORBA::Object* object, CORBA::ULong timeout, bool is_last) {
+/// what begins nothing.
+bool answers(CORBA::Object* object, CORBA::ULong timeout) {
     omniORB::setClientCallTimeout(object, timeout);
-    const auto failed = [is_last] {
-        if (is_last) {
-            throw;
-        }
-        return false;
-    };
     try {
         object->_non_existent();
     } catch (const CORBA::COMM_FAILURE&) {
-        return failed();
+        return false;
     } catch (const CORBA::TRANSIENT&) {
-        return failed();
+        return false;
     } catch (const CORBA::TIMEOUT&) {
-        return failed();
+        return false;
     } catch (const CORBA::SystemException&) {
         // an answer, too
     }
@@ -213,17 +207,22 @@ CORBA::Object* Orb::connect(const std::string& host, const std::string& service,
     if (port.empty()) {
         return nullptr;
     }
-    const std::vector<std::string> addresses = addresses_of(host);
+    std::vector<std::string> addresses = addresses_of(host);
     if (addresses.empty()) {
-        throw CORBA::TRANSIENT(omni::TRANSIENT_NoUsableProfile, CORBA::COMPLETED_NO);
+        addresses.push_back(host); // whoever uses the object hears that it has none
     }
+    // The last one, mostly the only one, is taken unasked: whoever uses it hears what is wrong.
     const clock::time_point start = clock::now();
     for (size_t tried = 0;; ++tried) {
         const size_t left = addresses.size() - tried;
         const std::string name = corbaloc(force_oxss_iop, addresses[tried], port, key);
         CORBA::Object_var object = orb->string_to_object(name.c_str());
-        const bool is_last = left == 1;
-        if (answers(object, part_of(timeout, clock::now() - start, left), is_last)) {
+        const CORBA::ULong part = part_of(timeout, clock::now() - start, left);
+        if (left == 1) {
+            omniORB::setClientCallTimeout(object, addresses.size() > 1 ? part : 0);
+            return object._retn();
+        }
+        if (answers(object, part)) {
             return object._retn();
         }
     }

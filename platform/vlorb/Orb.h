@@ -25,11 +25,12 @@ class __attribute__((visibility("default"))) Orb {
     /// Stops the ORB: its connections and threads go with the last Orb of the process.
     virtual ~Orb();
 
-    /// The object `key` of `service` at the first address of `host`, in the resolver's order, at
-    /// which anybody answers; the caller owns the reference. All addresses together get `timeout`,
-    /// zero is no bound; one that refuses is passed over at once, one that says nothing costs its
-    /// equal part. Null when VLSL_PORT is no port, which the log tells. Throws COMM_FAILURE,
-    /// TIMEOUT or TRANSIENT when none answers. The other arguments aren't used here.
+    /// The object `key` of `service` on `host`; the caller owns the reference. Null when
+    /// VLSL_PORT is no port, which the log tells. Where the name has several addresses, each is
+    /// asked in the resolver's order whether the object is there, until one answers; the last one,
+    /// mostly the only one, is taken unasked, and nothing remote happens until the reference is
+    /// used. All addresses together get `timeout`, zero is no bound: one that refuses is passed over
+    /// at once, one that says nothing costs its equal part. The other arguments aren't used here.
     virtual CORBA::Object* connect(const std::string& host, const std::string& service,
                                    const std::string& key, const ACE_Time_Value& timeout,
                                    const ACE_Time_Value& second_timeout, const bool& first_flag,
