@@ -288,10 +288,10 @@ int rewrite_file(const sts_session_def_v7_t* session, const throttling_config_s&
         }
         return status;
     }
-    if (onet_chown_service_user_if_root(plugin_config_path, 0) != 0) {
-        return STS_ERR_FILE;
-    }
-    if (chmod(plugin_config_path, 0644) < 0) {
+    struct stat file = {};
+    const bool is_device = stat(plugin_config_path, &file) == 0 && S_ISCHR(file.st_mode);
+    if (!is_device && (onet_chown_service_user_if_root(plugin_config_path, 0) != 0 ||
+                       chmod(plugin_config_path, 0644) < 0)) { // a device is the system's
         return STS_ERR_FILE;
     }
     log_msg(session, who, 1, STS_SEV_DEBUG, "leave.");

@@ -330,6 +330,9 @@ int replace_settings(const char* path, const char* text, const settings_seen* se
     const path_text target = behind_links(path);
     struct stat file = {};
     const bool exists = stat(path, &file) == 0;
+    if (exists && S_ISCHR(file.st_mode) && seen == nullptr) {
+        return write_through(path, text);
+    }
     if (exists && !S_ISREG(file.st_mode)) {
         return STS_ERR_END_OF_LIST;
     }

@@ -45,7 +45,8 @@ class directory_lock {
 };
 
 /// Puts `text` in the place of what `path` holds, whole or not at all where the directory takes
-/// another file; a link, and a file that has several names or another owner, is written through.
+/// another file; a link, a device, and a file that has several names or another owner, is written
+/// through.
 /// `seen` is what the text stems from; null: nothing. STS_ERR_END_OF_LIST: the file can't be opened
 /// for writing; STS_ERR_FILE: the text can't be written; settings_left: what it stems from couldn't
 /// be read; settings_overtaken: the file is no longer as it was seen. Unless it answers 0 the file
