@@ -147,12 +147,13 @@ class Streams : public testing::TestWithParam<load> {
         std::vector<std::thread> threads;
         for (int each = 0; each < asked.streams; ++each) {
             threads.emplace_back([&] {
+                connector.check_bandwidth(&sample, 0, 1); // the first of an image, before any byte
                 --at_the_line;
                 while (at_the_line > 0) {
                     std::this_thread::yield();
                 }
-                for (int force = 1; clock.now() < end; force = 0) {
-                    connector.check_bandwidth(&sample, 0, force);
+                while (clock.now() < end) {
+                    connector.check_bandwidth(&sample, 0, 0);
                     if (asked.transfer != 0) {
                         clock.sleep(asked.transfer);
                     }
