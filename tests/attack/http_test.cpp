@@ -274,8 +274,8 @@ class LargestStatus : public testing::Test {
 
     moment now_ = this_moment();
     ledger book_{3600, now_, [](const log_line&) {}};
-    port_reservation place_{"127.0.0.1", 0};
-    web_server server_{{place_.descriptor()}, book_};
+    listening_sockets place_{{"127.0.0.1"}, 0};
+    web_server server_{place_.descriptors(), book_};
 
     void SetUp() override {
         now_.wall -= history_step * static_cast<int64_t>(history_points);
