@@ -160,9 +160,6 @@ class maker {
             CORBA::ULong{0} >>= to_;
             break;
         case CORBA::tk_except:
-            to_.marshalRawString(shape.id.c_str());
-            members(shape);
-            break;
         case CORBA::tk_struct:
             members(shape);
             break;

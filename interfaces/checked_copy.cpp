@@ -12,8 +12,9 @@ namespace vlsl_support {
 namespace {
 
 constexpr unsigned DEEPEST = 256;          ///< types in each other, in data
-constexpr std::size_t HEAVIEST = 65'536;   ///< weight of the type of an `any`
+constexpr std::size_t HEAVIEST = 65'536;   ///< weight of the types in a message beside its octets
 constexpr unsigned MOST_HEAVY = 65'536;    ///< `any`s, type codes and values in a message
+constexpr unsigned char LAST_LABEL = 0x7f; ///< a letter that is the same in all code sets
 constexpr CORBA::ULong MOST_IDS = 64;      ///< of one value
 constexpr CORBA::ULong LONGEST_ID = 4'096; ///< octets
 constexpr CORBA::ULong LARGEST_WCHAR = 8;  ///< octets
@@ -207,8 +208,8 @@ class Copier {
         });
         return all;
     }
-    void put(const Octets& octets) {
-        to_.put_octet_array(octets.data(), static_cast<int>(octets.size()));
+    void put(const Octets& octets, omni::alignment_t alignment = omni::ALIGN_1) {
+        to_.put_octet_array(octets.data(), static_cast<int>(octets.size()), alignment);
     }
     void put(const std::string& text) {
         const CORBA::ULong size = static_cast<CORBA::ULong>(text.size()) + 1;
@@ -395,36 +396,32 @@ class Copier {
     const Shape* type_code() {
         heavy();
         Octets plain; // in this machine's byte order up to the octets, which have their own
-        const auto keep = [&](const void* number, std::size_t size) {
-            const auto* const start = static_cast<const unsigned char*>(number);
-            plain.insert(plain.end(), start, start + size);
+        const auto read_next = [&](auto number) {
+            number = read<decltype(number)>();
+            const auto* const start = reinterpret_cast<const unsigned char*>(&number);
+            plain.insert(plain.end(), start, start + sizeof number);
+            return number;
         };
-        const auto kind = number<CORBA::ULong>();
-        keep(&kind, sizeof kind);
+        const auto kind = read_next(CORBA::ULong{});
         switch (static_cast<int>(kind)) {
         case CORBA::tk_string:
-        case CORBA::tk_wstring: {
-            const auto longest = number<CORBA::ULong>();
-            keep(&longest, sizeof longest);
+        case CORBA::tk_wstring:
+            read_next(CORBA::ULong{});
             break;
-        }
-        case CORBA::tk_fixed: {
-            const auto digits = number<CORBA::UShort>();
-            const auto scale = number<CORBA::UShort>();
-            keep(&digits, sizeof digits);
-            keep(&scale, sizeof scale);
+        case CORBA::tk_fixed:
+            read_next(CORBA::UShort{});
+            read_next(CORBA::UShort{});
             break;
-        }
         default:
             if (has_octets(kind)) {
-                const auto size = number<CORBA::ULong>();
-                const Octets parameters = kept(size);
-                put(parameters);
-                keep(&size, sizeof size);
+                const Octets parameters = kept(read_next(CORBA::ULong{}));
                 plain.insert(plain.end(), parameters.begin(), parameters.end());
             }
         }
-        return sent_.read(plain, false, HEAVIEST, completed_);
+        Octets canonical;
+        const Shape* const shape = sent_.read(plain, HEAVIEST + here(), completed_, canonical);
+        put(canonical, omni::ALIGN_4);
+        return shape;
     }
     static bool has_octets(CORBA::ULong kind) {
         switch (static_cast<int>(kind)) {
@@ -558,10 +555,7 @@ void Copier::copy(const Shape& shape) {
     case CORBA::tk_objref:
         object();
         break;
-    case CORBA::tk_except:
-        text(0); // its id
-        members(shape);
-        break;
+    case CORBA::tk_except: // the ORB has no id before it in an `any`
     case CORBA::tk_struct:
         members(shape);
         break;
@@ -590,8 +584,13 @@ std::int64_t Copier::discriminator(const Shape& shape) {
     switch (static_cast<int>(shape.kind)) {
     case CORBA::tk_boolean:
         return boolean();
-    case CORBA::tk_char:
-        return octet();
+    case CORBA::tk_char: {
+        const unsigned char letter = octet();
+        if (letter > LAST_LABEL) {
+            bad();
+        }
+        return letter;
+    }
     case CORBA::tk_short:
         return static_cast<CORBA::Short>(number<CORBA::UShort>());
     case CORBA::tk_ushort:

@@ -70,16 +70,18 @@ struct Shape {
 /// Owns shapes, which stay where they are.
 class Shapes {
   public:
-    /// The shape of a type whose code this is in CDR; `swapped` as for a Cursor. Its weight may be
-    /// `heaviest`, of 32 bits, at most.
-    const Shape* read(const Octets& type_code, bool swapped, std::size_t heaviest,
-                      CORBA::ULong completed);
+    /// The shape of a type that a peer sent. Its code is in CDR, its kind and the number behind that in
+    /// this machine's byte order; `canonical` gets what the ORB may read of it. The types that were
+    /// read so far may weigh `heaviest` together.
+    const Shape* read(const Octets& type_code, std::size_t heaviest, CORBA::ULong completed,
+                      Octets& canonical);
     /// The shape of a type of ours.
     const Shape* of(CORBA::TypeCode_ptr type);
 
   private:
     friend class TypeCodeReader;
     std::deque<Shape> all_;
+    std::size_t weight_ = 0;
 };
 
 /// A value or an exception, by its repository id.
@@ -107,6 +109,8 @@ struct Factory {
 extern const Factory factories[];
 extern const std::size_t factory_count;
 
+/// Null when the id is none of ours.
+const CORBA::TypeCode_ptr* known_type(const std::string& id);
 /// Null when the id is none of ours. Like shape_of, it reads a type code once and keeps its shape.
 const Shape* known_shape(const std::string& id);
 const Shape* shape_of(const CORBA::TypeCode_ptr& type);

@@ -2,6 +2,7 @@
 // type codes, sequences, texts, references, and values in each other. Values of each form alone are
 // in tests/attack, which needs the same of the service as a whole.
 #include "interfaces/checked_copy.h"
+#include "interfaces/type_shape.h"
 #include "tests/support/hostile_values.h"
 #include "tests/wire/calls.h"
 #include "tests/wire/pattern.h"
@@ -12,6 +13,7 @@
 
 using namespace wire;
 namespace ApplianceMgmt = Corvane::Vaultaro::SL::ApplianceMgmt;
+namespace SL = Corvane::Vaultaro::SL;
 namespace CloudMgmt = Corvane::Vaultaro::SL::CloudMgmt;
 using giop::cdr_writer;
 
@@ -30,6 +32,13 @@ giop::octets checked(const CORBA::TypeCode_ptr& type, const cdr_writer& message)
     const CORBA::TypeCode_ptr* const types[] = {&type};
     vlsl_support::CheckedCopy copy(stream, types);
     return written(copy);
+}
+
+cdr_writer octets_of(cdrMemoryStream& stream) {
+    cdr_writer out;
+    const auto* const start = static_cast<const unsigned char*>(stream.bufPtr());
+    out.raw(giop::octets(start, start + stream.bufSize()));
+    return out;
 }
 
 using put = std::function<void(cdr_writer&)>;
@@ -107,6 +116,77 @@ void put_doubling(cdr_writer& out, int times) {
             }
             last = start;
         }
+    });
+}
+
+/// An alias's id, its name, and what it is an alias of.
+void put_alias(cdr_writer& out, const put& of) {
+    put_type(out, CORBA::tk_alias, [&](cdr_writer& inner) {
+        put_names(inner);
+        of(inner);
+    });
+}
+
+/// A structure of two members. The second one's type is made with where the first one's starts.
+using put_second = std::function<void(cdr_writer&, int32_t)>;
+void put_two(cdr_writer& out, const put& first, const put_second& second) {
+    put_type(out, CORBA::tk_struct, [&](cdr_writer& inner) {
+        put_names(inner);
+        inner.number<uint32_t>(2);
+        inner.text("a");
+        inner.align(4);
+        const auto start = static_cast<int32_t>(inner.size());
+        first(inner);
+        inner.text("b");
+        inner.align(4);
+        second(inner, start);
+    });
+}
+/// An indirection that is at `here` to what is at `position`.
+void put_indirection(cdr_writer& out, int32_t position, int32_t here) {
+    out.number(giop::INDIRECTION_TAG);
+    out.number(position - here - static_cast<int32_t>(sizeof(int32_t)));
+}
+
+/// A value's type of no members, with a base.
+void put_value_type(cdr_writer& out, const char* id, const put& base, const put& members) {
+    put_type(out, CORBA::tk_value, [&](cdr_writer& inner) {
+        inner.text(id);
+        inner.text("x");
+        inner.number<int16_t>(0);
+        base(inner);
+        members(inner);
+    });
+}
+void put_no_base(cdr_writer& out) { put_simple(out, CORBA::tk_null); }
+void put_members(cdr_writer& out, const std::vector<CORBA::TCKind>& kinds) {
+    out.number(static_cast<uint32_t>(kinds.size()));
+    for (const CORBA::TCKind kind : kinds) {
+        out.text("m");
+        put_simple(out, kind);
+        if (kind == CORBA::tk_string) {
+            out.number<uint32_t>(0);
+        }
+        out.number<int16_t>(CORBA::PUBLIC_MEMBER);
+    }
+}
+
+/// A union of one member, a long, which is chosen by a type and a label.
+void put_union(cdr_writer& out, const put& discriminator, const put& label) {
+    put_type(out, CORBA::tk_union, [&](cdr_writer& inner) {
+        put_names(inner);
+        discriminator(inner);
+        inner.number<int32_t>(-1);
+        inner.number<uint32_t>(1);
+        label(inner);
+        inner.text("m");
+        put_simple(inner, CORBA::tk_long);
+    });
+}
+
+void put_pair_type(cdr_writer& out) {
+    put_value_type(out, PAIR, put_no_base, [](cdr_writer& inner) {
+        put_members(inner, {CORBA::tk_string, CORBA::tk_string});
     });
 }
 
@@ -233,6 +313,74 @@ std::vector<odd> hostile_type_codes() {
                  inner.number<float>(1);
                  inner.text("m");
                  put_simple(inner, CORBA::tk_long);
+             });
+         }},
+        {"OfAUnionChosenByALetterThatIsNotOfAllCodeSets",
+         [](cdr_writer& out) {
+             put_union(
+                 out, [](cdr_writer& inner) { put_simple(inner, CORBA::tk_char); },
+                 [](cdr_writer& inner) { inner.octet(0xe4); });
+         }},
+        {"OfAUnionChosenByNoneOfItsEnumerators",
+         [](cdr_writer& out) {
+             put_union(
+                 out,
+                 [](cdr_writer& inner) {
+                     put_type(inner, CORBA::tk_enum, [](cdr_writer& names) {
+                         put_names(names);
+                         names.number<uint32_t>(1);
+                         names.text("one");
+                     });
+                 },
+                 [](cdr_writer& inner) { inner.number<uint32_t>(1); });
+         }},
+        {"OfAStructureThatHoldsASequenceOfItself", // legal, but none of the service's is
+         [](cdr_writer& out) {
+             put_type(out, CORBA::tk_struct, [](cdr_writer& inner) {
+                 put_names(inner);
+                 inner.number<uint32_t>(1);
+                 inner.text("m");
+                 inner.align(4);
+                 const auto start = inner.size();
+                 put_sequence_type(inner, [start](cdr_writer& element) {
+                     element.number(giop::INDIRECTION_TAG);
+                     element.number(-static_cast<int32_t>(8 + start + 8 + element.size()));
+                 });
+             });
+         }},
+        {"OfAValueThatTheServiceHasnt",
+         [](cdr_writer& out) {
+             put_value_type(out, "IDL:x:1.0", put_no_base,
+                            [](cdr_writer& inner) { put_members(inner, {CORBA::tk_long}); });
+         }},
+        {"OfAValueThatIsAnotherInTheService",
+         [](cdr_writer& out) {
+             put_value_type(out, PAIR, put_no_base,
+                            [](cdr_writer& inner) { put_members(inner, {CORBA::tk_string}); });
+         }},
+        {"OfAnExceptionByTheIdOfAValue", // no value, whatever it is called
+         [](cdr_writer& out) {
+             put_value_type(out, "IDL:Corvane/Vaultaro/SL/VLSLOpException:1.0", put_no_base,
+                            [](cdr_writer& inner) { put_members(inner, {}); });
+         }},
+        {"OfAValueWhoseBaseIsALong",
+         [](cdr_writer& out) {
+             put_value_type(
+                 out, PAIR, [](cdr_writer& inner) { put_simple(inner, CORBA::tk_long); },
+                 [](cdr_writer& inner) {
+                     put_members(inner, {CORBA::tk_string, CORBA::tk_string});
+                 });
+         }},
+        {"OfManyTypes",
+         [](cdr_writer& out) {
+             put_type(out, CORBA::tk_struct, [](cdr_writer& inner) {
+                 constexpr uint32_t many = 5000;
+                 put_names(inner);
+                 inner.number<uint32_t>(many);
+                 for (uint32_t i = 0; i < many; ++i) {
+                     inner.text("m");
+                     put_simple(inner, CORBA::tk_long);
+                 }
              });
          }},
         {"OfAFixedOfTooManyDigits",
@@ -540,22 +688,84 @@ TEST(CheckedAny, TakesTheTypesThatAreLegal) {
                 out.number(i);
             }
         },
-        [](cdr_writer& out) { // a structure that holds a sequence of its own type
-            put_type(out, CORBA::tk_struct, [](cdr_writer& inner) {
-                put_names(inner);
-                inner.number<uint32_t>(1);
-                inner.text("m");
-                inner.align(4);
-                const auto start = inner.size();
-                put_sequence_type(inner, [start](cdr_writer& element) {
-                    element.number(giop::INDIRECTION_TAG);
-                    element.number(-static_cast<int32_t>(8 + start + 8 + element.size()));
+        [](cdr_writer& out) { // no octets
+            put_counted_members(out, CORBA::tk_struct, 0);
+        },
+        [](cdr_writer& out) { // two of one union
+            put_two(
+                out,
+                [](cdr_writer& inner) {
+                    put_union(
+                        inner, [](cdr_writer& type) { put_simple(type, CORBA::tk_longlong); },
+                        [](cdr_writer& label) { label.number<int64_t>(-2); });
+                },
+                [](cdr_writer& inner, int32_t first) {
+                    put_indirection(inner, first, static_cast<int32_t>(inner.size()));
                 });
+            out.number<int64_t>(-2);
+            out.number<int32_t>(7);
+            out.number<int64_t>(3);
+        },
+        [](cdr_writer& out) { // chosen by true, whatever that is to the sender
+            put_union(
+                out, [](cdr_writer& inner) { put_simple(inner, CORBA::tk_boolean); },
+                [](cdr_writer& inner) { inner.octet(2); });
+            out.octet(3);
+            out.number<int32_t>(7);
+        },
+        [](cdr_writer& out) {
+            put_union(
+                out, [](cdr_writer& inner) { put_simple(inner, CORBA::tk_char); },
+                [](cdr_writer& inner) { inner.octet('c'); });
+            out.octet('c');
+            out.number<int32_t>(7);
+        },
+        [](cdr_writer& out) {
+            put_pair_type(out);
+            out.number(giop::VALUE_TAG_WITH_ID);
+            out.text(PAIR);
+            pair.put_state(out);
+        },
+        [](cdr_writer& out) { // a base that is an alias, which the ORB doesn't survive
+            put_value_type(
+                out, PAIR, [](cdr_writer& inner) { put_alias(inner, put_no_base); },
+                [](cdr_writer& inner) {
+                    put_members(inner, {CORBA::tk_string, CORBA::tk_string});
+                });
+            out.number<uint32_t>(0);
+        },
+        [](cdr_writer& out) { // the same by an indirection
+            put_two(
+                out, [](cdr_writer& inner) { put_alias(inner, put_no_base); },
+                [](cdr_writer& inner, int32_t first) {
+                    const auto start = static_cast<int32_t>(inner.size());
+                    put_type(inner, CORBA::tk_value, [&](cdr_writer& value) {
+                        value.text(PAIR);
+                        value.text("x");
+                        value.number<int16_t>(0);
+                        value.align(4);
+                        put_indirection(value, first,
+                                        start + 8 + static_cast<int32_t>(value.size()));
+                        put_members(value, {CORBA::tk_string, CORBA::tk_string});
+                    });
+                });
+            out.number<uint32_t>(0);
+        },
+        [](cdr_writer& out) { // a value, and again the type of its members
+            put_two(out, put_pair_type, [](cdr_writer& inner, int32_t first) {
+                cdr_writer head = cdr_writer::encapsulation(inner.little_endian());
+                head.text(PAIR);
+                head.text("x");
+                head.number<int16_t>(0);
+                put_no_base(head);
+                head.number<uint32_t>(2);
+                head.text("m");
+                head.align(4);
+                put_indirection(inner, first + 8 + static_cast<int32_t>(head.size()),
+                                static_cast<int32_t>(inner.size()));
             });
-            out.number<uint32_t>(2);
             out.number<uint32_t>(0);
-            out.number<uint32_t>(1);
-            out.number<uint32_t>(0);
+            out.text("again");
         },
         [](cdr_writer& out) {
             put_simple(out, CORBA::tk_fixed);
@@ -578,6 +788,56 @@ TEST(CheckedAny, TakesTheTypesThatAreLegal) {
         }
         ++which;
     }
+}
+
+TEST(CheckedAny, HoldsAnExceptionAsTheOrbWritesIt) {
+    const SL::VLSLOpException sent(1, 2, "host", SL::ErrorRecordSeq());
+    CORBA::Any any;
+    any <<= sent;
+    cdrMemoryStream stream;
+    any >>= stream;
+    const giop::octets copy = checked(CORBA::_tc_any, octets_of(stream));
+    cdrMemoryStream again(const_cast<unsigned char*>(copy.data()), copy.size());
+    CORBA::Any received;
+    received <<= again;
+    const SL::VLSLOpException* exception = nullptr;
+    ASSERT_TRUE(received >>= exception);
+    EXPECT_EQ(exception->domain, 1);
+}
+
+TEST(CheckedTypeCode, OfEachOfOursIsTheSame) {
+    for (std::size_t i = 0; i < vlsl_support::known_type_count; ++i) {
+        SCOPED_TRACE(vlsl_support::known_types[i].id);
+        const CORBA::TypeCode_ptr type = *vlsl_support::known_types[i].type;
+        cdrMemoryStream stream;
+        CORBA::TypeCode::marshalTypeCode(type, stream);
+        giop::octets copy;
+        ASSERT_NO_THROW(copy = checked(CORBA::_tc_TypeCode, octets_of(stream)));
+        cdrMemoryStream again(copy.data(), copy.size());
+        const CORBA::TypeCode_var received = CORBA::TypeCode::unmarshalTypeCode(again);
+        EXPECT_TRUE(received->equal(type));
+        EXPECT_EQ(again.currentInputPtr(), copy.size());
+    }
+}
+
+// Tables of each type's parts, which the ORB makes, are as large as all that it names together.
+TEST(CheckedTypeCode, CannotBeHeavyInEachOfItsAliases) {
+    cdr_writer message;
+    put type = [](cdr_writer& out) { put_doubling(out, 13); };
+    for (int i = 0; i < 20; ++i) {
+        type = [type](cdr_writer& out) { put_alias(out, type); };
+    }
+    type(message);
+    EXPECT_THROW(checked(CORBA::_tc_TypeCode, message), CORBA::MARSHAL);
+}
+TEST(CheckedTypeCode, CannotBeHeavyTogetherWithOthers) {
+    cdr_writer message;
+    message.number<uint32_t>(10);
+    for (int i = 0; i < 10; ++i) {
+        put_sequence_type(message, [](cdr_writer& out) { put_doubling(out, 12); });
+        message.number<uint32_t>(0);
+    }
+    EXPECT_THROW(checked(Orvessa::CSF::_tc_AnySeq, message), CORBA::MARSHAL);
 }
 
 // --- the rest ----------------------------------------------------------------------------------
