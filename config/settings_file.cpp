@@ -8,6 +8,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <libgen.h>
+#include <limits.h>
 #include <string_view>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -69,10 +70,6 @@ bool take_lock(int directory, int operation) {
 
 // --- paths -------------------------------------------------------------------------------------
 
-struct free_text {
-    void operator()(char* text) const { free(text); }
-};
-
 /// A path of its own size at most; empty where it doesn't fit.
 struct path_text {
     char text[4096] = "";
@@ -93,9 +90,10 @@ struct path_text {
 
 /// The file itself, behind all links; empty where there is none behind a link, or no way to it.
 path_text behind_links(const char* path) {
-    const std::unique_ptr<char, free_text> found(realpath(path, nullptr));
-    if (found != nullptr) {
-        return path_text(found.get());
+    static_assert(sizeof path_text::text >= PATH_MAX);
+    path_text found;
+    if (realpath(path, found.text) != nullptr) {
+        return found;
     }
     struct stat link = {};
     return errno == ENOENT && lstat(path, &link) != 0 ? path_text(path) : path_text();
