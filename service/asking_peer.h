@@ -1,4 +1,4 @@
-// Who sent the request that a thread answers. The kernel is asked once for each connection.
+// Who sent the request that a thread answers.
 #pragma once
 
 #include <string>

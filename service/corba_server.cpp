@@ -45,7 +45,8 @@ CORBA::ORB_ptr start_orb(int64_t lease) {
         {"endPoint", transport::endpoint_name},
         // A thread is had for a request, not for a connection.
         {"threadPerConnectionPolicy", "0"},
-        {"maxServerThreadPoolSize", std::to_string(transport::most_lingering + 64)},
+        {"maxServerThreadPoolSize",
+         std::to_string(transport::most_lingering + transport::most_answered + 64)},
         {"maxServerThreadPerConnection", "4"},
         {"giopMaxMsgSize", std::to_string(longest_message)},
         {"inConScanPeriod", std::to_string(idle_time(lease))},

@@ -13,7 +13,6 @@ namespace {
 constexpr const char* flow_names[] = {"reads", "writes"};
 constexpr size_t longest_label = 63;
 constexpr ptrdiff_t most_listed = 5;
-const std::string own_name = "the service itself"; ///< among the peers that wait for the book
 
 /// Seconds of silence after which a flow ends.
 int64_t silence_of_flow(const throttling_config_s& settings) {
@@ -84,12 +83,10 @@ std::string short_name(session_number number) {
 ledger::ledger(int64_t lease, moment now, log_sink log)
     : lease_(lease), started_(now.uptime), lines_(std::move(log)), last_point_(now.uptime) {}
 
-/// The time that the book is locked, for a peer or for the service itself. Lines that were made in
-/// it are handed over after it.
+/// The time that the book is locked. Lines that were made in it are handed over after it.
 class ledger::turn {
   public:
-    explicit turn(ledger& book) : book_(book) { book_.lock_.lock(own_name); }
-    turn(ledger& book, const caller& who) : book_(book) { book_.lock_.lock(who.peer); }
+    explicit turn(ledger& book) : book_(book) { book_.lock_.lock(); }
     ~turn() {
         book_.lock_.unlock();
         book_.lines_.hand_over();
@@ -132,7 +129,7 @@ bool ledger::make_room_for_session(const account_entry& whose) {
 // --- sessions ----------------------------------------------------------------------------------
 
 bool ledger::open(const caller& who, moment now) {
-    const turn mine(*this, who);
+    const turn mine(*this);
     expire(now);
     if (sessions_.count(who.session) != 0) {
         return false;
@@ -147,13 +144,13 @@ bool ledger::open(const caller& who, moment now) {
 }
 
 void ledger::hear(const caller& who, moment now) {
-    const turn mine(*this, who);
+    const turn mine(*this);
     expire(now);
     heard(who, now);
 }
 
 void ledger::close(const caller& who, moment now) {
-    const turn mine(*this, who);
+    const turn mine(*this);
     expire(now);
     const auto which = sessions_.find(who.session);
     if (which != sessions_.end()) {
@@ -346,7 +343,7 @@ const throttling_config_s& ledger::settings_of(const storage_entry& which) const
 }
 
 int32_t ledger::configure(const caller& who, const std::string& text, moment now) {
-    const turn mine(*this, who);
+    const turn mine(*this);
     expire(now);
     if (text.size() > longest_text) {
         return malformed(who.session, STS_ERR_INVALID,
@@ -410,7 +407,7 @@ bool ledger::can_be_dropped(const storage_entry& which) const {
 
 answer ledger::check_connections(const caller& who, const std::string& key,
                                  const std::string& session_text, int32_t delta, moment now) {
-    const turn mine(*this, who);
+    const turn mine(*this);
     expire(now);
     const auto parsed = parse_key(key);
     if (!parsed) {
@@ -449,7 +446,7 @@ answer ledger::check_connections(const caller& who, const std::string& key,
 answer ledger::check_bandwidth(const caller& who, const std::string& key,
                                const std::string& session_text, const sample& reported,
                                moment now) {
-    const turn mine(*this, who);
+    const turn mine(*this);
     expire(now);
     const auto parsed = parse_key(key);
     if (!parsed || parsed->operation != reported.operation) {
@@ -479,7 +476,7 @@ answer ledger::check_bandwidth(const caller& who, const std::string& key,
 }
 
 answer ledger::refuse(const caller& who, const std::string& why, moment now) {
-    const turn mine(*this, who);
+    const turn mine(*this);
     expire(now);
     return malformed(who.session, STS_ERR_INVALID, why);
 }

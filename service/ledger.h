@@ -18,10 +18,9 @@
 // those who have less: of its own, what has been silent longest leaves first. So however much one
 // peer takes, another gets its part.
 //
-// No CORBA and no clock in here. Every call may come from any thread, and peers are heard in turn.
+// No CORBA and no clock in here. Every call may come from any thread.
 #pragma once
 
-#include "service/fair_mutex.h"
 #include "service/limits.h"
 #include "service/line_queue.h"
 #include "service/log_line.h"
@@ -36,6 +35,7 @@
 #include <limits>
 #include <list>
 #include <map>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <unordered_map>
@@ -272,7 +272,7 @@ class ledger {
     line_queue lines_;
     tally false_keys_{"requests for objects that don't exist"};
 
-    fair_mutex lock_;
+    std::mutex lock_;
     account_map accounts_;
     session_map sessions_;
     std::list<session_number> silent_longest_;     ///< the sessions, whoever spoke last at the end

@@ -41,23 +41,15 @@ void unmap(place& which) {
 
 /// None for what is no TCP address.
 std::optional<place> parse(std::string_view address) {
-    size_t host = 0; // behind "giop:tcp:", or another transport
-    for (int colon = 0; colon < 2; ++colon) {
-        host = address.find(':', host);
-        if (host == std::string_view::npos) {
-            return std::nullopt;
-        }
-        ++host;
-    }
     const size_t colon = address.rfind(':');
-    if (colon <= host) {
+    if (colon == std::string_view::npos) {
         return std::nullopt;
     }
     place found = {};
     uint16_t port = 0;
     const char* const end = address.data() + address.size();
     const auto [behind, error] = std::from_chars(address.data() + colon + 1, end, port);
-    std::string_view text = address.substr(host, colon - host);
+    std::string_view text = address.substr(0, colon);
     found.family = AF_INET;
     if (text.size() > 2 && text.front() == '[' && text.back() == ']') {
         text = text.substr(1, text.size() - 2);

@@ -14,9 +14,8 @@ struct peer {
     std::string name() const;
 };
 
-/// The peer of a connection between two addresses as the ORB writes them, such as
-/// "giop:tcp:127.0.0.1:4711" and "giop:tcp:[::1]:4711". Asks the kernel, which takes some
-/// microseconds.
+/// The peer of a connection between two addresses such as "127.0.0.1:4711" and "[::1]:4711". Asks
+/// the kernel, which takes some microseconds.
 peer find_peer(const std::string& peer_address, const std::string& own_address);
 
 /// The user of the same connection by one of the kernel's tables, /proc/net/tcp or tcp6, which is

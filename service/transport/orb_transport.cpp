@@ -1,6 +1,5 @@
 #include "service/transport/orb_transport.h"
 
-#include <atomic>
 #include <new>
 #include <omniORB4/CORBA.h>
 #include <omniORB4/giopEndpoint.h>
@@ -59,21 +58,10 @@ class orb_connection : public omni::giopConnection {
     void clearSelectable() override { from_->unwatch(*guest_); }
     CORBA::Boolean isSelectable() override { return true; }
 
-    /// Whether the thread that has answered goes on with this connection. Up to a number of threads
-    /// wait for that a moment, which saves a busy client the way through the reception. What is
-    /// over is seen by whoever goes on.
-    CORBA::Boolean Peek() override {
-        static std::atomic<int> threads = 0;
-        peer& connection = guest_->connection;
-        peer::condition is = peer::condition::waiting;
-        try {
-            is = ++threads <= most_lingering ? connection.linger() : connection.advance();
-        } catch (const std::bad_alloc&) {
-            connection.end();
-        }
-        --threads;
-        return is == peer::condition::whole || is == peer::condition::over;
-    }
+    /// Whether the thread that has answered goes on with this connection.
+    CORBA::Boolean Peek() override { return from_->linger(*guest_); }
+
+    const std::string& peer_name() const { return guest_->whose->first; }
 
   private:
     ~orb_connection() override { from_->forget(guest_); }
@@ -189,6 +177,10 @@ class implementation : public omni::giopTransportImpl {
 };
 
 } // namespace
+
+const std::string& peer_name(const omni::giopConnection& connection) {
+    return static_cast<const orb_connection&>(connection).peer_name();
+}
 
 void set_reception(std::shared_ptr<reception> from, std::vector<published_address> published) {
     static implementation known; // to the ORB, from now on

@@ -5,14 +5,14 @@
 
 #include "service/transport/reception.h"
 
+namespace omni {
+class giopConnection;
+}
+
 namespace transport {
 
 /// The type of its only endpoint, for the ORB's option endPoint.
 constexpr const char* endpoint_name = "giop:vlsld:reception";
-
-/// How many threads of the ORB may wait for the next request of the client that they answered. Its
-/// pool has to have more.
-constexpr int most_lingering = 256;
 
 /// What references name. An empty host: the first address of this host's that isn't the loopback's,
 /// if there is one.
@@ -24,5 +24,8 @@ struct published_address {
 
 /// What the next endpoint of the ORB is.
 void set_reception(std::shared_ptr<reception> from, std::vector<published_address> published);
+
+/// The name of the peer (service/peer.h) of one of its connections, which live as long as that.
+const std::string& peer_name(const omni::giopConnection& connection);
 
 } // namespace transport

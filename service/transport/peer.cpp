@@ -235,6 +235,8 @@ void peer::close() {
     if (!is_closed_) {
         is_closed_ = true;
         ::close(descriptor_);
+        requests_ = request_assembly(0);
+        output_ = std::string();
     }
 }
 
@@ -262,7 +264,7 @@ std::optional<clock::time_point> peer::deadline_locked() const {
 
 size_t peer::held() const {
     const std::lock_guard<std::mutex> lock(mutex_);
-    return requests_.held();
+    return requests_.held() + output_.size();
 }
 
 } // namespace transport

@@ -46,12 +46,12 @@ class peer {
     bool send(const void* bytes, size_t count);
     /// Nothing more is read or sent; a thread that lingers is woken.
     void end();
-    /// Closes the socket too.
+    /// Closes the socket too, and holds nothing any more.
     void close();
 
     /// When it is over, unless the peer goes on: since it has begun something. None: it is idle.
     std::optional<clock::time_point> deadline() const;
-    size_t held() const; ///< bytes in memory, of what was read
+    size_t held() const; ///< bytes in memory, of what was read and what isn't sent
 
     int descriptor() const { return descriptor_; } ///< to be watched; valid until close
     bool has_tls() const { return has_tls_; }

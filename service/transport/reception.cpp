@@ -1,14 +1,18 @@
 #include "service/transport/reception.h"
 
+#include "service/peer.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <new>
 #include <stdexcept>
 #include <sys/eventfd.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <utility>
 
 namespace transport {
 
@@ -21,14 +25,14 @@ constexpr uint64_t first_guest = 100; ///< between are the listening sockets
 constexpr size_t most_events = 256;   ///< at a time
 constexpr int most_accepted = 64;     ///< at a time
 constexpr int reserve = 32;           ///< descriptors, for all but connections
-/// Deadlines that other threads have set are seen within that.
-constexpr milliseconds longest_wait{500};
+constexpr rlim_t enough_descriptors = 65536;
+constexpr milliseconds expiry_interval{250};
 constexpr milliseconds recovery{100}; ///< after descriptors or memory were short
 
 int descriptor_limit() {
     rlimit limit = {};
     getrlimit(RLIMIT_NOFILE, &limit);
-    return static_cast<int>(std::min<rlim_t>(limit.rlim_cur, 1 << 30));
+    return static_cast<int>(std::min(limit.rlim_cur, enough_descriptors));
 }
 
 bool is_shortage(int error) {
@@ -65,32 +69,25 @@ reception::~reception() {
 }
 
 reception::guest_ptr reception::run(const teller& tell) {
-    for (size_t ready_turns = 0;;) {
-        guest_ptr one;
+    for (;;) {
         {
             const std::lock_guard<std::mutex> lock(mutex_);
             if (is_stopped_) {
                 return nullptr;
             }
-            if (ready_turns != 0 && !ready_.empty()) {
-                one = ready_.front();
-                --ready_turns;
-            }
         }
-        if (!one && next_event_ == events_.size()) {
+        hand_out(tell);
+        if (next_event_ == events_.size()) {
             expire(tell);
             wait_for_events();
-            const std::lock_guard<std::mutex> lock(mutex_);
-            ready_turns = ready_.size();
             continue;
         }
-        if (!one) {
-            const uint64_t number = events_[next_event_++].data.u64;
-            if (number > waker_number && number <= listening_.size()) {
-                accept_from(listening_[number - 1], tell);
-            }
-            one = find(number);
+        const uint64_t number = events_[next_event_++].data.u64;
+        if (number > waker_number && number <= listening_.size()) {
+            accept_from(listening_[number - 1], tell);
+            continue;
         }
+        const guest_ptr one = find(number);
         if (one && serve(one, tell)) {
             return one;
         }
@@ -98,24 +95,12 @@ reception::guest_ptr reception::run(const teller& tell) {
 }
 
 void reception::wait_for_events() {
-    milliseconds longest = longest_wait;
     const clock::time_point now = clock::now();
     if (deaf_until_ && *deaf_until_ <= now) {
         deaf_until_.reset();
         listen_again(true);
     }
-    if (deaf_until_) {
-        longest = recovery;
-    }
-    {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        if (!ready_.empty()) {
-            longest = milliseconds(0);
-        } else if (!stalled_.empty()) {
-            const auto left = stalled_.front()->queued_since + patience - now;
-            longest = std::clamp(std::chrono::ceil<milliseconds>(left), milliseconds(1), longest);
-        }
-    }
+    const milliseconds longest = deaf_until_ ? recovery : expiry_interval;
     events_.resize(most_events);
     next_event_ = 0;
     const int count = epoll_wait(epoll_, events_.data(), static_cast<int>(most_events),
@@ -131,14 +116,10 @@ void reception::accept_from(const address_to_accept& at, const teller& tell) {
     for (int accepted = 0; accepted < most_accepted; ++accepted) {
         const int descriptor = accept4(at.descriptor, nullptr, nullptr, SOCK_CLOEXEC);
         if (descriptor >= 0) {
-            // Whoever has begun nothing, or not gone on, for the longest makes room.
-            if (descriptor < most_descriptors_ || drop_longest_stalled(tell)) {
-                admit(descriptor, at.identity);
-            } else {
-                close(descriptor);
-            }
+            admit(descriptor < most_descriptors_ ? descriptor : replace(descriptor, tell),
+                  at.identity);
         } else if (is_shortage(errno)) {
-            if (!drop_longest_stalled(tell)) {
+            if (!drop_connection(tell)) {
                 deaf_until_ = clock::now() + recovery;
                 listen_again(false);
                 return;
@@ -147,6 +128,14 @@ void reception::accept_from(const address_to_accept& at, const teller& tell) {
             return;
         } // else it was that connection's own error
     }
+}
+
+/// The same at the place of a connection that is dropped for it, so that what is kept for all else
+/// stays free. -1: there is none.
+int reception::replace(int descriptor, const teller& tell) {
+    const int replaced = drop_connection(tell) ? fcntl(descriptor, F_DUPFD_CLOEXEC, 0) : -1;
+    close(descriptor);
+    return replaced;
 }
 
 void reception::listen_again(bool is_on) {
@@ -159,13 +148,23 @@ void reception::listen_again(bool is_on) {
 }
 
 void reception::admit(int descriptor, const tls_identity* identity) {
+    if (descriptor < 0) {
+        return;
+    }
     guest_ptr one;
     try {
         one = std::make_shared<guest>(descriptor, identity, longest_message_);
+        const std::string name =
+            find_peer(one->connection.peer_address(), one->connection.own_address()).name();
         const std::lock_guard<std::mutex> lock(mutex_);
+        one->whose = &*parties_.try_emplace(name).first;
+        party& whose = one->whose->second;
+        ++whose.connections;
+        one->place = whose.busy.insert(whose.busy.end(), one);
+        one->standing_in = &party::busy;
         one->number = ++last_number_;
         guests_.emplace(one->number, one);
-        move_to(one, identity != nullptr ? &stalled_ : &silent_);
+        move_to(one, identity != nullptr ? &party::stalled : &party::silent);
     } catch (const std::bad_alloc&) {
         if (one) {
             remove(one);
@@ -192,6 +191,7 @@ bool reception::serve(const guest_ptr& one, const teller& tell) {
     } catch (const std::bad_alloc&) {
         // Memory is short: it goes.
     }
+    bool is_new = false;
     switch (is) {
     case peer::condition::waiting:
     case peer::condition::flushing:
@@ -200,48 +200,79 @@ bool reception::serve(const guest_ptr& one, const teller& tell) {
     case peer::condition::over:
         end_one(one, tell);
         break;
-    case peer::condition::whole: {
-        {
-            const std::lock_guard<std::mutex> lock(mutex_);
-            move_to(one, nullptr);
-        }
-        if (!one->has_been_owned) {
-            one->has_been_owned = true;
-            return true;
-        }
-        tell_owner(*one, tell);
+    case peer::condition::whole:
+        is_new = !std::exchange(one->has_been_owned, true);
+        make_ready(one);
         break;
     }
-    }
-    return false;
+    drop_held(tell);
+    return is_new;
 }
 
 /// Watches it for what comes next, and until when that has to.
 void reception::await(const guest_ptr& one, peer::condition is) {
     const std::optional<clock::time_point> last = one->connection.deadline();
     const size_t held = last ? one->connection.held() : 0;
-    {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        if (last) {
-            move_to(one, &stalled_, *last - patience);
-            held_ += held - one->held;
-            one->held = held;
-        } else {
-            move_to(one, one->has_been_owned ? nullptr : &silent_);
-        }
-    }
     epoll_event event = {};
     event.events = (is == peer::condition::flushing ? EPOLLOUT : EPOLLIN) | EPOLLONESHOT;
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (last) {
+        move_to(one, &party::stalled, held, *last - patience);
+    } else {
+        move_to(one, one->has_been_owned ? &party::idle : &party::silent);
+    }
     event.data.u64 = one->number;
+    // From now on it may be closed, and its descriptor be another's.
     epoll_ctl(epoll_, EPOLL_CTL_MOD, one->connection.descriptor(), &event);
 }
 
-void reception::tell_owner(guest& one, const teller& tell) {
-    const std::lock_guard<std::mutex> lock(one.watch_mutex);
-    if (one.is_watched && one.owner != nullptr) {
-        one.is_watched = false;
-        tell(one.owner);
+void reception::make_ready(const guest_ptr& one) {
+    const size_t held = one->connection.held();
+    const std::lock_guard<std::mutex> lock(mutex_);
+    move_to(one, &party::ready, held);
+}
+
+void reception::hand_out(const teller& tell) {
+    while (const guest_ptr one = take_next_ready()) {
+        const auto take_back = [&] {
+            const std::lock_guard<std::mutex> lock(mutex_);
+            end_answering(*one);
+        };
+        try {
+            if (!tell_owner(*one, tell)) {
+                take_back();
+            }
+        } catch (const std::bad_alloc&) {
+            take_back();
+            make_ready(one);
+            throw;
+        }
     }
+}
+
+/// Null: there is none, or enough are being answered.
+reception::guest_ptr reception::take_next_ready() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (turns_.empty() || being_answered_ >= most_answered) {
+        return nullptr;
+    }
+    const party& next = *turns_.front();
+    guest_ptr one = next.ready.front();
+    turns_.splice(turns_.end(), turns_, next.place);
+    move_to(one, &party::busy);
+    begin_answering(*one);
+    return one;
+}
+
+/// Whether it wanted to be told.
+bool reception::tell_owner(guest& one, const teller& tell) {
+    const std::lock_guard<std::mutex> lock(one.watch_mutex);
+    if (!one.is_watched || one.owner == nullptr) {
+        return false;
+    }
+    tell(one.owner);
+    one.is_watched = false; // not before, since there may be no memory to tell it
+    return true;
 }
 
 void reception::watch(const guest_ptr& one) {
@@ -249,15 +280,16 @@ void reception::watch(const guest_ptr& one) {
         const std::lock_guard<std::mutex> lock(one->watch_mutex);
         one->is_watched = true;
     }
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        end_answering(*one);
+    }
     const peer::condition is = one->connection.now();
     if (is == peer::condition::waiting || is == peer::condition::flushing) {
         await(one, is);
         return;
     }
-    {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        move_to(one, &ready_);
-    }
+    make_ready(one);
     wake();
 }
 
@@ -275,63 +307,133 @@ void reception::forget(const guest_ptr& one) {
     remove(one);
 }
 
+bool reception::linger(guest& one) {
+    party& whose = one.whose->second;
+    bool may_wait = false;
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        end_answering(one);
+        may_wait = whose.lingering < most_lingering - lingering_;
+        whose.lingering += may_wait;
+        lingering_ += may_wait;
+    }
+    peer::condition is = peer::condition::over;
+    try {
+        is = may_wait ? one.connection.linger() : one.connection.advance();
+    } catch (const std::bad_alloc&) {
+        one.connection.end();
+    }
+    const std::lock_guard<std::mutex> lock(mutex_);
+    whose.lingering -= may_wait;
+    lingering_ -= may_wait;
+    const bool is_next = turns_.empty() && being_answered_ < most_answered;
+    if (is == peer::condition::over || (is == peer::condition::whole && is_next)) {
+        begin_answering(one);
+        return true;
+    }
+    return false;
+}
+
 // --- and go -------------------------------------------------------------------------------------
 
 void reception::expire(const teller& tell) {
     const clock::time_point now = clock::now();
-    for (;;) {
-        guest_ptr one;
-        bool is_too_much = false;
-        {
-            const std::lock_guard<std::mutex> lock(mutex_);
-            is_too_much = held_ > most_held;
-            if (!stalled_.empty() &&
-                (is_too_much || stalled_.front()->queued_since + patience <= now)) {
-                one = stalled_.front();
-            } else if (!silent_.empty() && silent_.front()->queued_since + idle_time_ <= now) {
-                one = silent_.front();
-            }
-        }
-        if (!one) {
-            return;
-        }
+    if (now < next_expiry_) {
+        return;
+    }
+    next_expiry_ = now + expiry_interval;
+    for (const guest_ptr& one : find_expired(now)) {
         // What it stalls in now it may have begun later than what it was put there for.
         const std::optional<clock::time_point> last = one->connection.deadline();
-        if (last && *last > now && !is_too_much) {
+        const size_t held = one->connection.held();
+        if (last && *last > now) {
             const std::lock_guard<std::mutex> lock(mutex_);
-            move_to(one, nullptr);
-            move_to(one, &stalled_, *last - patience);
+            move_to(one, &party::busy);
+            move_to(one, &party::stalled, held, *last - patience);
         } else {
             end_one(one, tell);
         }
     }
 }
 
-/// Whether there is room now.
-bool reception::drop_longest_stalled(const teller& tell) {
+std::vector<reception::guest_ptr> reception::find_expired(clock::time_point now) {
+    std::vector<guest_ptr> expired;
+    const auto look_through = [&](const queue& which, std::chrono::seconds longest) {
+        for (const guest_ptr& each : which) {
+            if (each->queued_since + longest > now) {
+                return;
+            }
+            expired.push_back(each);
+        }
+    };
+    const std::lock_guard<std::mutex> lock(mutex_);
+    for (const auto& [name, each] : parties_) {
+        look_through(each.silent, idle_time_);
+        look_through(each.stalled, patience);
+    }
+    return expired;
+}
+
+/// The peer that has most connections loses one. Whether there is room now.
+bool reception::drop_connection(const teller& tell) {
     guest_ptr one;
     {
         const std::lock_guard<std::mutex> lock(mutex_);
-        const auto begin_of = [](const queue& each) {
-            return each.empty() ? clock::time_point::max() : each.front()->queued_since;
-        };
-        if (stalled_.empty() && silent_.empty()) {
-            return false;
-        }
-        one = begin_of(silent_) < begin_of(stalled_) ? silent_.front() : stalled_.front();
+        const auto most = std::max_element(
+            parties_.begin(), parties_.end(), [](const auto& each, const auto& other) {
+                return each.second.connections < other.second.connections;
+            });
+        one = most == parties_.end() ? nullptr : most->second.first_to_lose();
     }
-    const bool is_closed_at_once = !one->has_been_owned;
-    end_one(one, tell);
-    return is_closed_at_once;
+    if (one) {
+        end_one(one, tell);
+    }
+    return one != nullptr;
 }
 
-void reception::end_one(const guest_ptr& one, const teller& tell) {
-    one->connection.end();
-    if (one->has_been_owned) {
+/// Whoever has begun nothing, or not gone on, for the longest; then whoever has asked for nothing
+/// for the longest. Null: all are in their owners' hands.
+reception::guest_ptr reception::party::first_to_lose() const {
+    const auto begin_of = [](const queue& each) {
+        return each.empty() ? clock::time_point::max() : each.front()->queued_since;
+    };
+    const queue& unfinished = begin_of(silent) < begin_of(stalled) ? silent : stalled;
+    for (const queue* each : {&unfinished, &idle, &ready}) {
+        if (!each->empty()) {
+            return each->front();
+        }
+    }
+    return nullptr;
+}
+
+/// While too much is held, the peer that holds most loses.
+void reception::drop_held(const teller& tell) {
+    for (;;) {
+        guest_ptr one;
         {
             const std::lock_guard<std::mutex> lock(mutex_);
-            move_to(one, nullptr);
+            if (held_ <= most_held) {
+                return;
+            }
+            const party& most = std::max_element(parties_.begin(), parties_.end(),
+                                                 [](const auto& each, const auto& other) {
+                                                     return each.second.held < other.second.held;
+                                                 })
+                                    ->second;
+            one = (most.stalled.empty() ? most.ready : most.stalled).front();
         }
+        end_one(one, tell);
+    }
+}
+
+/// For those that are in no owner's hands.
+void reception::end_one(const guest_ptr& one, const teller& tell) {
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        move_to(one, &party::busy);
+    }
+    if (one->has_been_owned) {
+        one->connection.close();
         tell_owner(*one, tell);
     } else {
         remove(one);
@@ -341,8 +443,19 @@ void reception::end_one(const guest_ptr& one, const teller& tell) {
 void reception::remove(const guest_ptr& one) {
     {
         const std::lock_guard<std::mutex> lock(mutex_);
-        move_to(one, nullptr);
-        guests_.erase(one->number);
+        if (one->whose != nullptr) {
+            end_answering(*one);
+            if (one->standing_in != nullptr) {
+                move_to(one, &party::busy);
+                one->whose->second.busy.erase(one->place);
+                one->standing_in = nullptr;
+            }
+            if (--one->whose->second.connections == 0) {
+                parties_.erase(parties_.find(one->whose->first));
+            }
+            one->whose = nullptr;
+            guests_.erase(one->number);
+        }
     }
     one->connection.close();
 }
@@ -374,26 +487,40 @@ void reception::close_all() {
 
 // --- what the queues are about ------------------------------------------------------------------
 
-/// Whoever stands there keeps its place. Where it doesn't stall, it holds nothing that counts.
-void reception::move_to(const guest_ptr& one, queue* where, clock::time_point since) {
+/// Whoever stands there keeps its place.
+void reception::move_to(const guest_ptr& one, queue party::*where, size_t held,
+                        clock::time_point since) {
+    if (one->standing_in == nullptr) {
+        return;
+    }
+    party& whose = one->whose->second;
+    held_ += held - one->held;
+    whose.held += held - one->held;
+    one->held = held;
     if (one->standing_in == where) {
         return;
     }
-    queue single;
-    if (one->standing_in != nullptr) {
-        single.splice(single.end(), *one->standing_in, one->place);
-    } else {
-        single.push_back(one);
-    }
+    const bool had_turn = !whose.ready.empty();
+    (whose.*where).splice((whose.*where).end(), whose.*one->standing_in, one->place);
     one->standing_in = where;
-    if (where != nullptr) {
-        one->place = single.begin();
-        one->queued_since = since;
-        where->splice(where->end(), single);
+    one->queued_since = since;
+    if (!had_turn && !whose.ready.empty()) {
+        turns_.splice(turns_.end(), whose.turn);
+    } else if (had_turn && whose.ready.empty()) {
+        whose.turn.splice(whose.turn.end(), turns_, whose.place);
     }
-    if (where != &stalled_) {
-        held_ -= one->held;
-        one->held = 0;
+}
+
+void reception::begin_answering(guest& one) {
+    being_answered_ += !std::exchange(one.is_being_answered, true);
+}
+
+void reception::end_answering(guest& one) {
+    if (std::exchange(one.is_being_answered, false)) {
+        --being_answered_;
+        if (!turns_.empty()) {
+            wake();
+        }
     }
 }
 

@@ -1,5 +1,11 @@
 // Where all connections begin, and where those wait that nobody else waits for: one thread that
 // watches them all. It keeps a connection to itself until a message of it is whole.
+//
+// Few requests are answered at a time. Whose is next goes by peer, in turn, not by connection:
+//
+//   a a a a b   have asked in this order, and are answered   a b a a a
+//
+// Where descriptors, memory or threads run short, the peer that has most of them loses first.
 #pragma once
 
 #include "service/listening.h"
@@ -7,6 +13,7 @@
 
 #include <functional>
 #include <list>
+#include <map>
 #include <memory>
 #include <sys/epoll.h>
 #include <unordered_map>
@@ -14,14 +21,46 @@
 
 namespace transport {
 
+/// How many requests are answered at a time.
+constexpr int most_answered = 16;
+/// How many threads may wait for the next request of the client that they answered. Of a peer's
+/// clients as many as are left for others, so one that is alone has half of them.
+constexpr int most_lingering = 512;
+
 class reception {
   public:
+    struct guest;
+    using guest_ptr = std::shared_ptr<guest>;
+    using queue = std::list<guest_ptr>;
+
+    /// All connections of one peer.
+    struct party {
+        queue silent;                 ///< never said anything, in the order of their arrival
+        queue stalled;                ///< have begun something, in the order of that
+        queue idle;                   ///< have been answered, in the order of that
+        queue ready;                  ///< have a message for their owners, in the order of that
+        queue busy;                   ///< in their owners' hands
+        std::list<party*> turn{this}; ///< empty while it is among those that have somebody ready
+        std::list<party*>::iterator place = turn.begin(); ///< here or there
+        size_t connections = 0;
+        size_t held = 0; ///< bytes
+        int lingering = 0;
+
+        party() = default;
+        party(const party&) = delete;
+        party& operator=(const party&) = delete;
+        guest_ptr first_to_lose() const;
+    };
+    using party_entry =
+        std::pair<const std::string, party>; ///< by the peer's name (service/peer.h)
+
     /// A connection, and what the reception knows of it.
     struct guest {
         guest(int descriptor, const tls_identity* identity, size_t longest_message)
             : connection(descriptor, identity, longest_message) {}
 
         peer connection;
+        party_entry* whose = nullptr; ///< set once, before it has an owner
 
         // Held while `owner` is told, so that it is there as long as it has to be. The owner may
         // take its own locks then, so that it may hold none of them when it takes this one.
@@ -33,12 +72,12 @@ class reception {
 
         // The rest is guarded by the reception's mutex.
         uint64_t number = 0;
-        std::list<std::shared_ptr<guest>>* standing_in = nullptr; ///< a queue
-        std::list<std::shared_ptr<guest>>::iterator place;        ///< there
+        queue party::*standing_in = nullptr; ///< null: not here yet, or not any more
+        queue::iterator place;               ///< there
         clock::time_point queued_since;
-        size_t held = 0; ///< bytes of what isn't whole, while it stalls
+        size_t held = 0; ///< bytes, while it isn't in its owner's hands
+        bool is_being_answered = false;
     };
-    using guest_ptr = std::shared_ptr<guest>;
 
     struct entrance {
         listening_sockets sockets;
@@ -69,7 +108,11 @@ class reception {
     /// Its owner gives it up: it is closed.
     void forget(const guest_ptr& one);
 
-    /// What all together may hold of messages that aren't whole.
+    /// Its owner has answered it, and waits for its next message, if there are threads enough for
+    /// that. Whether that one is there, and answered next: not before those that are ready.
+    bool linger(guest& one);
+
+    /// What all together may hold of messages that aren't being answered.
     static constexpr size_t most_held = 64 << 20;
 
   private:
@@ -77,23 +120,31 @@ class reception {
         int descriptor;
         const tls_identity* identity;
     };
-    using queue = std::list<guest_ptr>;
 
     void wait_for_events();
     void accept_from(const address_to_accept& at, const teller& tell);
     void admit(int descriptor, const tls_identity* identity);
+    int replace(int descriptor, const teller& tell);
     void listen_again(bool is_on);
     bool serve(const guest_ptr& one, const teller& tell);
     void await(const guest_ptr& one, peer::condition is);
-    void tell_owner(guest& one, const teller& tell);
+    void make_ready(const guest_ptr& one);
+    void hand_out(const teller& tell);
+    guest_ptr take_next_ready();
+    bool tell_owner(guest& one, const teller& tell);
     void expire(const teller& tell);
-    bool drop_longest_stalled(const teller& tell);
+    std::vector<guest_ptr> find_expired(clock::time_point now);
+    bool drop_connection(const teller& tell);
+    void drop_held(const teller& tell);
     void end_one(const guest_ptr& one, const teller& tell);
     void remove(const guest_ptr& one);
     guest_ptr find(uint64_t number);
 
-    /// For whoever has the mutex. Null: to none.
-    void move_to(const guest_ptr& one, queue* where, clock::time_point since = clock::now());
+    // For whoever has the mutex.
+    void move_to(const guest_ptr& one, queue party::*where, size_t held = 0,
+                 clock::time_point since = clock::now());
+    void begin_answering(guest& one);
+    void end_answering(guest& one);
     void wake() const;
 
     std::vector<entrance> entrances_;
@@ -107,16 +158,18 @@ class reception {
     // Of the thread that runs.
     std::vector<epoll_event> events_;
     size_t next_event_ = 0;
+    clock::time_point next_expiry_;
     std::optional<clock::time_point> deaf_until_; ///< descriptors or memory were short
 
     std::mutex mutex_; ///< of what follows; whoever has it takes no other
     bool is_stopped_ = false;
     uint64_t last_number_ = 0;
     std::unordered_map<uint64_t, guest_ptr> guests_;
-    queue silent_;  ///< never said anything, in the order of their arrival
-    queue stalled_; ///< have begun something, in the order of that
-    queue ready_;   ///< to be served without waiting
+    std::map<std::string, party> parties_; ///< none is without a connection
+    std::list<party*> turns_;              ///< who has somebody ready; the first one is next
     size_t held_ = 0;
+    int being_answered_ = 0;
+    int lingering_ = 0;
 };
 
 } // namespace transport

@@ -3,6 +3,8 @@
 #include "tests/service/service_process.h"
 #include "tests/service/wire_client.h"
 
+#include "tests/support/giop.h"
+
 #include "plugin/stsapi.h"
 
 #include <chrono>
@@ -35,12 +37,14 @@ TEST(GreedyPeer, StoragesOfOneUserLeaveRoomForAnothers) {
     other.send(SIGKILL);
 }
 
-TEST(GreedyPeer, AFloodOverManyConnectionsKeepsNoOtherUserWaitingInRealTime) {
+class Flood : public testing::TestWithParam<int> {};
+
+TEST_P(Flood, KeepsNoOtherUserWaitingForASecondInRealTime) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "only root can act as two users";
     }
     const service_process service;
-    tool_process flood = start_as_another(service, {"greedy", "16"});
+    tool_process flood = start_as_another(service, {"greedy", std::to_string(GetParam())});
     ASSERT_TRUE(flood.await_err("flooding"));
     const remote_session client(service.port());
     double longest = 0;
@@ -53,6 +57,51 @@ TEST(GreedyPeer, AFloodOverManyConnectionsKeepsNoOtherUserWaitingInRealTime) {
     RecordProperty("longest_ms", static_cast<int>(longest * 1000));
     EXPECT_LT(longest, 1);
     flood.send(SIGKILL);
+}
+
+INSTANTIATE_TEST_SUITE_P(Connections, Flood, testing::Values(16, 300, 2000),
+                         [](const auto& flood) { return std::to_string(flood.param); });
+
+/// A service that can have few connections, most of which another user takes.
+class FullHouse : public testing::TestWithParam<const char*> {};
+
+TEST_P(FullHouse, IsOpenToWhoeverHasLess) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can act as two users";
+    }
+    const service_process service({"--no-http"}, 600);
+    const remote_session client(service.port());
+    tool_process crowd = start_as_another(service, {GetParam(), "2000"});
+    ASSERT_TRUE(crowd.await_err("connected"));
+    // Neither who was there before nor who comes now loses.
+    EXPECT_EQ(client.report("w:s3", 1000, 1).status, 0);
+    for (int each = 0; each < 20; ++each) {
+        const auto start = std::chrono::steady_clock::now();
+        giop::connection other = giop::connection::to(static_cast<uint16_t>(service.port()));
+        other.send(giop::make_request(1, "HSFactory", "getInactivityTimeout", {}));
+        EXPECT_TRUE(other.receive());
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+    }
+    crowd.send(SIGKILL);
+}
+
+INSTANTIATE_TEST_SUITE_P(Connections, FullHouse, testing::Values("silent", "idle"),
+                         [](const auto& crowd) { return std::string(crowd.param); });
+
+TEST(GreedyPeer, MemoryOfOneUserIsTakenFromNoOther) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can act as two users";
+    }
+    const service_process service({"--no-http"});
+    giop::connection client = giop::connection::to(static_cast<uint16_t>(service.port()));
+    const giop::octets question = giop::make_request(1, "HSFactory", "getInactivityTimeout", {});
+    client.send({question.begin(), question.begin() + 20});
+    // More than all together may have, and all of them later than we.
+    tool_process crowd = start_as_another(service, {"stalled", "500"});
+    ASSERT_TRUE(crowd.await_err("connected"));
+    client.send({question.begin() + 20, question.end()});
+    EXPECT_TRUE(client.receive());
+    crowd.send(SIGKILL);
 }
 
 } // namespace

@@ -4,19 +4,25 @@
 //                                             and waits to be killed
 //   many_clients PORT flood                   asks without end on one connection
 //   many_clients PORT greedy CONNECTIONS      asks without end on many, never waiting for an
-//   answer:
-//                                             the quickest questions, those that take longest,
-//                                             new sessions and false keys
+//                                             answer: the quickest questions, those that take
+//                                             longest, new sessions and false keys
+//   many_clients PORT silent CONNECTIONS      connects, and says nothing
+//   many_clients PORT idle CONNECTIONS        asks once on each
+//   many_clients PORT stalled CONNECTIONS     sends 200 kB on each, but for the last byte
 
 #include "tests/service/wire_client.h"
 
 #include "tests/support/giop.h"
 
+#include <algorithm>
+#include <arpa/inet.h>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <list>
-#include <thread>
+#include <sys/resource.h>
+#include <sys/socket.h>
 #include <unistd.h>
 #include <vector>
 
@@ -61,39 +67,89 @@ std::vector<giop::octets> requests(const remote_session& session) {
     return all;
 }
 
-void ask_without_end(int port, const giop::octets& first, const giop::octets& second) {
-    giop::connection to = giop::connection::to(static_cast<uint16_t>(port));
-    std::thread([&] {
-        while (to.receive()) {
+/// A connection that sends the same without end, and throws away what it is answered.
+struct flooding {
+    int socket;
+    const giop::octets& bytes;
+    size_t next = 0;
+
+    void go_on() {
+        char answers[65536];
+        while (recv(socket, answers, sizeof answers, MSG_DONTWAIT) > 0) {
         }
-    }).detach();
+        const ssize_t sent =
+            send(socket, &bytes[next], bytes.size() - next, MSG_DONTWAIT | MSG_NOSIGNAL);
+        next = (next + static_cast<size_t>(std::max(sent, ssize_t{0}))) % bytes.size();
+    }
+};
+
+int connected(int port) {
+    const int result = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in where = {};
+    where.sin_family = AF_INET;
+    where.sin_port = htons(static_cast<uint16_t>(port));
+    where.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (connect(result, reinterpret_cast<const sockaddr*>(&where), sizeof where) != 0) {
+        perror("connect");
+    }
+    return result;
+}
+
+giop::octets repeated(std::initializer_list<giop::octets> messages) {
     giop::octets many;
     while (many.size() < 65536) {
-        many.insert(many.end(), first.begin(), first.end());
-        many.insert(many.end(), second.begin(), second.end());
+        for (const giop::octets& each : messages) {
+            many.insert(many.end(), each.begin(), each.end());
+        }
     }
-    while (to.send(many)) {
-    }
-    pause();
+    return many;
 }
 
 void flood(int port, int connections, const remote_session& session) {
-    static const std::vector<giop::octets> all = requests(session);
-    for (int each = 0; each < connections; ++each) {
-        // The quick ones and those that take long, each on connections of their own.
-        const size_t first = each % 2 == 0 ? static_cast<size_t>(each / 2 % 3)
-                                           : 3 + static_cast<size_t>(each / 2 % 2);
-        const size_t second = first < 3 ? first : first + 2;
-        std::thread(ask_without_end, port, all[first], all[second]).detach();
+    const std::vector<giop::octets> all = requests(session);
+    const giop::octets quick[] = {repeated({all[0]}), repeated({all[1]}), repeated({all[2]})};
+    const giop::octets slow[] = {repeated({all[3], all[5]}), repeated({all[4], all[6]})};
+    std::vector<flooding> each;
+    for (int number = 0; number < connections; ++number) {
+        const int turn = number / 2;
+        each.push_back({connected(port), number % 2 == 0 ? quick[turn % 3] : slow[turn % 2]});
     }
-    sleep(1); // until all are at it
-    fputs("flooding\n", stderr);
+    const auto start = std::chrono::steady_clock::now();
+    for (bool is_told = false;;) {
+        for (flooding& one : each) {
+            one.go_on();
+        }
+        if (!is_told && std::chrono::steady_clock::now() - start > std::chrono::seconds(1)) {
+            is_told = fputs("flooding\n", stderr) >= 0; // all are at it
+        }
+    }
+}
+
+/// Connections that send that once, and are answered if they are to be.
+void stay(int port, int connections, const giop::octets& bytes, bool is_answered) {
+    for (int each = 0; each < connections; ++each) {
+        const int socket = connected(port);
+        char answer[256];
+        send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        if (is_answered) {
+            recv(socket, answer, sizeof answer, 0);
+        }
+    }
+    fputs("connected\n", stderr);
     pause();
+}
+
+void raise_descriptor_limit() {
+    rlimit limit = {};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
+    raise_descriptor_limit();
     try {
         const Orvessa::Vaultaro::HostSessionFactory_var factory = find_factory(atoi(argv[1]));
         if (strcmp(argv[2], "flood") == 0) {
@@ -106,6 +162,19 @@ int main(int argc, char** argv) {
         }
         if (strcmp(argv[2], "greedy") == 0) {
             flood(atoi(argv[1]), atoi(argv[3]), remote_session(factory));
+        }
+        if (strcmp(argv[2], "silent") == 0) {
+            stay(atoi(argv[1]), atoi(argv[3]), {}, false);
+        }
+        if (strcmp(argv[2], "idle") == 0) {
+            stay(atoi(argv[1]), atoi(argv[3]),
+                 giop::make_request(1, "HSFactory", "getInactivityTimeout", {}), true);
+        }
+        if (strcmp(argv[2], "stalled") == 0) {
+            giop::octets bytes =
+                giop::make_request(1, "HSFactory", "getHostSession", giop::octets(200000));
+            bytes.pop_back();
+            stay(atoi(argv[1]), atoi(argv[3]), bytes, false);
         }
         const std::string storage = argv[3];
         std::list<remote_session> sessions;

@@ -37,13 +37,18 @@ const std::string& service_process::state() {
     return own.path();
 }
 
-service_process::service_process(const std::vector<std::string>& arguments) {
+service_process::service_process(const std::vector<std::string>& arguments, int most_descriptors) {
     directory_ = (std::filesystem::temp_directory_path() / "vlsld-XXXXXX").string();
     if (mkdtemp(directory_.data()) == nullptr) {
         throw std::runtime_error("no temporary directory");
     }
     const std::string port_file = directory_ + "/ports";
-    std::vector<std::string> command = {program(), "--port-file", port_file};
+    std::vector<std::string> command;
+    if (most_descriptors != 0) {
+        const std::string limit = "ulimit -n " + std::to_string(most_descriptors);
+        command = {"/bin/sh", "-c", limit + "; exec \"$0\" \"$@\""};
+    }
+    command.insert(command.end(), {program(), "--port-file", port_file});
     const auto has = [&](const char* option) {
         return std::find(arguments.begin(), arguments.end(), option) != arguments.end();
     };

@@ -12,8 +12,9 @@ class service_process {
   public:
     /// Starts it with `arguments` on top of those that choose free ports and a state of the test's
     /// own, and waits until it answers. Throws std::runtime_error with what it said when it ends
-    /// instead.
-    explicit service_process(const std::vector<std::string>& arguments = {});
+    /// instead. It may have `most_descriptors`; 0: as many as we.
+    explicit service_process(const std::vector<std::string>& arguments = {},
+                             int most_descriptors = 0);
     /// Stops it unless that was done: the test fails where it ends with an error, such as a leak or
     /// a race that a sanitizer has seen.
     ~service_process();
