@@ -147,6 +147,10 @@ class maker {
             to_.marshalWChar(L'w');
             break;
         case CORBA::tk_any: {
+            if (random_() % 2 != 0) {
+                made_any();
+                break;
+            }
             const CORBA::TypeCode_ptr& type = some_type();
             CORBA::TypeCode::marshalTypeCode(type, to_);
             make(*vlsl_support::shape_of(type));
@@ -165,7 +169,7 @@ class maker {
             break;
         case CORBA::tk_union: {
             const CORBA::ULong chosen = random_() % 4;
-            chosen >>= to_; // all of ours have a long
+            chosen >>= to_; // all have a long
             if (chosen < shape.members.size()) {
                 make(*shape.members[chosen]);
             }
@@ -173,6 +177,11 @@ class maker {
         }
         case CORBA::tk_sequence:
             sequence(shape);
+            break;
+        case CORBA::tk_array:
+            for (CORBA::ULong i = 0; i < shape.count; ++i) {
+                make(*shape.content);
+            }
             break;
         case CORBA::tk_value:
             value(shape);
@@ -197,6 +206,88 @@ class maker {
             return random_() % 2 != 0 ? CORBA::_tc_string : CORBA::_tc_long;
         }
         return *vlsl_support::known_types[random_() % vlsl_support::known_type_count].type;
+    }
+    /// An `any` of a type that is none of ours.
+    void made_any() {
+        cdrMemoryStream code;
+        type(code, depth_);
+        const auto* const start = static_cast<const uint8_t*>(code.bufPtr());
+        const vlsl_support::Octets octets(start, start + code.bufSize());
+        to_.put_octet_array(start, static_cast<int>(octets.size()), omni::ALIGN_4);
+        constexpr size_t heaviest = 1000;
+        vlsl_support::Octets canonical;
+        try {
+            make(*types_.read(octets, heaviest, 0, canonical));
+        } catch (const CORBA::SystemException&) {
+            // It is no type.
+        }
+    }
+    void type(cdrStream& to, int depth) {
+        static const CORBA::TCKind kinds[] = {
+            CORBA::tk_long,  CORBA::tk_boolean,  CORBA::tk_double, CORBA::tk_any,
+            CORBA::tk_null,  CORBA::tk_TypeCode, CORBA::tk_string, CORBA::tk_struct,
+            CORBA::tk_union, CORBA::tk_sequence, CORBA::tk_array,  CORBA::tk_alias,
+            CORBA::tk_enum,  CORBA::tk_except,   CORBA::tk_value,  CORBA::tk_objref};
+        if (random_() % 8 == 0) {
+            CORBA::TypeCode::marshalTypeCode(some_type(), to);
+            return;
+        }
+        if (depth > 0 && random_() % 8 == 0) {
+            CORBA::ULong{UINT32_MAX} >>= to; // an indirection
+            static_cast<CORBA::Long>(-4 - 4 * static_cast<int>(random_() % 32)) >>= to;
+            return;
+        }
+        const CORBA::TCKind kind =
+            depth > deepest ? CORBA::tk_long : kinds[random_() % std::size(kinds)];
+        static_cast<CORBA::ULong>(kind) >>= to;
+        if (kind == CORBA::tk_string) {
+            CORBA::ULong{0} >>= to;
+        }
+        if (kind < CORBA::tk_objref || kind == CORBA::tk_string) {
+            return;
+        }
+        cdrEncapsulationStream inner;
+        parameters(kind, inner, depth + 1);
+        const auto size = static_cast<CORBA::ULong>(inner.bufSize());
+        size >>= to;
+        to.put_octet_array(static_cast<const uint8_t*>(inner.bufPtr()), static_cast<int>(size));
+    }
+    void parameters(CORBA::TCKind kind, cdrStream& to, int depth) {
+        if (kind == CORBA::tk_sequence || kind == CORBA::tk_array) {
+            type(to, depth);
+            static_cast<CORBA::ULong>(1 + random_() % 3) >>= to;
+            return;
+        }
+        to.marshalRawString("IDL:x:1.0");
+        to.marshalRawString("x");
+        if (kind == CORBA::tk_alias) {
+            type(to, depth);
+        }
+        if (kind == CORBA::tk_alias || kind == CORBA::tk_objref) {
+            return;
+        }
+        if (kind == CORBA::tk_union) {
+            static_cast<CORBA::ULong>(CORBA::tk_long) >>= to;
+            static_cast<CORBA::Long>(random_() % 2) >>= to; // the default
+        }
+        if (kind == CORBA::tk_value) {
+            CORBA::UShort{0} >>= to;
+            type(to, depth); // its base
+        }
+        const CORBA::ULong members = random_() % 4;
+        members >>= to;
+        for (CORBA::ULong i = 0; i < members; ++i) {
+            if (kind == CORBA::tk_union) {
+                i >>= to;
+            }
+            to.marshalRawString("m");
+            if (kind != CORBA::tk_enum) {
+                type(to, depth);
+            }
+            if (kind == CORBA::tk_value) {
+                CORBA::UShort{0} >>= to;
+            }
+        }
     }
     void sequence(const Shape& shape) {
         CORBA::ULong count = depth_ > deepest ? 0 : random_() % 4;
@@ -232,6 +323,7 @@ class maker {
     }
 
     std::minstd_rand random_;
+    vlsl_support::Shapes types_;
     cdrStream& to_;
     int depth_ = 0;
 };
@@ -292,7 +384,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         return 0;
     }
     memcpy(&chosen, data, sizeof chosen);
-    std::vector<uint64_t> octets((size - sizeof chosen + 7) / 8); // aligned as a message is
+    std::vector<uint64_t> octets(size / 8 + 1); // aligned as a message is
     memcpy(octets.data(), data + sizeof chosen, size - sizeof chosen);
     cdrMemoryStream message(octets.data(), size - sizeof chosen);
     message.TCS_W(omni::omniCodeSet::getTCS_W(omni::omniCodeSet::ID_UTF_16, {1, 2}));

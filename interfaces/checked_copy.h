@@ -5,13 +5,15 @@
 // So it is never given what a peer sent. The stubs copy the arguments, the results or the exception
 // first, by their types: whatever isn't as the interface says is refused, and the copy holds the
 // rest in the plainest form that there is. Values are unchunked, each with its own id written out;
-// booleans are 0 or 1; a string ends with its zero.
+// booleans are 0 or 1; a string ends with its zero; a type code is written anew, and a value's in it is
+// the one that the stubs have.
 //
 // Legal and taken: chunked values, lists of ids (the first counts, since no value of the service
 // may be truncated), indirections to what was read whole before, a code base's address (dropped).
 // Refused with CORBA::MARSHAL beside what is malformed: values that hold themselves, since their
-// references would never come to an end; ids that aren't the service's own; what is nested deeper,
-// or has more of `any`s and values, than any legal message.
+// references would never come to an end; ids that aren't the service's own; types that hold
+// themselves, other than the service's values; what is nested deeper, or has more of `any`s, types and
+// values, than any legal message.
 #pragma once
 
 #include <cstddef>

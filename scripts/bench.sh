@@ -16,8 +16,8 @@ fi
 rate=50000000 # bytes a second
 
 scripts/install-deps.sh --all
-scripts/build.sh release throttling_bench pacing streams_bench service_bench client_bench load_bench store_bench \
-  stspithrottling
+scripts/build.sh release throttling_bench pacing streams_bench service_bench unmarshal_bench client_bench \
+  load_bench store_bench stspithrottling
 bin=build/release/bin
 
 # row NAME "BYTES SECONDS RATIO BUSIEST PAUSE"
@@ -63,6 +63,8 @@ echo "many streams, about a minute and a half" >&2
 echo
 $bin/streams_bench
 echo "measuring the service, about two minutes" >&2
+echo
+$bin/unmarshal_bench
 echo
 $bin/client_bench $bin/vlsld
 echo
