@@ -299,7 +299,8 @@ void reception::unwatch(guest& one) {
 }
 
 void reception::forget(const guest_ptr& one) {
-    {
+    // The ORB has a lock of its own here, and has mostly unwatched it before.
+    if (one->is_watched) {
         const std::lock_guard<std::mutex> lock(one->watch_mutex);
         one->is_watched = false;
         one->owner = nullptr;

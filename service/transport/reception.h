@@ -11,6 +11,7 @@
 #include "service/listening.h"
 #include "service/transport/peer.h"
 
+#include <atomic>
 #include <functional>
 #include <list>
 #include <map>
@@ -65,8 +66,8 @@ class reception {
         // Held while `owner` is told, so that it is there as long as it has to be. The owner may
         // take its own locks then, so that it may hold none of them when it takes this one.
         std::mutex watch_mutex;
-        void* owner = nullptr;   ///< null: nobody yet, or nobody any more
-        bool is_watched = false; ///< the owner wants to be told
+        void* owner = nullptr;                ///< null: nobody yet, or nobody any more
+        std::atomic<bool> is_watched = false; ///< the owner wants to be told, or is being told
 
         bool has_been_owned = false; ///< set once, before it has an owner
 
