@@ -3,10 +3,14 @@
 #include "tests/client/client_fixture.h"
 #include "tests/support/giop.h"
 
+#include <atomic>
 #include <cstdlib>
+#include <functional>
+#include <map>
 #include <vlsl.hh>
 
 using giop::make_message;
+using giop::make_reply;
 using giop::octets;
 using giop::with_length;
 using giop::with_octet;
@@ -80,6 +84,91 @@ TEST_F(HostileAnswer, ATextOf64MegabytesFailsItsExchangeOnly) {
     EXPECT_EQ(out, "as it was");
     EXPECT_EQ(shape_of("check_connections").run(*client, out), STS_OK);
     EXPECT_EQ(out, "short");
+}
+
+struct lying_exception {
+    const char* name;
+    std::function<void(giop::cdr_writer&)> put_records; ///< and what is before them
+};
+
+void PrintTo(const lying_exception& lie, std::ostream* out) { *out << lie.name; }
+
+const lying_exception lying_exceptions[] = {
+    {"Of4GRecords",
+     [](giop::cdr_writer& out) {
+         out.text("host");
+         out.number<uint32_t>(0xffffffff);
+     }},
+    {"OfMoreRecordsThanItHas",
+     [](giop::cdr_writer& out) {
+         out.text("host");
+         out.number<uint32_t>(2);
+         out.number<int32_t>(1);
+         out.number<int32_t>(1);
+         out.wide_text(u"");
+         out.wide_text(u"");
+     }},
+    {"OfAHostOf4GB", [](giop::cdr_writer& out) { out.number<uint32_t>(0xffffffff); }},
+    {"OfAMessageOf4GB",
+     [](giop::cdr_writer& out) {
+         out.text("host");
+         out.number<uint32_t>(1);
+         out.number<int32_t>(1);
+         out.number<int32_t>(1);
+         out.number<uint32_t>(0xfffffffe);
+     }},
+};
+
+class LyingException : public testing::TestWithParam<lying_exception> {
+  protected:
+    LyingException() { take_log(); }
+    ~LyingException() override { unsetenv("VLSL_PORT"); }
+
+    /// A session with all its objects, whose exchanges raise the exception.
+    static octets answer(const giop::request& request, uint16_t port) {
+        namespace SL = Corvane::Vaultaro::SL;
+        static const std::map<std::string, std::string> objects = {
+            {"getHostSession", Orvessa::Vaultaro::HostSession::_PD_repoId},
+            {"getCloudManager", SL::CloudMgmt::CloudManager::_PD_repoId},
+            {"aqueryFacet", SL::CloudMgmt::CloudQueryFacet::_PD_repoId},
+            {"amodifyFacet", SL::CloudMgmt::CloudModifiableFacet::_PD_repoId}};
+        giop::cdr_writer body;
+        if (request.operation == "_is_a") {
+            body.octet(1);
+            return make_reply(request.id, giop::reply_status::no_exception, body.bytes());
+        }
+        const auto object = objects.find(request.operation);
+        if (object != objects.end()) {
+            put_reference(body, {object->second, port, request.operation});
+            return make_reply(request.id, giop::reply_status::no_exception, body.bytes());
+        }
+        body.text(SL::VLSLOpException::_PD_repoId);
+        body.number<int32_t>(1);
+        body.number<int32_t>(2);
+        GetParam().put_records(body);
+        return make_reply(request.id, giop::reply_status::user_exception, body.bytes());
+    }
+
+    sts_session_def_v7_t session = host_session("s", 0);
+};
+
+INSTANTIATE_TEST_SUITE_P(Raised, LyingException, testing::ValuesIn(lying_exceptions),
+                         [](const auto& test) { return std::string(test.param.name); });
+
+TEST_P(LyingException, FailsEachExchangeAndSparesTheClient) {
+    std::atomic<uint16_t> port{0};
+    const giop::listener service(
+        giop::answering([&](const giop::request& request) { return answer(request, port); }));
+    port = service.port();
+    look_for_service_at(service.port());
+    CCloudVLSLClient client(&session, "localhost", false, 0, 2);
+    for (const exchange_shape& shape : exchange_shapes) {
+        std::string out;
+        EXPECT_EQ(shape.run(client, out), shape.corba_status) << shape.name;
+        EXPECT_EQ(out, "");
+        EXPECT_EQ(take_log().back(), shape.corba_line());
+        EXPECT_EQ(service.requests().back().operation, shape.asked);
+    }
 }
 
 } // namespace
