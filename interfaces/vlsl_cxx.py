@@ -11,9 +11,11 @@ Where the service's peers expect something else than the standard back-end makes
 mended below, each with the reason. vlsl_support.h holds what the mended code calls.
 """
 
+import re
+
 from omniidl import idlast, idltype
 from omniidl_be import cxx
-from omniidl_be.cxx import ast, call, id, output, types, value
+from omniidl_be.cxx import ast, call, id, output, skutil, types, value
 from omniidl_be.cxx.header import template as header_template
 from omniidl_be.cxx.skel import template as skel_template
 
@@ -369,6 +371,20 @@ if (vlsl_support::is_there(_value._pd_@name@)) {
     )
 
 
+# A union's member belongs to it before it is read, so that the union releases what was read half way.
+def mend_union_unmarshalling():
+    standard = skutil.unmarshall
+
+    def unmarshall(to, environment, type, decl, name, from_where, is_union=0):
+        if not is_union:
+            return standard(to, environment, type, decl, name, from_where)
+        reading = output.StringStream()
+        standard(reading, environment, type, decl, name, from_where, is_union)
+        to.out(re.sub(r"( = new [^;]+;)", r"\1\n_pd__initialised = 1;", str(reading)))
+
+    skutil.unmarshall = unmarshall
+
+
 def mend_includes():
     includes = "@cxx_direct_include@\n"
     ours = "#include <checked_copy.h>\n#include <vlsl_support.h>\n"
@@ -386,6 +402,7 @@ def run(tree, args):
         mend_reference_factory,
         mend_unmarshalling,
         mend_union_copy,
+        mend_union_unmarshalling,
         mend_includes,
     ):
         mending()

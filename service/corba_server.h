@@ -5,6 +5,7 @@
 #include "service/ledger.h"
 #include "service/object_key.h"
 
+#include <cstddef>
 #include <omniORB4/CORBA.h>
 #include <string>
 #include <vector>
@@ -38,6 +39,7 @@ class corba_server {
     /// answered finish.
     struct ending_orb {
         CORBA::ORB_var orb; ///< nil: not started
+        std::ptrdiff_t threads_before = 0;
         ~ending_orb();
     };
 
