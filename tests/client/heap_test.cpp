@@ -6,7 +6,7 @@
 #include <vlsl.hh>
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#include <sanitizer/allocator_interface.h>
+extern "C" size_t __sanitizer_get_current_allocated_bytes(); // of sanitizer/allocator_interface.h
 #endif
 
 namespace {

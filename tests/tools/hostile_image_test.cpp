@@ -166,7 +166,7 @@ TEST_F(HostileImage, VerifyReadsNothingOutsideTheTree) {
 /// be below them.
 class RacingStreams : public HostileImage {
   protected:
-    void expect_no_escape() {
+    RacingStreams() {
         constexpr int doors = 40;
         forged_archive links;
         forged_archive files;
@@ -179,6 +179,9 @@ class RacingStreams : public HostileImage {
         }
         put_image("b.1of2", links.finish());
         put_image("b.2of2", files.finish());
+    }
+
+    void expect_no_escape() {
         for (int round = 0; round < 24; ++round) {
             const ended result = run("restore", {"--name", "b", "--to", path("in/r")});
             EXPECT_EQ(result.code, 1);
