@@ -25,7 +25,7 @@ constexpr const char* default_list_name = "system.posix_acl_default";
 struct acl_entry {
     uint16_t tag = 0;
     uint16_t permissions = 0;
-    uint32_t number = ACL_UNDEFINED_ID;
+    uint32_t number = static_cast<uint32_t>(ACL_UNDEFINED_ID);
 };
 
 /// The kernel's tag; 0 for one that it doesn't know.
