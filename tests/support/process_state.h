@@ -32,3 +32,6 @@ constexpr bool has_memory_of_its_own = false;
 #else
 constexpr bool has_memory_of_its_own = true;
 #endif
+
+/// Seconds for what is promised within one: a sanitizer makes a program several times as slow.
+constexpr double at_once = has_memory_of_its_own ? 1 : 5;
