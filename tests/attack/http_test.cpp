@@ -26,7 +26,7 @@ using testing::StartsWith;
 namespace {
 
 /// A sanitizer's program needs longer for as much than a reader is given.
-constexpr size_t storages = has_memory_of_its_own ? most_storages : 64;
+constexpr size_t storages = has_memory_of_its_own ? most_storages : 512;
 
 double seconds_since(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
