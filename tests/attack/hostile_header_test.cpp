@@ -4,18 +4,13 @@
 #include "tests/service/service_process.h"
 #include "tests/service/wire_client.h"
 #include "tests/support/giop.h"
+#include "tests/support/process_state.h"
 
 #include <functional>
 #include <gtest/gtest.h>
 
 using giop::cdr_writer;
 using giop::octets;
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool has_memory_of_its_own = false;
-#else
-constexpr bool has_memory_of_its_own = true;
-#endif
 
 namespace {
 
