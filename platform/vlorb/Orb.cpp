@@ -1,8 +1,7 @@
 // Orb over omniORB.
 //
 //   object      corbaloc:iiop:1.2@ADDRESS:PORT/KEY, or ssliop where TLS is forced, at the first
-//   address
-//               of the host, in the resolver's order, that answers
+//               address of the host, in the resolver's order, that answers
 //   PORT        the environment's VLSL_PORT, else the entry SERVICE/tcp of services(5), else 5638;
 //               a VLSL_PORT that is no port is told in the product's log, and nothing is reached
 //   TLS         VLSL_TLS_CA: certificates that are trusted; VLSL_TLS_KEY: own certificate and key;
@@ -17,6 +16,7 @@
 #include "platform/common/vlcommon.h"
 #include "platform/vlorb/addresses.h"
 #include "platform/vlorb/resend.h"
+#include "platform/vlorb/threads.h"
 
 #include <algorithm>
 #include <charconv>
@@ -177,6 +177,7 @@ Orb::~Orb() {
     const std::lock_guard lock(running_guard);
     if (--running == 0) {
         orb->destroy();
+        await_orb_threads();
     }
     CORBA::release(orb);
 }
@@ -191,8 +192,10 @@ void Orb::init(ACE_Abstract_Timer_Queue<ACE_Event_Handler*>* /*timers*/) {
     int argc = 0;
     char* argv[] = {nullptr};
     orb = CORBA::ORB_init(argc, argv, "omniORB4", options);
-    ++running;
-    send_again_only_what_was_not_begun();
+    if (running++ == 0) {
+        watch_orb_threads();
+        send_again_only_what_was_not_begun();
+    }
 }
 
 void Orb::setOrbRequestTimeout(const ACE_Time_Value& timeout) {

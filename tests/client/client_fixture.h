@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#ifdef __SANITIZE_ADDRESS__
+#ifdef HAS_LEAK_SANITIZER
 #include <sanitizer/lsan_interface.h>
 using leaks_on_purpose = __lsan::ScopedDisabler;
 #else

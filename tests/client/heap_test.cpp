@@ -5,14 +5,14 @@
 #include <malloc.h>
 #include <vlsl.hh>
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-extern "C" size_t __sanitizer_get_current_allocated_bytes(); // of sanitizer/allocator_interface.h
+#ifdef IS_SANITIZED
+#include <sanitizer/allocator_interface.h>
 #endif
 
 namespace {
 
 size_t bytes_in_use() {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef IS_SANITIZED
     return __sanitizer_get_current_allocated_bytes();
 #else
     return mallinfo2().uordblks;

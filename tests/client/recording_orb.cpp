@@ -22,6 +22,9 @@ std::string flag(bool value) { return value ? "true" : "false"; }
 
 } // namespace
 
+/// A sanitizer is told that this Orb takes the place of another one on purpose.
+extern "C" const char* __asan_default_options() { return "detect_odr_violation=0"; }
+
 orb_record& orbs() {
     static orb_record record;
     return record;

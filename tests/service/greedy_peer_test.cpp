@@ -49,7 +49,7 @@ TEST_P(Flood, KeepsNoOtherUserWaitingForASecondInRealTime) {
     ASSERT_TRUE(flood.await_err("flooding"));
     const remote_session client(service.port());
     double longest = 0;
-    for (int each = 0; each < 50; ++each) {
+    for (int each = 0; each < (has_memory_of_its_own ? 50 : 5); ++each) {
         const auto start = std::chrono::steady_clock::now();
         ASSERT_EQ(client.report("w:s3", 1000, 1).status, 0);
         const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;

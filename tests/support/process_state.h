@@ -27,11 +27,12 @@ inline bool comes_down_to(size_t (*count)(), size_t expected) {
 
 /// Whether what memory is measured is what the program took: a sanitizer keeps what is freed, and
 /// notes beside all.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef IS_SANITIZED
 constexpr bool has_memory_of_its_own = false;
 #else
 constexpr bool has_memory_of_its_own = true;
 #endif
 
-/// Seconds for what is promised within one: a sanitizer makes a program several times as slow.
-constexpr double at_once = has_memory_of_its_own ? 1 : 5;
+/// Seconds for what is promised within one. A sanitizer makes a program many times as slow, and all
+/// that can be seen there is that it isn't for ever.
+constexpr double at_once = has_memory_of_its_own ? 1 : 60;

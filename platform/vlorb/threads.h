@@ -1,0 +1,10 @@
+// The threads that the ORB of this process makes, which end some time after the ORB itself.
+#pragma once
+
+/// From now on the threads that the ORB makes are known. Call once for each ORB, when it is started.
+void watch_orb_threads();
+
+/// Waits until those are gone that have nothing more to do, a second at most. To be called once the
+/// ORB is destroyed: what its library does at the end of a thread is no good beside what it does at
+/// the end of the process.
+void await_orb_threads();
