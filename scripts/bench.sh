@@ -15,7 +15,7 @@ if [[ ! $seconds =~ ^[1-9][0-9]*$ ]]; then
 fi
 rate=50000000 # bytes a second
 
-scripts/install-deps.sh --all
+scripts/install-deps.sh all
 scripts/build.sh release throttling_bench pacing streams_bench service_bench unmarshal_bench client_bench \
   load_bench store_bench stspithrottling
 bin=build/release/bin

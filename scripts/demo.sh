@@ -22,7 +22,7 @@ case "${1:-}" in
 esac
 
 scripts/install-deps.sh
-scripts/build.sh release throttlectl stspithrottling vlsld
+scripts/build.sh release -DTHROTTLING_TESTS=OFF -DTHROTTLING_BENCHMARKS=OFF throttlectl stspithrottling vlsld
 out=build/demo
 rm -rf "$out"
 mkdir -p "$out/conf" "$out/shared-conf" "$out/store" "$out/shared"

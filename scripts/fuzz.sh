@@ -28,7 +28,7 @@ for name in "${names[@]}"; do
   fi
 done
 
-scripts/install-deps.sh --all
+scripts/install-deps.sh all
 scripts/build.sh fuzz "${names[@]/#/fuzz_}"
 findings=build/fuzz/findings
 new_inputs=$(mktemp -d)

@@ -1,23 +1,33 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that building, testing and the demo need. Does nothing, and needs no
-# rights, when they are all there. For Debian 12.
+# Installs the Debian packages that are missing: scripts/install-deps.sh [SET...]
+#
+#   (none)       what building and running it needs
+#   tests        and what the tests need
+#   sanitizers   and what the tests need as clang builds them
+#   all          and what CI and the benchmarks use besides
+#
+# Does nothing, and needs no rights, when they are all there.
 set -euo pipefail
 
 packages=(
-  g++ cmake ninja-build pkg-config git
-  libarchive-dev libcli11-dev libcpp-httplib-dev libcurl4-openssl-dev libfmt-dev libmicrohttpd-dev
-  libssl-dev libxxhash-dev nlohmann-json3-dev
+  g++ cmake ninja-build pkg-config
+  libarchive-dev libcli11-dev libcurl4-openssl-dev libfmt-dev libmicrohttpd-dev libssl-dev libxxhash-dev
+  nlohmann-json3-dev
   libace-dev libcos4-dev libomniorb4-dev omniidl omniorb-idl python3
-  libgtest-dev libgmock-dev libbenchmark-dev libxml2-utils chromium openssl
 )
-case "${1:-}" in
-  "") ;;
-  --all) # what CI and the benchmarks use besides
-    packages+=(clang clang-format clang-tidy libclang-rt-14-dev fio pv) ;;
-  *)
-    echo "usage: $0 [--all]" >&2
-    exit 2 ;;
-esac
+tests=(git libcpp-httplib-dev libgtest-dev libgmock-dev libbenchmark-dev libxml2-utils chromium openssl)
+sanitizers=(clang libclang-rt-dev)
+
+for set in "$@"; do
+  case "$set" in
+    tests) packages+=("${tests[@]}") ;;
+    sanitizers) packages+=("${tests[@]}" "${sanitizers[@]}") ;;
+    all) packages+=("${tests[@]}" "${sanitizers[@]}" clang-format clang-tidy fio pv) ;;
+    *)
+      sed -n '2,9s/^# \{0,1\}//p' "$0" >&2
+      exit 2 ;;
+  esac
+done
 
 missing=()
 for package in "${packages[@]}"; do

@@ -1,16 +1,44 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds, and runs every test: scripts/test.sh [PRESET...]
-# PRESET is release (the default), debug, asan, tsan or coverage. What fails is printed whole, of what
-# passes only the count; all of it is in build/PRESET/test.log.
+# Installs what is missing, builds, and runs the tests: scripts/test.sh [PRESET...] [NAME...]
+#
+#   scripts/test.sh                     all of them, built for release
+#   scripts/test.sh asan tsan           all of them, under each of two sanitizers
+#   scripts/test.sh Settings asan       those whose names match the regular expression Settings
+#   scripts/test.sh --failed            those that failed last
+#
+# PRESET is release, debug, asan, tsan or coverage. What fails is printed whole, of what passes only the
+# count; all of it is in build/PRESET/test.log.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-scripts/install-deps.sh
-for preset in "${@:-release}"; do
+presets=()
+names=()
+choice=()
+packages=tests
+for each in "$@"; do
+  case "$each" in
+    release | debug | coverage) presets+=("$each") ;;
+    asan | tsan)
+      presets+=("$each")
+      packages=sanitizers ;;
+    --failed) choice=(--rerun-failed) ;;
+    -*)
+      sed -n '2,10s/^# \{0,1\}//p' "$0"
+      [ "$each" = --help ] && exit 0
+      exit 2 ;;
+    *) names+=("$each") ;;
+  esac
+done
+if [ ${#names[@]} -gt 0 ]; then
+  choice+=(-R "$(IFS='|'; echo "${names[*]}")" --no-tests=error)
+fi
+
+scripts/install-deps.sh "$packages"
+for preset in "${presets[@]:-release}"; do
   scripts/build.sh "$preset"
   echo "testing $preset" >&2
   log=build/$preset/test.log
-  if ! scripts/leaves-no-semaphores.sh ctest --preset "$preset" >"$log" 2>&1; then
+  if ! scripts/leaves-no-semaphores.sh ctest --preset "$preset" "${choice[@]}" >"$log" 2>&1; then
     grep -v -E '^ *(Start +[0-9]+:|[0-9]+/[0-9]+ Test .* Passed )' "$log"
     exit 1
   fi

@@ -343,9 +343,12 @@ const throttling_config_s& ledger::settings_of(const storage_entry& which) const
 }
 
 int32_t ledger::configure(const caller& who, const std::string& text, moment now) {
+    // Read before its turn: the longest text takes as long as many questions.
+    const bool is_too_long = text.size() > longest_text;
+    const settings_text incoming = is_too_long ? settings_text{} : read_settings(text);
     const turn mine(*this);
     expire(now);
-    if (text.size() > longest_text) {
+    if (is_too_long) {
         return malformed(who.session, STS_ERR_INVALID,
                          fmt::format("settings of {} bytes, at most {} are read", text.size(),
                                      longest_text))
@@ -358,7 +361,6 @@ int32_t ledger::configure(const caller& who, const std::string& text, moment now
     if (text == latest_text_) {
         return STS_OK; // as each image sends them at its open
     }
-    const settings_text incoming = read_settings(text);
     if (incoming.settings == nullptr) {
         return malformed(who.session, STS_ERR_INVALID,
                          "settings without a readable row: " + in_quotes(text))

@@ -115,7 +115,7 @@ TEST_F(Damage, EveryBitOfAHeaderCounts) {
     back_up();
     const std::string archive = get_image("b.1of1");
     const size_t place = header_of(archive, "tree/middle");
-    for (const size_t offset : {0, 101, 150, 500}) { // name, mode, checksum, padding
+    for (const size_t offset : {0U, 101U, 150U, 500U}) { // name, mode, checksum, padding
         std::string damaged = archive;
         damaged[place + offset] = static_cast<char>(damaged[place + offset] ^ 1);
         rewrite("b.1of1", damaged);

@@ -4,15 +4,17 @@
 #include <archive.h>
 #include <archive_entry.h>
 #include <gtest/gtest.h>
+#include <memory>
 #include <string>
 
 /// An archive in memory, of any entries.
 class forged_archive {
   public:
-    forged_archive() : bytes_(1024 * 1024, '\0'), archive_(archive_write_new()) {
-        archive_write_set_format_pax(archive_);
-        archive_write_set_bytes_in_last_block(archive_, 1);
-        archive_write_open_memory(archive_, bytes_.data(), bytes_.size(), &used_);
+    forged_archive()
+        : bytes_(1024 * 1024, '\0'), archive_(archive_write_new(), archive_write_free) {
+        archive_write_set_format_pax(archive_.get());
+        archive_write_set_bytes_in_last_block(archive_.get(), 1);
+        archive_write_open_memory(archive_.get(), bytes_.data(), bytes_.size(), &used_);
     }
 
     void add_file(const std::string& name, const std::string& content, unsigned mode = 0755) {
@@ -33,9 +35,9 @@ class forged_archive {
         write(entry, "");
     }
 
+    /// The archive; nothing more can be added.
     std::string finish() {
-        archive_write_close(archive_);
-        archive_write_free(archive_);
+        archive_write_close(archive_.get());
         return bytes_.substr(0, used_);
     }
 
@@ -48,12 +50,12 @@ class forged_archive {
         return entry;
     }
     void write(archive_entry* entry, const std::string& content) {
-        EXPECT_EQ(archive_write_header(archive_, entry), ARCHIVE_OK);
-        archive_write_data(archive_, content.data(), content.size());
+        EXPECT_EQ(archive_write_header(archive_.get(), entry), ARCHIVE_OK);
+        archive_write_data(archive_.get(), content.data(), content.size());
         archive_entry_free(entry);
     }
 
     std::string bytes_;
     size_t used_ = 0;
-    archive* archive_;
+    std::unique_ptr<archive, decltype(&archive_write_free)> archive_;
 };
