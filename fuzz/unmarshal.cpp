@@ -350,6 +350,7 @@ size_t made(const head& chosen, unsigned seed, uint8_t* data, size_t room) {
 extern "C" int LLVMFuzzerInitialize(int* /*count*/, char*** /*arguments*/) {
     int count = 0;
     register_factories(CORBA::ORB_init(count, nullptr));
+    omniORB::traceLevel = 0; // else it tells of each message
     __sanitizer_install_malloc_and_free_hooks(on_malloc, on_free);
     return 0;
 }
