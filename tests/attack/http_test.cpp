@@ -2,31 +2,22 @@
 
 #include "tests/attack/raw_http.h"
 #include "tests/service/service_process.h"
-#include "tests/service/wire_client.h"
-#include "tests/support/conf_dir.h"
 #include "tests/support/process_state.h"
 
-#include "service/listening.h"
-#include "service/web_server.h"
+#include "service/http_server.h"
 
-#include <atomic>
 #include <chrono>
 #include <csignal>
-#include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <list>
 #include <thread>
-#include <vector>
 
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
 namespace {
-
-/// A sanitizer's program needs longer for as much than a reader is given.
-constexpr size_t storages = has_memory_of_its_own ? most_storages : 512;
 
 double seconds_since(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
@@ -261,93 +252,6 @@ TEST(AttackOnTheEnd, ReadersAndHalfSentRequestsDontHoldItUpInRealTime) {
     const auto asked = std::chrono::steady_clock::now();
     EXPECT_EQ(service.stop(SIGTERM).code, 0);
     EXPECT_LT(seconds_since(asked), 5);
-}
-
-// --- the largest status ---
-
-/// A book that is as full as it can be, and its page, in this process.
-class LargestStatus : public testing::Test {
-  protected:
-    static constexpr int64_t huge = int64_t{1} << 40;
-
-    moment now_ = this_moment();
-    ledger book_{3600, now_, [](const log_line&) {}};
-    listening_sockets place_{{"127.0.0.1"}, 0};
-    web_server server_{place_.descriptors(), book_};
-
-    void SetUp() override {
-        now_.wall -= history_step * static_cast<int64_t>(history_points);
-        for (size_t each = 0; each < storages; ++each) {
-            const std::string key = "w:storage number " + std::to_string(each);
-            const auto end = static_cast<uint32_t>(now_.wall);
-            book_.check_bandwidth(each, key, "host", {1, end - 1, end, huge}, now_);
-        }
-        for (size_t each = 0; each < history_points; ++each) {
-            now_.uptime += history_step;
-            now_.wall += history_step;
-            book_.tick(now_);
-        }
-    }
-};
-
-/// Bytes of this process, as /proc/self/status tells them.
-int64_t memory(const std::string& which) {
-    const std::string status = conf_dir::read("/proc/self/status");
-    return std::stoll(status.substr(status.find(which + ":") + which.size() + 1)) * 1024;
-}
-
-void forget_peak() { std::ofstream("/proc/self/clear_refs") << 5; }
-
-TEST_F(LargestStatus, SixteenReadersAtOnceTakeLittleMemoryAndItIsGivenBack) {
-    const int64_t before = memory("VmRSS");
-    forget_peak();
-    std::atomic<size_t> shortest = SIZE_MAX;
-    std::vector<std::thread> readers;
-    for (int each = 0; each < 16; ++each) {
-        readers.emplace_back([&] {
-            const raw_http connection(place_.port());
-            connection.send(request_for("/status"));
-            size_t size = 0;
-            std::string end;
-            for (std::string more = connection.take(); !more.empty(); more = connection.take()) {
-                size += more.size();
-                end = (end + more).substr(end.size() + more.size() - std::min<size_t>(size, 7));
-            }
-            EXPECT_EQ(end, "\r\n0\r\n\r\n"); // it is whole
-            shortest = std::min<size_t>(shortest, size);
-        });
-    }
-    for (std::thread& each : readers) {
-        each.join();
-    }
-    EXPECT_GT(shortest, storages * 10240);
-    RecordProperty("answer_bytes", static_cast<int>(shortest));
-    if (has_memory_of_its_own) {
-        const int64_t peak = memory("VmHWM") - before;
-        const int64_t left = memory("VmRSS") - before;
-        RecordProperty("peak_bytes", static_cast<int>(peak));
-        RecordProperty("left_bytes", static_cast<int>(left));
-        EXPECT_LT(peak, 64 << 20);
-        EXPECT_LT(left, 16 << 20);
-    }
-}
-
-TEST_F(LargestStatus, ReadersThatTakeNothingAreCutAndHoldUpNobodyInRealTime) {
-    const auto start = std::chrono::steady_clock::now();
-    std::list<raw_http> stuck;
-    for (int each = 0; each < 16; ++each) {
-        stuck.emplace_back(place_.port(), "127.0.0.1", 1024).send(request_for("/status"));
-    }
-    const auto is_over = [](const raw_http& each) { return each.is_over(); };
-    while (!std::all_of(stuck.begin(), stuck.end(), is_over)) {
-        ASSERT_LT(seconds_since(start), 9);
-        stuck.front().take(1); // drips
-        const auto asked = std::chrono::steady_clock::now();
-        EXPECT_THAT(ask(place_.port(), request_for("/")), HasSubstr("</html>"));
-        EXPECT_LT(seconds_since(asked), 2 * at_once);
-        std::this_thread::sleep_for(std::chrono::milliseconds(500));
-    }
-    EXPECT_GT(seconds_since(start), 4);
 }
 
 } // namespace

@@ -37,7 +37,8 @@ const std::string& service_process::state() {
     return own.path();
 }
 
-service_process::service_process(const std::vector<std::string>& arguments, int most_descriptors) {
+service_process::service_process(const std::vector<std::string>& arguments, int most_descriptors,
+                                 const std::map<std::string, std::string>& environment) {
     directory_ = (std::filesystem::temp_directory_path() / "vlsld-XXXXXX").string();
     if (mkdtemp(directory_.data()) == nullptr) {
         throw std::runtime_error("no temporary directory");
@@ -62,7 +63,7 @@ service_process::service_process(const std::vector<std::string>& arguments, int 
         command.insert(command.end(), {"--state", state()});
     }
     command.insert(command.end(), arguments.begin(), arguments.end());
-    process_.emplace(command, process_options{});
+    process_.emplace(command, process_options{environment, "", false});
     // Where its log goes elsewhere, what it says on standard output is all there is to wait for.
     const bool is_up =
         has("--log-file") ? process_->await_out("web page at") : process_->await_err("is ready");

@@ -12,9 +12,10 @@ class service_process {
   public:
     /// Starts it with `arguments` on top of those that choose free ports and a state of the test's
     /// own, and waits until it answers. Throws std::runtime_error with what it said when it ends
-    /// instead. It may have `most_descriptors`; 0: as many as we.
+    /// instead. It may have `most_descriptors`; 0: as many as we. `environment` is on top of ours.
     explicit service_process(const std::vector<std::string>& arguments = {},
-                             int most_descriptors = 0);
+                             int most_descriptors = 0,
+                             const std::map<std::string, std::string>& environment = {});
     /// Stops it unless that was done: the test fails where it ends with an error, such as a leak or
     /// a race that a sanitizer has seen.
     ~service_process();
@@ -31,6 +32,7 @@ class service_process {
     /// A value of /metrics, by its name and labels.
     double metric(const std::string& name) const;
 
+    pid_t pid() const { return process_->pid(); }
     void send(int signal) { process_->send(signal); }
     bool await_log(const std::string& text) { return process_->await_err(text); }
     /// Sends `signal`, and waits for the end.

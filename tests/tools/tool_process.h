@@ -30,6 +30,7 @@ class tool_process {
     tool_process(const tool_process&) = delete;
     tool_process& operator=(const tool_process&) = delete;
 
+    pid_t pid() const { return pid_; } ///< until it has been waited for
     void send(int signal) const;
     /// Waits until `text` stands on its standard error. False when it ends before.
     bool await_err(const std::string& text) const;
