@@ -35,6 +35,24 @@ TEST_F(ClientHeap, NothingStaysOfTheReferencesOfASession) {
     EXPECT_LT(bytes_in_use(), before + 5000); // a reference has more than 100 bytes
 }
 
+TEST_F(ClientHeap, NothingStaysOfTheReferencesOfASessionThatFails) {
+    for (const char* const operation : {"getHostSession", "getCloudManager", "aqueryFacet"}) {
+        service.answer(operation, raises("NO_RESOURCES"));
+        const auto client = make();
+        const auto some_failures = [&] {
+            for (int i = 0; i < 100; ++i) {
+                client->newSession("localhost", 0, false, 10);
+                ASSERT_THROW(client->Initialize(), CORBA::SystemException);
+            }
+        };
+        some_failures();
+        const size_t before = bytes_in_use();
+        some_failures();
+        EXPECT_LT(bytes_in_use(), before + 5000) << operation;
+        service.answer(operation, {});
+    }
+}
+
 TEST_F(ClientHeap, TheTextOfAConfigurationStaysAllocated) {
     constexpr size_t size = 100'000;
     constexpr size_t times = 10;
