@@ -7,6 +7,7 @@
 #include "tests/support/process_state.h"
 
 #include "plugin/stsapi.h"
+#include "service/ledger.h"
 
 #include <chrono>
 #include <csignal>
@@ -35,6 +36,56 @@ TEST(GreedyPeer, StoragesOfOneUserLeaveRoomForAnothers) {
     ASSERT_TRUE(other.await_err("holding"));
     EXPECT_EQ(service.storage("theirs")["connections"], 1);
     EXPECT_TRUE(service.await_log("storage \"mine0\": dropped, its peer has more than its part"));
+    other.send(SIGKILL);
+}
+
+/// Asks for so many sessions at once. What the last one is answered.
+giop::reply ask_for_sessions(giop::connection& client, size_t count) {
+    giop::cdr_writer arguments;
+    arguments.text("localhost");
+    arguments.text("C");
+    giop::octets requests;
+    for (uint32_t each = 1; each <= count; ++each) {
+        const giop::octets request =
+            giop::make_request(each, "HSFactory", "getHostSession", arguments.bytes());
+        requests.insert(requests.end(), request.begin(), request.end());
+    }
+    client.send(requests);
+    giop::reply last;
+    for (size_t each = 0; each < count; ++each) {
+        last = giop::parse_reply(client.receive().value());
+    }
+    return last;
+}
+
+TEST(GreedyPeer, SessionsOfOneUserLeaveRoomForAnothers) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can act as two users";
+    }
+    if (!has_memory_of_its_own) {
+        GTEST_SKIP() << "a sanitizer takes a minute for so many sessions";
+    }
+    const service_process service;
+    const remote_session oldest(service.port());
+    ASSERT_EQ(oldest.check_connections("a:mine", 1).status, 0);
+    giop::connection greedy = giop::connection::to(static_cast<uint16_t>(service.port()));
+    constexpr size_t batch = 512;
+    for (size_t open = 1; open < most_sessions; open += batch) {
+        const giop::reply last = ask_for_sessions(greedy, std::min(batch, most_sessions - open));
+        ASSERT_EQ(last.status, giop::reply_status::no_exception);
+    }
+    giop::reply refused = ask_for_sessions(greedy, 1);
+    EXPECT_EQ(refused.status, giop::reply_status::system_exception);
+    giop::cdr_reader said(refused.body, refused.little_endian);
+    EXPECT_EQ(said.text(), "IDL:omg.org/CORBA/NO_RESOURCES:1.0");
+    EXPECT_EQ(service.status()["sessions"], most_sessions);
+
+    tool_process other = start_as_another(service, {"hold", "theirs"});
+    ASSERT_TRUE(other.await_err("holding"));
+    EXPECT_EQ(service.storage("theirs")["connections"], 1);
+    // Room was made by the session that had been silent longest, which gave back what it held.
+    EXPECT_EQ(service.status()["sessions"], most_sessions);
+    EXPECT_EQ(service.storage("mine")["connections"], 0);
     other.send(SIGKILL);
 }
 
