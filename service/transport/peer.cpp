@@ -250,7 +250,7 @@ std::optional<clock::time_point> peer::deadline_locked() const {
     const auto or_since = [&](clock::time_point other) {
         since = std::min(since.value_or(other), other);
     };
-    if (tls_ && !tls_->is_agreed()) {
+    if (is_greeting()) {
         or_since(accepted_);
     }
     if (output_since_) {
@@ -261,6 +261,13 @@ std::optional<clock::time_point> peer::deadline_locked() const {
     }
     return *since + patience;
 }
+
+std::optional<clock::time_point> peer::handshake_deadline() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return is_greeting() ? std::optional(accepted_ + patience) : std::nullopt;
+}
+
+bool peer::is_greeting() const { return tls_ && !tls_->is_agreed(); }
 
 size_t peer::held() const {
     const std::lock_guard<std::mutex> lock(mutex_);

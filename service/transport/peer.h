@@ -51,6 +51,8 @@ class peer {
 
     /// When it is over, unless the peer goes on: since it has begun something. None: it is idle.
     std::optional<clock::time_point> deadline() const;
+    /// The same for its handshake. None: that is done, or there is none.
+    std::optional<clock::time_point> handshake_deadline() const;
     size_t held() const; ///< bytes in memory, of what was read and what isn't sent
 
     int descriptor() const { return descriptor_; } ///< to be watched; valid until close
@@ -69,6 +71,7 @@ class peer {
     bool flush();
     void end_locked();
     std::optional<clock::time_point> deadline_locked() const;
+    bool is_greeting() const;
 
     const int descriptor_;
     const bool has_tls_;

@@ -39,6 +39,16 @@ bool is_shortage(int error) {
     return error == EMFILE || error == ENFILE || error == ENOMEM || error == ENOBUFS;
 }
 
+/// Of the first queue with anybody in it. Null: there is none.
+reception::guest_ptr first_of(std::initializer_list<const reception::queue*> queues) {
+    for (const reception::queue* each : queues) {
+        if (!each->empty()) {
+            return each->front();
+        }
+    }
+    return nullptr;
+}
+
 } // namespace
 
 reception::reception(std::vector<entrance> entrances, size_t longest_message,
@@ -80,6 +90,10 @@ reception::guest_ptr reception::run(const teller& tell) {
         if (next_event_ == events_.size()) {
             expire(tell);
             wait_for_events();
+            const guest_ptr one = take_next_greeting();
+            if (one && serve(one, tell)) {
+                return one;
+            }
             continue;
         }
         const uint64_t number = events_[next_event_++].data.u64;
@@ -88,7 +102,7 @@ reception::guest_ptr reception::run(const teller& tell) {
             continue;
         }
         const guest_ptr one = find(number);
-        if (one && serve(one, tell)) {
+        if (one && !is_to_be_greeted(one) && serve(one, tell)) {
             return one;
         }
     }
@@ -100,7 +114,9 @@ void reception::wait_for_events() {
         deaf_until_.reset();
         listen_again(true);
     }
-    const milliseconds longest = deaf_until_ ? recovery : expiry_interval;
+    const milliseconds longest = !is_idle()    ? milliseconds(0)
+                                 : deaf_until_ ? recovery
+                                               : expiry_interval;
     events_.resize(most_events);
     next_event_ = 0;
     const int count = epoll_wait(epoll_, events_.data(), static_cast<int>(most_events),
@@ -108,6 +124,12 @@ void reception::wait_for_events() {
     events_.resize(static_cast<size_t>(std::max(count, 0)));
     uint64_t calls = 0;
     [[maybe_unused]] const ssize_t read_bytes = read(waker_, &calls, sizeof calls);
+}
+
+/// Whether no handshake waits for its turn.
+bool reception::is_idle() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return to_greet_.parties.empty();
 }
 
 // --- connections come ---------------------------------------------------------------------------
@@ -183,6 +205,27 @@ void reception::admit(int descriptor, const tls_identity* identity) {
 
 // --- and are served -----------------------------------------------------------------------------
 
+/// Whether its handshake goes on when it is its turn.
+bool reception::is_to_be_greeted(const guest_ptr& one) {
+    const std::optional<clock::time_point> last = one->connection.handshake_deadline();
+    if (!last) {
+        return false;
+    }
+    const std::lock_guard<std::mutex> lock(mutex_);
+    move_to(one, &party::greeting, one->held, *last - patience);
+    return true;
+}
+
+/// Null: there is none.
+reception::guest_ptr reception::take_next_greeting() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    guest_ptr one = to_greet_.next();
+    if (one) {
+        move_to(one, &party::busy);
+    }
+    return one;
+}
+
 /// Whether it has a message and no owner.
 bool reception::serve(const guest_ptr& one, const teller& tell) {
     peer::condition is = peer::condition::over;
@@ -253,14 +296,11 @@ void reception::hand_out(const teller& tell) {
 /// Null: there is none, or enough are being answered.
 reception::guest_ptr reception::take_next_ready() {
     const std::lock_guard<std::mutex> lock(mutex_);
-    if (turns_.empty() || being_answered_ >= most_answered) {
-        return nullptr;
+    guest_ptr one = being_answered_ < most_answered ? to_answer_.next() : nullptr;
+    if (one) {
+        move_to(one, &party::busy);
+        begin_answering(*one);
     }
-    const party& next = *turns_.front();
-    guest_ptr one = next.ready.front();
-    turns_.splice(turns_.end(), turns_, next.place);
-    move_to(one, &party::busy);
-    begin_answering(*one);
     return one;
 }
 
@@ -327,7 +367,7 @@ bool reception::linger(guest& one) {
     const std::lock_guard<std::mutex> lock(mutex_);
     whose.lingering -= may_wait;
     lingering_ -= may_wait;
-    const bool is_next = turns_.empty() && being_answered_ < most_answered;
+    const bool is_next = to_answer_.parties.empty() && being_answered_ < most_answered;
     if (is == peer::condition::over || (is == peer::condition::whole && is_next)) {
         begin_answering(one);
         return true;
@@ -371,6 +411,7 @@ std::vector<reception::guest_ptr> reception::find_expired(clock::time_point now)
     for (const auto& [name, each] : parties_) {
         look_through(each.silent, idle_time_);
         look_through(each.stalled, patience);
+        look_through(each.greeting, patience);
     }
     return expired;
 }
@@ -395,16 +436,13 @@ bool reception::drop_connection(const teller& tell) {
 /// Whoever has begun nothing, or not gone on, for the longest; then whoever has asked for nothing
 /// for the longest. Null: all are in their owners' hands.
 reception::guest_ptr reception::party::first_to_lose() const {
-    const auto begin_of = [](const queue& each) {
-        return each.empty() ? clock::time_point::max() : each.front()->queued_since;
+    const auto begin_of = [](const queue* each) {
+        return each->empty() ? clock::time_point::max() : each->front()->queued_since;
     };
-    const queue& unfinished = begin_of(silent) < begin_of(stalled) ? silent : stalled;
-    for (const queue* each : {&unfinished, &idle, &ready}) {
-        if (!each->empty()) {
-            return each->front();
-        }
-    }
-    return nullptr;
+    const queue* const unfinished =
+        std::min({&silent, &stalled, &greeting},
+                 [&](auto one, auto other) { return begin_of(one) < begin_of(other); });
+    return first_of({unfinished, &idle, &ready});
 }
 
 /// While too much is held, the peer that holds most loses.
@@ -421,7 +459,7 @@ void reception::drop_held(const teller& tell) {
                                                      return each.second.held < other.second.held;
                                                  })
                                     ->second;
-            one = (most.stalled.empty() ? most.ready : most.stalled).front();
+            one = first_of({&most.stalled, &most.greeting, &most.ready});
         }
         end_one(one, tell);
     }
@@ -488,6 +526,26 @@ void reception::close_all() {
 
 // --- what the queues are about ------------------------------------------------------------------
 
+void reception::rota::keep(party& whose) {
+    seat& its = whose.*places;
+    const bool is_here = its.unused.empty();
+    const bool belongs_here = !(whose.*waiting).empty();
+    if (belongs_here && !is_here) {
+        parties.splice(parties.end(), its.unused);
+    } else if (!belongs_here && is_here) {
+        its.unused.splice(its.unused.end(), parties, its.place);
+    }
+}
+
+reception::guest_ptr reception::rota::next() {
+    if (parties.empty()) {
+        return nullptr;
+    }
+    party& first = *parties.front();
+    parties.splice(parties.end(), parties, (first.*places).place);
+    return (first.*waiting).front();
+}
+
 /// Whoever stands there keeps its place.
 void reception::move_to(const guest_ptr& one, queue party::*where, size_t held,
                         clock::time_point since) {
@@ -501,15 +559,16 @@ void reception::move_to(const guest_ptr& one, queue party::*where, size_t held,
     if (one->standing_in == where) {
         return;
     }
-    const bool had_turn = !whose.ready.empty();
-    (whose.*where).splice((whose.*where).end(), whose.*one->standing_in, one->place);
+    queue& to = whose.*where;
+    auto before = to.end(); // mostly: a handshake may be older than what others have begun
+    while (before != to.begin() && (*std::prev(before))->queued_since > since) {
+        --before;
+    }
+    to.splice(before, whose.*one->standing_in, one->place);
     one->standing_in = where;
     one->queued_since = since;
-    if (!had_turn && !whose.ready.empty()) {
-        turns_.splice(turns_.end(), whose.turn);
-    } else if (had_turn && whose.ready.empty()) {
-        whose.turn.splice(whose.turn.end(), turns_, whose.place);
-    }
+    to_greet_.keep(whose);
+    to_answer_.keep(whose);
 }
 
 void reception::begin_answering(guest& one) {
@@ -519,7 +578,7 @@ void reception::begin_answering(guest& one) {
 void reception::end_answering(guest& one) {
     if (std::exchange(one.is_being_answered, false)) {
         --being_answered_;
-        if (!turns_.empty()) {
+        if (!to_answer_.parties.empty()) {
             wake();
         }
     }

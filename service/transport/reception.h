@@ -5,6 +5,9 @@
 //
 //   a a a a b   have asked in this order, and are answered   a b a a a
 //
+// So it is with handshakes of TLS, a step of which takes as long as hundreds of requests: one step is
+// made, then all others have their turn.
+//
 // Where descriptors, memory or threads run short, the peer that has most of them loses first.
 #pragma once
 
@@ -33,16 +36,26 @@ class reception {
     struct guest;
     using guest_ptr = std::shared_ptr<guest>;
     using queue = std::list<guest_ptr>;
+    struct party;
+
+    /// A party's place in a rota, which it keeps while it isn't there.
+    struct seat {
+        explicit seat(party* whose) : unused{whose} {}
+
+        std::list<party*> unused;                           ///< empty while it is in the rota
+        std::list<party*>::iterator place = unused.begin(); ///< here or there
+    };
 
     /// All connections of one peer.
     struct party {
-        queue silent;                 ///< never said anything, in the order of their arrival
-        queue stalled;                ///< have begun something, in the order of that
-        queue idle;                   ///< have been answered, in the order of that
-        queue ready;                  ///< have a message for their owners, in the order of that
-        queue busy;                   ///< in their owners' hands
-        std::list<party*> turn{this}; ///< empty while it is among those that have somebody ready
-        std::list<party*>::iterator place = turn.begin(); ///< here or there
+        queue silent;   ///< never said anything, in the order of their arrival
+        queue stalled;  ///< have begun something, in the order of that
+        queue greeting; ///< have sent what their handshake goes on with, in the order of that
+        queue idle;     ///< have been answered, in the order of that
+        queue ready;    ///< have a message for their owners, in the order of that
+        queue busy;     ///< in their owners' hands
+        seat to_greet{this};
+        seat to_answer{this};
         size_t connections = 0;
         size_t held = 0; ///< bytes
         int lingering = 0;
@@ -122,11 +135,26 @@ class reception {
         const tls_identity* identity;
     };
 
+    /// Who has somebody in one of their queues, in turn; the first one is next.
+    struct rota {
+        queue party::*waiting;
+        seat party::*places;
+        std::list<party*> parties;
+
+        /// Puts it at the end, or takes it out, if its queue asks for that.
+        void keep(party& whose);
+        /// Whose turn it is, who is last from now on. Null: nobody's.
+        guest_ptr next();
+    };
+
     void wait_for_events();
+    bool is_idle();
     void accept_from(const address_to_accept& at, const teller& tell);
     void admit(int descriptor, const tls_identity* identity);
     int replace(int descriptor, const teller& tell);
     void listen_again(bool is_on);
+    bool is_to_be_greeted(const guest_ptr& one);
+    guest_ptr take_next_greeting();
     bool serve(const guest_ptr& one, const teller& tell);
     void await(const guest_ptr& one, peer::condition is);
     void make_ready(const guest_ptr& one);
@@ -167,7 +195,8 @@ class reception {
     uint64_t last_number_ = 0;
     std::unordered_map<uint64_t, guest_ptr> guests_;
     std::map<std::string, party> parties_; ///< none is without a connection
-    std::list<party*> turns_;              ///< who has somebody ready; the first one is next
+    rota to_greet_{&party::greeting, &party::to_greet, {}};
+    rota to_answer_{&party::ready, &party::to_answer, {}};
     size_t held_ = 0;
     int being_answered_ = 0;
     int lingering_ = 0;

@@ -42,6 +42,8 @@ giop::octets question(uint32_t id = 1);
 /// How long a new client waits for an answer to that, in seconds: the median of five, each on a
 /// connection of its own. Fails the test for an answer that isn't one.
 double answer_time(int port);
+/// The longest of five.
+double longest_answer_time(int port);
 
 /// Whether the connection gets the answer to request `id` next.
 bool is_answered(giop::connection& client, uint32_t id);

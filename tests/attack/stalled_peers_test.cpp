@@ -6,7 +6,9 @@
 #include "tests/service/wire_client.h"
 #include "tests/support/certificates.h"
 #include "tests/support/process_state.h"
+#include "tests/support/tls_hello.h"
 
+#include <atomic>
 #include <csignal>
 #include <gtest/gtest.h>
 #include <list>
@@ -164,6 +166,55 @@ TEST_F(StalledTls, HandshakesKeepNobodyOut) {
     // Nobody had to be cut for that.
     EXPECT_EQ(begun.closed(), 0U);
     EXPECT_EQ(silent.closed(), 0U);
+}
+
+/// Handshakes without end: as soon as all have been answered, which costs the service a signature
+/// each, new ones begin.
+class handshake_flood {
+  public:
+    handshake_flood(int port, size_t connections)
+        : thread_([=] {
+              const giop::octets hello = tls_hello("P-384");
+              while (!is_over_) {
+                  const crowd all(port, connections);
+                  all.send(hello);
+                  rounds_ += all.await_answers();
+              }
+          }) {}
+    ~handshake_flood() {
+        is_over_ = true;
+        thread_.join();
+        EXPECT_GT(rounds_, 0);
+    }
+    handshake_flood(const handshake_flood&) = delete;
+    handshake_flood& operator=(const handshake_flood&) = delete;
+
+  private:
+    std::atomic<bool> is_over_ = false;
+    std::atomic<int> rounds_ = 0;
+    std::thread thread_;
+};
+
+TEST_F(StalledTls, AFloodOfHandshakesKeepsNoPlainClientWaitingForASecondInRealTime) {
+    const handshake_flood flood(service.tls_port(), 400);
+    const auto start = steady_clock::now();
+    double longest = 0;
+    while (steady_clock::now() - start < seconds(2)) {
+        longest = std::max(longest, longest_answer_time(service.port()));
+    }
+    RecordProperty("longest_ms", static_cast<int>(longest * 1000));
+    EXPECT_LT(longest, at_once);
+}
+
+TEST_F(StalledTls, APeerDoesntChooseAKeyExchangeThatTakesLong) {
+    constexpr char handshake = 0x16;
+    constexpr char alert = 0x15;
+    for (const char* const group : {"X25519", "P-256", "P-384", "P-521", "X448"}) {
+        EXPECT_EQ(crowd(service.tls_port(), 1).ask(tls_hello(group))[0], handshake) << group;
+    }
+    for (const char* const group : {"ffdhe2048", "ffdhe4096", "ffdhe8192"}) {
+        EXPECT_EQ(crowd(service.tls_port(), 1).ask(tls_hello(group))[0], alert) << group;
+    }
 }
 
 TEST_F(StalledTls, HandshakesTakeFiveSecondsAtMostInRealTime) {

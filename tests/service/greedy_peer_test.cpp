@@ -3,6 +3,7 @@
 #include "tests/service/service_process.h"
 #include "tests/service/wire_client.h"
 
+#include "tests/support/certificates.h"
 #include "tests/support/giop.h"
 #include "tests/support/process_state.h"
 
@@ -113,6 +114,28 @@ TEST_P(Flood, KeepsNoOtherUserWaitingForASecondInRealTime) {
 
 INSTANTIATE_TEST_SUITE_P(Connections, Flood, testing::Values(16, 300, 2000),
                          [](const auto& flood) { return std::to_string(flood.param); });
+
+TEST(GreedyPeer, HandshakesOfOneUserKeepNoOtherUsersWaitingInRealTime) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can act as two users";
+    }
+    const certificates own("own");
+    const service_process service(
+        {"--no-http", "--tls-ca", own.authority(), "--tls-key", own.key()});
+    tool_process flood({MANY_CLIENTS, std::to_string(service.tls_port()), "greeting", "1000"},
+                       process_options{{}, "", true});
+    ASSERT_TRUE(flood.await_err("flooding"));
+    const auto start = std::chrono::steady_clock::now();
+    tool_process client(
+        {MANY_CLIENTS, std::to_string(service.tls_port()), "hold", "s3"},
+        {{{"VLSL_TLS_CA", own.authority()}, {"VLSL_TLS_KEY", own.key()}}, "", false});
+    EXPECT_TRUE(client.await_err("holding"));
+    const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
+    RecordProperty("taken_ms", static_cast<int>(taken.count() * 1000));
+    EXPECT_LT(taken.count(), 2 * at_once);
+    flood.send(SIGKILL);
+    client.send(SIGKILL);
+}
 
 /// A service that can have few connections, most of which another user takes.
 class FullHouse : public testing::TestWithParam<const char*> {};

@@ -6,6 +6,8 @@
 //   many_clients PORT greedy CONNECTIONS      asks without end on many, never waiting for an
 //                                             answer: the quickest questions, those that take
 //                                             longest, new sessions and false keys
+//   many_clients PORT greeting CONNECTIONS    begins as many handshakes of TLS at once, and again
+//                                             as soon as all are answered
 //   many_clients PORT silent CONNECTIONS      connects, and says nothing
 //   many_clients PORT idle CONNECTIONS        asks once on each
 //   many_clients PORT stalled CONNECTIONS     sends 200 kB on each, but for the last byte
@@ -14,6 +16,7 @@
 
 #include "tests/support/giop.h"
 #include "tests/support/process_state.h"
+#include "tests/support/tls_hello.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -128,6 +131,23 @@ void flood(int port, int connections, const remote_session& session) {
     }
 }
 
+void greet(int port, int connections) {
+    const giop::octets hello = tls_hello("P-384");
+    for (;;) {
+        std::vector<int> sockets;
+        for (int each = 0; each < connections; ++each) {
+            sockets.push_back(connected(port));
+            send(sockets.back(), hello.data(), hello.size(), MSG_NOSIGNAL);
+        }
+        fputs("flooding\n", stderr);
+        for (const int each : sockets) {
+            char answer[4096];
+            recv(each, answer, sizeof answer, 0);
+            close(each);
+        }
+    }
+}
+
 /// Connections that send that once, and are answered if they are to be.
 void stay(int port, int connections, const giop::octets& bytes, bool is_answered) {
     for (int each = 0; each < connections; ++each) {
@@ -154,6 +174,9 @@ void raise_descriptor_limit() {
 int main(int argc, char** argv) {
     raise_descriptor_limit();
     try {
+        if (strcmp(argv[2], "greeting") == 0) {
+            greet(atoi(argv[1]), atoi(argv[3]));
+        }
         const Orvessa::Vaultaro::HostSessionFactory_var factory = find_factory(atoi(argv[1]));
         if (strcmp(argv[2], "flood") == 0) {
             const remote_session session(factory);
