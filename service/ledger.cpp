@@ -407,21 +407,20 @@ bool ledger::can_be_dropped(const storage_entry& which) const {
 
 // --- questions ---------------------------------------------------------------------------------
 
-answer ledger::check_connections(const caller& who, const std::string& key,
-                                 const std::string& session_text, int32_t delta, moment now) {
+/// Answers a session's question about the storage of its key. `objection` tells, of the key once it
+/// is parsed, why the question itself can't be answered; empty: it can. `reply` answers it then.
+template <typename Objection, typename Reply>
+answer ledger::ask(const caller& who, const std::string& key, const std::string& session_text,
+                   moment now, Objection objection, Reply reply) {
     const turn mine(*this);
     expire(now);
     const auto parsed = parse_key(key);
-    if (!parsed) {
-        return malformed(who.session, STS_ERR_INVALID, "no key: " + in_quotes(key));
+    if (const std::string why = objection(parsed); !why.empty()) {
+        return malformed(who.session, STS_ERR_INVALID, why);
     }
     if (!is_session_text(session_text)) {
         return malformed(who.session, STS_ERR_INVALID,
                          "no session's text: " + in_quotes(session_text));
-    }
-    if (delta != 1 && delta != -1) {
-        return malformed(who.session, STS_ERR_INVALID,
-                         fmt::format("{}: a change by {}, not by 1 or -1", in_quotes(key), delta));
     }
     session_entry* const asker = heard(who, now);
     storage_entry* const what =
@@ -431,50 +430,54 @@ answer ledger::check_connections(const caller& who, const std::string& key,
     }
     asker->second.label = session_text.substr(0, longest_label);
     expire_flows(*what, now);
-    if (parsed->operation == OPERATION_READ_WRITE) {
-        asker->second.is_taken_up = false; // from now on it says what it holds
-        if (delta > 0) {
-            return connect(*asker, *what, now);
+    return reply(*asker, *what, parsed->operation);
+}
+
+answer ledger::check_connections(const caller& who, const std::string& key,
+                                 const std::string& session_text, int32_t delta, moment now) {
+    const auto objection = [&](const std::optional<flow_key>& parsed) -> std::string {
+        if (!parsed) {
+            return "no key: " + in_quotes(key);
         }
-        disconnect(*asker, *what);
-    } else if (delta > 0) {
-        report(*asker, *what, parsed->operation, 0, now);
-    } else {
-        end_flow(*asker, *what, parsed->operation, "no longer");
-    }
-    return reply(*what, parsed->operation, 0, now);
+        return delta == 1 || delta == -1
+                   ? ""
+                   : fmt::format("{}: a change by {}, not by 1 or -1", in_quotes(key), delta);
+    };
+    return ask(who, key, session_text, now, objection,
+               [&](session_entry& asker, storage_entry& what, operation_type_t operation) {
+                   if (operation == OPERATION_READ_WRITE) {
+                       asker.second.is_taken_up = false; // from now on it says what it holds
+                       if (delta > 0) {
+                           return connect(asker, what, now);
+                       }
+                       disconnect(asker, what);
+                   } else if (delta > 0) {
+                       report(asker, what, operation, 0, now);
+                   } else {
+                       end_flow(asker, what, operation, "no longer");
+                   }
+                   return reply(what, operation, 0, now);
+               });
 }
 
 answer ledger::check_bandwidth(const caller& who, const std::string& key,
                                const std::string& session_text, const sample& reported,
                                moment now) {
-    const turn mine(*this);
-    expire(now);
-    const auto parsed = parse_key(key);
-    if (!parsed || parsed->operation != reported.operation) {
-        return malformed(
-            who.session, STS_ERR_INVALID,
-            fmt::format("no key of operation {}: {}", reported.operation, in_quotes(key)));
-    }
-    if (!is_session_text(session_text)) {
-        return malformed(who.session, STS_ERR_INVALID,
-                         "no session's text: " + in_quotes(session_text));
-    }
-    session_entry* const asker = heard(who, now);
-    storage_entry* const what =
-        asker != nullptr ? asked_for(parsed->storage, *asker->second.owner, now) : nullptr;
-    if (what == nullptr) {
-        return malformed(who.session, STS_ERR_NOMEM, in_quotes(key) + ": no room for one more");
-    }
-    asker->second.label = session_text.substr(0, longest_label);
-    ++reports_;
-    expire_flows(*what, now);
-    report(*asker, *what, parsed->operation, rate_of(reported), now);
-    const throttling_config_s& settings = settings_of(*what);
-    const uint64_t share = allowed_now(settings, parsed->operation, now) /
-                           what->second.flows[parsed->operation].size();
-    return reply(*what, parsed->operation, early_by(reported, share, settings.sample_interval),
-                 now);
+    const auto objection = [&](const std::optional<flow_key>& parsed) -> std::string {
+        return parsed && parsed->operation == reported.operation
+                   ? ""
+                   : fmt::format("no key of operation {}: {}", reported.operation, in_quotes(key));
+    };
+    return ask(who, key, session_text, now, objection,
+               [&](session_entry& asker, storage_entry& what, operation_type_t operation) {
+                   ++reports_;
+                   report(asker, what, operation, rate_of(reported), now);
+                   const throttling_config_s& settings = settings_of(what);
+                   const uint64_t share =
+                       allowed_now(settings, operation, now) / what.second.flows[operation].size();
+                   return reply(what, operation,
+                                early_by(reported, share, settings.sample_interval), now);
+               });
 }
 
 answer ledger::refuse(const caller& who, const std::string& why, moment now) {

@@ -241,6 +241,9 @@ class ledger {
     const throttling_config_s& settings_of(const storage_entry& which) const;
     bool can_be_dropped(const storage_entry& which) const;
 
+    template <typename Objection, typename Reply>
+    answer ask(const caller& who, const std::string& key, const std::string& session_text,
+               moment now, Objection objection, Reply reply);
     answer connect(session_entry& who, storage_entry& what, moment now);
     void disconnect(session_entry& who, storage_entry& what);
     void report(session_entry& who, storage_entry& what, operation_type_t operation, uint64_t rate,
