@@ -17,6 +17,21 @@ using giop::with_octet;
 
 namespace {
 
+/// With the service at `port`; `and_then` looks at each.
+void expect_each_exchange_fails(
+    const sts_session_def_v7_t* session, int port,
+    const std::function<void(const exchange_shape&)>& and_then = [](const exchange_shape&) {}) {
+    look_for_service_at(port);
+    CCloudVLSLClient client(session, "localhost", false, 0, 2);
+    for (const exchange_shape& shape : exchange_shapes) {
+        std::string out;
+        EXPECT_EQ(shape.run(client, out), shape.corba_status) << shape.name;
+        EXPECT_EQ(out, "");
+        EXPECT_EQ(take_log().back(), shape.corba_line());
+        and_then(shape);
+    }
+}
+
 octets octets_of(const std::string& text) { return {text.begin(), text.end()}; }
 
 struct odd_answer {
@@ -61,14 +76,7 @@ TEST_P(HostileService, FailsEachExchangeAndSparesTheClient) {
         peer.send(GetParam().bytes);
         peer.shut_down();
     });
-    look_for_service_at(service.port());
-    CCloudVLSLClient client(&session, "localhost", false, 0, 2);
-    for (const exchange_shape& shape : exchange_shapes) {
-        std::string out;
-        EXPECT_EQ(shape.run(client, out), shape.corba_status) << shape.name;
-        EXPECT_EQ(out, "");
-        EXPECT_EQ(take_log().back(), shape.corba_line());
-    }
+    expect_each_exchange_fails(&session, service.port());
     EXPECT_EQ(service.connections(), 6 * GetParam().sendings);
 }
 
@@ -160,15 +168,9 @@ TEST_P(LyingException, FailsEachExchangeAndSparesTheClient) {
     const giop::listener service(
         giop::answering([&](const giop::request& request) { return answer(request, port); }));
     port = service.port();
-    look_for_service_at(service.port());
-    CCloudVLSLClient client(&session, "localhost", false, 0, 2);
-    for (const exchange_shape& shape : exchange_shapes) {
-        std::string out;
-        EXPECT_EQ(shape.run(client, out), shape.corba_status) << shape.name;
-        EXPECT_EQ(out, "");
-        EXPECT_EQ(take_log().back(), shape.corba_line());
+    expect_each_exchange_fails(&session, service.port(), [&](const exchange_shape& shape) {
         EXPECT_EQ(service.requests().back().operation, shape.asked);
-    }
+    });
 }
 
 } // namespace

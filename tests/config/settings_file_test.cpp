@@ -31,6 +31,13 @@ class SettingsFile : public ConfigTest {
     int write() { return write_config_file_from_var(&session, &config); }
     std::string text() const { return conf_dir::read(files.plugin_file()); }
     size_t count() const { return entries_of(files.path().c_str()); }
+    /// As a host does, over the shared settings.
+    int give_s3_five_connections() {
+        char rows[] = "name=THR:s3,description=x,type=int,value=5,fixed=n;";
+        char type[] = "cloud";
+        char name[] = "s3";
+        return write_config_file_from_buf(&session, rows, type, name);
+    }
     static struct stat of(const std::string& path) {
         struct stat file = {};
         EXPECT_EQ(lstat(path.c_str(), &file), 0) << path;
@@ -223,10 +230,7 @@ TEST_F(SettingsFile, SetThatIsOvertakenIsMadeAgainOnWhatIsThere) {
             conf_dir::write(path, default_file("THR:other=7\n")); // a neighbour's
         }
     };
-    char rows_text[] = "name=THR:s3,description=x,type=int,value=5,fixed=n;";
-    char type[] = "cloud";
-    char name[] = "s3";
-    EXPECT_EQ(write_config_file_from_buf(&session, rows_text, type, name), 0);
+    EXPECT_EQ(give_s3_five_connections(), 0);
     EXPECT_EQ(rows, 2);
     EXPECT_EQ(text(), default_file("THR:other=7\nTHR:s3=5\n"));
 }
@@ -242,10 +246,7 @@ TEST_F(SettingsFile, FileThatNeverRestsIsAFailureAndNotAnEndlessLoop) {
             conf_dir::write(path, "THR:other=" + std::to_string(++rows) + "\n");
         }
     };
-    char rows_text[] = "name=THR:s3,description=x,type=int,value=5,fixed=n;";
-    char type[] = "cloud";
-    char name[] = "s3";
-    EXPECT_EQ(write_config_file_from_buf(&session, rows_text, type, name), 2060017);
+    EXPECT_EQ(give_s3_five_connections(), 2060017);
     EXPECT_EQ(text(), "THR:other=" + std::to_string(rows) + "\n");
 }
 
@@ -260,10 +261,7 @@ TEST_F(SettingsFile, NoLockIsHeldWhileTheHostsCallbackRuns) {
         refused += flock(descriptor, LOCK_EX | LOCK_NB) != 0;
         close(descriptor);
     };
-    char rows_text[] = "name=THR:s3,description=x,type=int,value=5,fixed=n;";
-    char type[] = "cloud";
-    char name[] = "s3";
-    EXPECT_EQ(write_config_file_from_buf(&session, rows_text, type, name), 0);
+    EXPECT_EQ(give_s3_five_connections(), 0);
     EXPECT_EQ(refused, 0);
     EXPECT_EQ(count(), 1U);
 }
