@@ -1,9 +1,9 @@
 // throttlectl: the commands there are, what all of them take, and what the program ends with.
 
-#include "tools/commands.h"
-#include "tools/console.h"
-#include "tools/failure.h"
-#include "tools/status_names.h"
+#include "tools/host/command.h"
+#include "tools/host/status_names.h"
+#include "tools/terminal/console.h"
+#include "tools/terminal/failure.h"
 
 #include <cerrno>
 #include <cstdio>

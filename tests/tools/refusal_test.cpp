@@ -1,6 +1,6 @@
 // What the tool refuses or can't do: the right message and exit code, and nothing half done.
 
-#include "tests/tools/generated_tree.h"
+#include "tests/tools/run/generated_tree.h"
 #include "tests/tools/tool_fixture.h"
 
 namespace fs = std::filesystem;

@@ -2,8 +2,8 @@
 
 #include "tests/support/conf_dir.h"
 #include "tests/support/host_session.h"
-#include "tools/plugin_host.h"
-#include "tools/records.h"
+#include "tools/host/plugin_host.h"
+#include "tools/host/records.h"
 
 #include <cstdlib>
 #include <regex>

@@ -1,0 +1,126 @@
+#include "tools/figures/progress.h"
+
+#include "tools/terminal/console.h"
+#include "tools/terminal/sizes.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+
+namespace {
+
+constexpr auto redraw_interval = std::chrono::milliseconds(200);
+constexpr auto line_interval = std::chrono::seconds(2);
+constexpr double recent_seconds = 4; // pacing sleeps whole seconds: less would jump
+constexpr size_t bar_width = 20;
+constexpr size_t name_width = 24;
+
+/// The last sample that is old enough to measure from.
+const sample& base_of(const transfer& run) {
+    const std::vector<sample>& samples = run.samples();
+    const double now = run.seconds();
+    const auto newer = std::find_if(samples.rbegin(), samples.rend(), [&](const sample& each) {
+        return each.time <= now - recent_seconds;
+    });
+    return newer != samples.rend() ? *newer : samples.front();
+}
+
+double rate_since(double then, double now, uint64_t bytes) {
+    return now > then ? static_cast<double>(bytes) / (now - then) : 0;
+}
+
+double fraction(uint64_t done, uint64_t planned) {
+    return planned == 0 ? 1
+                        : std::min(1.0, static_cast<double>(done) / static_cast<double>(planned));
+}
+
+/// The allowed rate of one of `count` streams.
+std::optional<double> share_of(std::optional<uint64_t> allowed, size_t count) {
+    if (!allowed) {
+        return {};
+    }
+    return static_cast<double>(*allowed) / static_cast<double>(std::max<size_t>(count, 1));
+}
+
+std::string shortened(const std::string& name) {
+    return name.size() <= name_width ? name : "..." + name.substr(name.size() - name_width + 3);
+}
+
+std::string line_text(const std::string& name, double done, double rate,
+                      std::optional<double> allowed, uint64_t slept) {
+    return fmt::format("{:<{}} {} {:3.0f} %  {:>12} of {:<12} slept {} s", shortened(name),
+                       name_width, bar_text(done, bar_width), 100 * done, rate_text(rate),
+                       rate_text(allowed), slept);
+}
+
+struct totals {
+    uint64_t done = 0;
+    uint64_t planned = 0;
+    uint64_t slept = 0;
+};
+
+totals totals_of(const transfer& run) {
+    totals all;
+    for (const auto& each : run.streams()) {
+        all.done += each->done;
+        all.planned += each->planned;
+        all.slept += each->slept;
+    }
+    return all;
+}
+
+} // namespace
+
+std::string bar_text(double done, size_t width) {
+    const auto full = static_cast<size_t>(std::clamp(done, 0.0, 1.0) * static_cast<double>(width));
+    return "[" + std::string(full, '#') + std::string(width - full, '.') + "]";
+}
+
+double recent_rate(const transfer& run, size_t index) {
+    const sample& base = base_of(run);
+    return rate_since(base.time, run.seconds(), run.streams()[index]->bytes - base.bytes[index]);
+}
+
+double recent_rate(const transfer& run) {
+    const sample& base = base_of(run);
+    uint64_t moved = 0;
+    for (size_t index = 0; index < run.streams().size(); ++index) {
+        moved += run.streams()[index]->bytes - base.bytes[index];
+    }
+    return rate_since(base.time, run.seconds(), moved);
+}
+
+std::string progress_view::total_line() const {
+    const totals all = totals_of(run_);
+    const std::optional<uint64_t> allowed = run_.allowed_now();
+    return line_text(run_.operation(), fraction(all.done, all.planned), recent_rate(run_),
+                     share_of(allowed, 1), all.slept);
+}
+
+void progress_view::show() {
+    console& screen = console::get();
+    const clock::time_point now = clock::now();
+    if (now - shown_ < (screen.is_terminal() ? clock::duration(redraw_interval)
+                                             : clock::duration(line_interval))) {
+        return;
+    }
+    shown_ = now;
+    std::vector<std::string> lines;
+    if (run_.is_running()) {
+        const std::optional<double> share = share_of(run_.allowed_now(), run_.streams().size());
+        for (size_t index = 0; index < run_.streams().size(); ++index) {
+            const stream& each = *run_.streams()[index];
+            lines.push_back(line_text(each.name, fraction(each.done, each.planned),
+                                      recent_rate(run_, index), share, each.slept));
+        }
+        lines.push_back(total_line());
+    } else {
+        lines.push_back(run_.operation() + ": " + run_.phase());
+    }
+    if (screen.is_terminal()) {
+        screen.bars(lines);
+    } else {
+        screen.line(lines.back());
+    }
+}
+
+void progress_view::clear() { console::get().clear_bars(); }

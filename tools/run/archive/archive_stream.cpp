@@ -1,0 +1,323 @@
+#include "tools/run/archive/archive_stream.h"
+
+#include "tools/host/status_names.h"
+#include "tools/terminal/failure.h"
+#include "tools/terminal/printable.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <fmt/format.h>
+#include <new>
+
+namespace {
+
+void require_memory(const archive* handle) {
+    if (handle == nullptr) {
+        throw std::bad_alloc();
+    }
+}
+
+} // namespace
+
+std::string archive_text(archive* handle) {
+    const char* const text = archive_error_string(handle);
+    return text != nullptr ? text : "unknown error";
+}
+
+std::string name_of(archive_entry* entry) {
+    const char* const path = archive_entry_pathname(entry);
+    std::string name = path != nullptr ? path : "";
+    while (name.size() > 1 && name.back() == '/') {
+        name.pop_back();
+    }
+    return name;
+}
+
+// --- writing -----------------------------------------------------------------------------------
+
+archive_writer::archive_writer(host_image& image, stream& account, const transfer& run,
+                               uint64_t block)
+    : image_(image), account_(account), run_(run),
+      seal_(image.name(), [this](const std::string& bytes) { write_seal(bytes); }),
+      archive_(archive_write_new()) {
+    archive* const handle = archive_.get();
+    require_memory(handle);
+    require(archive_write_set_format_pax(handle) == ARCHIVE_OK);
+    // Names are bytes: nothing is converted, so every name comes back as it was.
+    require(archive_write_set_format_option(handle, "pax", "hdrcharset", "BINARY") == ARCHIVE_OK);
+    require(archive_write_set_bytes_per_block(handle, static_cast<int>(block)) == ARCHIVE_OK);
+    require(archive_write_set_bytes_in_last_block(handle, 1) == ARCHIVE_OK);
+    require(archive_write_open2(handle, this, nullptr, write_block, nullptr, nullptr) ==
+            ARCHIVE_OK);
+}
+
+/// Drops what can't be written rather than say so: the library doesn't release all that it holds
+/// when it is told of a failure. Whoever called the library looks for what was thrown.
+la_ssize_t archive_writer::write_block(archive* /*handle*/, void* self, const void* buffer,
+                                       size_t length) {
+    auto& writer = *static_cast<archive_writer*>(self);
+    if (writer.is_over_ || writer.thrown_ != nullptr) {
+        return static_cast<la_ssize_t>(length);
+    }
+    try {
+        return static_cast<la_ssize_t>(writer.write(buffer, length));
+    } catch (...) {
+        writer.thrown_ = std::current_exception();
+        return static_cast<la_ssize_t>(length);
+    }
+}
+
+/// Returns the bytes written, which may be fewer.
+uint64_t archive_writer::write(const void* buffer, size_t length) {
+    run_.check_may_move();
+    uint64_t written = 0;
+    const int status = image_.write(buffer, length, position_, written);
+    if (status != STS_OK) {
+        throw failed("writing the image", image_.name(), status);
+    }
+    if (written == 0 || written > length) {
+        throw failure(fmt::format("the image \"{}\" took {} of {} bytes at byte {}", image_.name(),
+                                  written, length, position_));
+    }
+    seal_.take(buffer, written);
+    position_ += written;
+    account_.bytes += written;
+    return written;
+}
+
+/// A storage that keeps no metadata keeps a backup all the same: the end tells.
+void archive_writer::write_seal(const std::string& bytes) {
+    if (seal_status_ == STS_OK) {
+        uint64_t written = 0;
+        seal_status_ = image_.write_meta(bytes.data(), bytes.size(), seal_length_, written);
+        if (seal_status_ == STS_OK && written != bytes.size()) {
+            seal_status_ = sts_status_of_errno(ENOSPC);
+        }
+        seal_length_ += written;
+    }
+}
+
+/// Where what is archived next will stand. Not all before is written yet.
+uint64_t archive_writer::position_in_archive() const {
+    return static_cast<uint64_t>(archive_filter_bytes(archive_.get(), 0));
+}
+
+void archive_writer::require(bool good) {
+    if (thrown_ != nullptr) {
+        std::rethrow_exception(thrown_);
+    }
+    if (!good) {
+        throw failure(fmt::format("writing the archive in the image \"{}\" failed: {}",
+                                  image_.name(), archive_text(archive_.get())));
+    }
+}
+
+bool archive_writer::header(archive_entry* entry, std::string& reason) {
+    seal_.begin(piece_kind::header, position_in_archive());
+    const int result = archive_write_header(archive_.get(), entry);
+    require(result != ARCHIVE_FATAL);
+    seal_.begin(piece_kind::content, position_in_archive());
+    reason = result == ARCHIVE_OK ? "" : archive_text(archive_.get());
+    return result == ARCHIVE_OK || result == ARCHIVE_WARN;
+}
+
+void archive_writer::data(const void* bytes, size_t length) {
+    require(archive_write_data(archive_.get(), bytes, length) >= 0);
+}
+
+void archive_writer::finish_entry() {
+    require(archive_write_finish_entry(archive_.get()) >= ARCHIVE_WARN);
+}
+
+std::string archive_writer::finish() {
+    seal_.begin(piece_kind::end, position_in_archive());
+    require(archive_write_close(archive_.get()) >= ARCHIVE_WARN);
+    seal_.finish();
+    return seal_status_ == STS_OK ? "" : status_text(seal_status_);
+}
+
+// --- reading -----------------------------------------------------------------------------------
+
+namespace {
+
+constexpr uint64_t meta_at_once = uint64_t{1} << 20;
+constexpr uint64_t empty_archive = 1024; // bytes of one without entries
+
+/// Whether it is the storage's medium that fails here, and perhaps not elsewhere in the image.
+bool is_bad_medium(int status) {
+    const int error = sts_errno_of_status(status);
+    return error == EIO || error == EBADMSG;
+}
+
+/// All metadata of an image; empty when there is none.
+std::string meta_of(host_image& image) {
+    std::string all;
+    uint64_t count = 0;
+    do {
+        const size_t before = all.size();
+        all.resize(before + meta_at_once);
+        const int status = image.read_meta(all.data() + before, meta_at_once, before, count);
+        count = status == STS_OK ? std::min(count, meta_at_once) : 0;
+        all.resize(before + count);
+    } while (count > 0 && all.size() <= largest_seal);
+    return all;
+}
+
+} // namespace
+
+archive_reader::archive_reader(host_image& image, stream& account, const transfer& run,
+                               uint64_t block)
+    : image_(image), account_(account), run_(run), block_(block), archive_(archive_read_new()) {
+    archive* const handle = archive_.get();
+    require_memory(handle);
+    open_seal();
+    archive_read_support_format_tar(handle);
+    archive_read_support_filter_none(handle);
+    if (archive_read_open2(handle, this, nullptr, read_block, nullptr, nullptr) != ARCHIVE_OK) {
+        fail();
+    }
+}
+
+void archive_reader::open_seal() {
+    std::string bytes = meta_of(image_);
+    if (bytes.empty()) {
+        return;
+    }
+    std::optional<image_seal> seal = image_seal::read(std::move(bytes));
+    is_seal_broken_ = !seal;
+    if (seal) {
+        checked_.emplace(*std::move(seal), block_.size(),
+                         [this](char* buffer, uint64_t length, uint64_t position) {
+                             return read(buffer, length, position);
+                         });
+    }
+}
+
+/// No exception may pass through the library that calls this: it is kept for later.
+la_ssize_t archive_reader::read_block(archive* handle, void* self, const void** buffer) {
+    auto& reader = *static_cast<archive_reader*>(self);
+    try {
+        const std::string_view bytes = reader.read_on();
+        *buffer = bytes.data();
+        return static_cast<la_ssize_t>(bytes.size());
+    } catch (...) {
+        reader.thrown_ = std::current_exception();
+        archive_set_error(handle, EIO, "the image can't be read on");
+        return ARCHIVE_FATAL;
+    }
+}
+
+/// The next bytes for the library; none at the image's end.
+std::string_view archive_reader::read_on() {
+    if (checked_) {
+        return checked_->next();
+    }
+    block_length_ = read(block_.data(), block_.size(), position_);
+    position_ += block_length_;
+    return {block_.data(), block_length_};
+}
+
+/// Fills the buffer; 0 at the image's end. What a bad medium doesn't give of a sealed image counts
+/// as zeros, which its seal will tell.
+uint64_t archive_reader::read(char* buffer, uint64_t length, uint64_t position) {
+    run_.check_may_move();
+    uint64_t count = 0;
+    const int status = image_.read(buffer, length, position, count);
+    if (checked_ && is_bad_medium(status) && position < checked_->length()) {
+        count = std::min(length, checked_->length() - position);
+        std::fill_n(buffer, count, '\0');
+    } else if (status != STS_OK) {
+        throw failed("reading the image", image_.name(), status);
+    }
+    if (count > length) {
+        throw failure(fmt::format("the image \"{}\" gave {} of {} bytes at byte {}", image_.name(),
+                                  count, length, position));
+    }
+    account_.bytes += count;
+    account_.done += count;
+    return count;
+}
+
+void archive_reader::fail() {
+    if (thrown_ != nullptr) {
+        std::rethrow_exception(thrown_);
+    }
+    throw archive_damage(fmt::format("holds no whole archive: {}", archive_text(archive_.get())));
+}
+
+archive_entry* archive_reader::next(std::string& warning) {
+    archive_entry* entry = nullptr;
+    const int result = archive_read_next_header(archive_.get(), &entry);
+    if (result == ARCHIVE_EOF) {
+        return nullptr;
+    }
+    if (result != ARCHIVE_OK && result != ARCHIVE_WARN) {
+        fail();
+    }
+    ++entries_;
+    warning = result == ARCHIVE_WARN ? archive_text(archive_.get()) : "";
+    return entry;
+}
+
+bool archive_reader::data(const void*& bytes, size_t& length, int64_t& offset) {
+    const int result = archive_read_data_block(archive_.get(), &bytes, &length, &offset);
+    if (result == ARCHIVE_EOF) {
+        return false;
+    }
+    if (result != ARCHIVE_OK && result != ARCHIVE_WARN) {
+        fail();
+    }
+    return true;
+}
+
+std::string archive_reader::damage_of_entry() {
+    if (!checked_) {
+        return {};
+    }
+    const std::string places =
+        checked_->take_damage(static_cast<uint64_t>(archive_read_header_position(archive_.get())));
+    return places.empty() ? ""
+                          : fmt::format("not as it was backed up: the image \"{}\" is damaged in "
+                                        "its bytes {}",
+                                        image_.name(), places);
+}
+
+std::vector<std::string> archive_reader::finish() {
+    if (!checked_) {
+        return look_behind_the_end();
+    }
+    std::vector<std::string> all = checked_->finish();
+    if (checked_->image() != image_.name()) {
+        all.push_back(fmt::format("it was written as \"{}\"", printable(checked_->image())));
+    }
+    if (entries_ != checked_->entries_left()) {
+        all.push_back(
+            fmt::format("{} of {} entries could be read", entries_, checked_->entries_left()));
+    }
+    return all;
+}
+
+/// An archive that ends too early shows by what is behind.
+std::vector<std::string> archive_reader::look_behind_the_end() {
+    std::vector<std::string> all;
+    if (is_seal_broken_) {
+        all.emplace_back("its seal is damaged");
+    }
+    const auto end = static_cast<uint64_t>(archive_filter_bytes(archive_.get(), 0));
+    size_t start =
+        block_length_ - std::min<uint64_t>(block_length_, position_ - std::min(end, position_));
+    do {
+        const auto* const found = std::find_if(block_.data() + start, block_.data() + block_length_,
+                                               [](char byte) { return byte != '\0'; });
+        if (found != block_.data() + block_length_) {
+            all.push_back(
+                fmt::format("its archive ends at byte {}, and there is more behind", end));
+            return all;
+        }
+        start = 0;
+    } while (!read_on().empty());
+    if (entries_ == 0 && position_ > empty_archive) {
+        all.push_back(fmt::format("its {} bytes hold no entry", position_));
+    }
+    return all;
+}

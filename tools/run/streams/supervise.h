@@ -1,0 +1,12 @@
+// Watches a run from outside: progress, samples, and the signals that end it.
+#pragma once
+
+#include "tools/run/streams/transfer.h"
+
+#include <exception>
+#include <functional>
+
+/// Runs `job` in a thread of its own until it is done and returns what it has thrown, or null.
+/// SIGINT or SIGTERM stops the run's streams, and the sleeps they are in; a second one ends the
+/// process at once.
+std::exception_ptr supervise(transfer& run, const std::function<void()>& job);
