@@ -1,7 +1,10 @@
 // throttlectl: the commands there are, what all of them take, and what the program ends with.
 
-#include "tools/host/command.h"
+#include "tools/call/command.h"
+#include "tools/figures/command.h"
 #include "tools/host/status_names.h"
+#include "tools/manage/commands.h"
+#include "tools/run/command.h"
 #include "tools/terminal/console.h"
 #include "tools/terminal/failure.h"
 

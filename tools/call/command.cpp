@@ -1,6 +1,6 @@
 // "call": makes one call of one entry, for a look at what it answers.
 
-#include "tools/host/command.h"
+#include "tools/call/command.h"
 #include "tools/call/scene.h"
 #include "tools/call/table.h"
 #include "tools/host/status_names.h"

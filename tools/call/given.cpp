@@ -12,6 +12,13 @@
 
 namespace {
 
+using kind = argument_kind;
+
+constexpr uint64_t usual_bytes = 4096;
+constexpr uint64_t usual_peers = 16;
+constexpr uint64_t most_bytes = uint64_t{16} * 1024 * 1024;
+constexpr uint64_t most_peers = 4096;
+
 /// The range of a number's C++ type.
 struct range {
     int64_t low;
@@ -78,4 +85,66 @@ std::pair<std::string, std::string> image_path(const std::string& name, const st
         throw usage_failure(fmt::format("{}=\"{}\" isn't LSU/IMAGE", name, text));
     }
     return {text.substr(0, slash), text.substr(slash + 1)};
+}
+
+const std::string* given_arguments::find(const std::string& name) const {
+    const auto found = values_.find(name);
+    return found != values_.end() ? &found->second : nullptr;
+}
+
+std::string given_arguments::value_of(const argument& which) const {
+    if (const std::string* const value = find(which.name)) {
+        return *value;
+    }
+    throw usage_failure(
+        fmt::format("{} is missing, as in {}=VALUE: {}", which.name, which.name, which.text));
+}
+
+std::string given_arguments::field_of(const argument& which, const char* field) const {
+    const std::string* const value = find(which.name + "." + field);
+    return value != nullptr ? *value : "";
+}
+
+uint64_t given_arguments::number_field_of(const argument& which, const char* field) const {
+    const std::string text = field_of(which, field);
+    return text.empty() ? 0 : number_for(which.name + "." + field, "uint64_t", text);
+}
+
+uint64_t given_arguments::number_of(const argument& which) const {
+    const std::string* const value = find(which.name);
+    return value != nullptr ? number_for(which.name, which.type, *value) : default_number(which);
+}
+
+uint64_t given_arguments::default_number(const argument& which) const {
+    for (const argument& each : description_.arguments) {
+        if (each.size_argument != which.name) {
+            continue;
+        }
+        switch (each.kind) {
+        case kind::in_buffer:
+            return value_of(each).size();
+        case kind::out_text:
+            return STS_CONFIG_SIZE;
+        case kind::peers:
+            return usual_peers;
+        default:
+            return usual_bytes;
+        }
+    }
+    return 0;
+}
+
+uint64_t given_arguments::size_for(const argument& buffer) const {
+    const auto which =
+        std::find_if(description_.arguments.begin(), description_.arguments.end(),
+                     [&](const argument& each) { return each.name == buffer.size_argument; });
+    const uint64_t size = number_of(*which);
+    const uint64_t most = buffer.kind == kind::in_buffer ? value_of(buffer).size()
+                          : buffer.kind == kind::peers   ? most_peers
+                                                         : most_bytes;
+    if (size > most) {
+        throw usage_failure(fmt::format("{}={} is more than {} can hold: {}", which->name, size,
+                                        buffer.name, most));
+    }
+    return size;
 }

@@ -2,10 +2,17 @@
 // wants them.
 #pragma once
 
-#include "tools/call/scene.h"
 #include "tools/host/engine_watch.h"
 
-/// As watching_session, for one scene at a time.
+#include <string>
+#include <vector>
+
+struct call_message {
+    std::string severity;
+    std::string text;
+};
+
+/// As watching_session, for one stage at a time.
 sts_session_def_v7_t recording_session(const char* id, log_choice shown);
 
 /// While one lives, the session's messages go into `messages` and nowhere else.

@@ -1,6 +1,6 @@
 // "plot": draws several runs in one picture.
 
-#include "tools/host/command.h"
+#include "tools/figures/command.h"
 #include "tools/figures/joined_runs.h"
 #include "tools/terminal/failure.h"
 #include "tools/terminal/input_file.h"

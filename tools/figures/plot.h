@@ -2,7 +2,7 @@
 // rate, as one SVG file that needs nothing else.
 #pragma once
 
-#include "tools/run/streams/transfer.h"
+#include "tools/figures/course.h"
 
 #include <string>
 #include <vector>

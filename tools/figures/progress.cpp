@@ -15,7 +15,7 @@ constexpr size_t bar_width = 20;
 constexpr size_t name_width = 24;
 
 /// The last sample that is old enough to measure from.
-const sample& base_of(const transfer& run) {
+const sample& base_of(const run_course& run) {
     const std::vector<sample>& samples = run.samples();
     const double now = run.seconds();
     const auto newer = std::find_if(samples.rbegin(), samples.rend(), [&](const sample& each) {
@@ -58,7 +58,7 @@ struct totals {
     uint64_t slept = 0;
 };
 
-totals totals_of(const transfer& run) {
+totals totals_of(const run_course& run) {
     totals all;
     for (const auto& each : run.streams()) {
         all.done += each->done;
@@ -75,12 +75,12 @@ std::string bar_text(double done, size_t width) {
     return "[" + std::string(full, '#') + std::string(width - full, '.') + "]";
 }
 
-double recent_rate(const transfer& run, size_t index) {
+double recent_rate(const run_course& run, size_t index) {
     const sample& base = base_of(run);
     return rate_since(base.time, run.seconds(), run.streams()[index]->bytes - base.bytes[index]);
 }
 
-double recent_rate(const transfer& run) {
+double recent_rate(const run_course& run) {
     const sample& base = base_of(run);
     uint64_t moved = 0;
     for (size_t index = 0; index < run.streams().size(); ++index) {

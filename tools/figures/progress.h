@@ -2,13 +2,13 @@
 // every two seconds.
 #pragma once
 
-#include "tools/run/streams/transfer.h"
+#include "tools/figures/course.h"
 
 #include <string>
 
 class progress_view {
   public:
-    explicit progress_view(const transfer& run) : run_(run) {}
+    explicit progress_view(const run_course& run) : run_(run) {}
 
     /// Shows where the run is, if it is time to.
     void show();
@@ -19,7 +19,7 @@ class progress_view {
     using clock = std::chrono::steady_clock;
     std::string total_line() const;
 
-    const transfer& run_;
+    const run_course& run_;
     clock::time_point shown_ = clock::now();
 };
 
@@ -27,5 +27,5 @@ class progress_view {
 std::string bar_text(double fraction, size_t width);
 
 /// Bytes per second over the last few seconds: of one stream, or of all.
-double recent_rate(const transfer& run, size_t index);
-double recent_rate(const transfer& run);
+double recent_rate(const run_course& run, size_t index);
+double recent_rate(const run_course& run);

@@ -1,12 +1,10 @@
 #include "tools/figures/report.h"
 
 #include "tools/terminal/sizes.h"
+#include "tools/terminal/tables.h"
 
 #include <algorithm>
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
-
-using json = nlohmann::ordered_json;
 
 namespace {
 
@@ -87,7 +85,7 @@ std::optional<double> mean_allowed(const std::vector<sample>& samples) {
     return weight > 0 ? sum / weight : static_cast<double>(*samples.front().allowed);
 }
 
-run_figures figures_of(const transfer& run) {
+run_figures figures_of(const run_course& run) {
     const std::optional<double> allowed = mean_allowed(run.samples());
     run_figures all;
     uint64_t bytes = 0;
@@ -118,22 +116,21 @@ std::string table_text(const run_figures& run) {
     return text + row_text(width, run.total);
 }
 
-std::string json_text(const run_options& options, const transfer& run, const std::string& outcome) {
+std::string json_text(const run_subject& asked, const run_course& run, const std::string& outcome) {
     const run_figures all = figures_of(run);
     json streams = json::array();
     for (const figures& row : all.streams) {
         streams.push_back(json_of(row, true));
     }
     const json whole = {{"operation", run.operation()},
-                        {"server", options.server},
-                        {"lsu", options.lsu},
-                        {"backup", options.backup},
+                        {"server", asked.server},
+                        {"lsu", asked.lsu},
+                        {"backup", asked.backup},
                         {"outcome", outcome},
                         {"began", static_cast<int64_t>(run.began_at())},
-                        {"block", options.block},
+                        {"block", asked.block},
                         {"streams", streams},
                         {"total", json_of(all.total, false)},
                         {"samples", json_of(run.samples())}};
-    // Names are bytes; what is no UTF-8 in them is replaced.
-    return whole.dump(2, ' ', false, json::error_handler_t::replace) + "\n";
+    return dumped(whole, 2) + "\n";
 }

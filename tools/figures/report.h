@@ -21,9 +21,9 @@
 // allowed_rate and ratio are null where nothing is throttled.
 #pragma once
 
-#include "tools/run/operation.h"
-#include "tools/run/streams/transfer.h"
+#include "tools/figures/course.h"
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -43,10 +43,19 @@ struct run_figures {
     figures total;
 };
 
-run_figures figures_of(const transfer& run);
+run_figures figures_of(const run_course& run);
 
 /// The mean allowed rate over the samples; none when any of them is unlimited, or there are none.
 std::optional<double> mean_allowed(const std::vector<sample>& samples);
 
 std::string table_text(const run_figures& run);
-std::string json_text(const run_options& options, const transfer& run, const std::string& outcome);
+
+/// What the run was asked for.
+struct run_subject {
+    std::string server;
+    std::string lsu;
+    std::string backup;
+    uint64_t block = 0; ///< bytes of a transfer
+};
+
+std::string json_text(const run_subject& asked, const run_course& run, const std::string& outcome);

@@ -1,14 +1,12 @@
 #include "tools/figures/xml_text.h"
 
-#include <nlohmann/json.hpp>
+#include "tools/terminal/tables.h"
 
 namespace {
 
 /// UTF-8 with what is none replaced.
 std::string valid_utf8(const std::string& text) {
-    using nlohmann::json;
-    const std::string quoted = json(text).dump(-1, ' ', false, json::error_handler_t::replace);
-    return json::parse(quoted).get<std::string>();
+    return json::parse(dumped(json(text))).get<std::string>();
 }
 
 void replace_all(std::string& text, const std::string& from, const std::string& to) {

@@ -1,10 +1,13 @@
-// The commands of the program, each in a file of its own: its options, its help and what it does.
-// What has to be done once the arguments are known is left in `request::action`.
+// What the commands have in common. Each stands in a file of its own in its room: its options, its
+// help and what it does. What has to be done once the arguments are known is left in
+// `request::action`.
 #pragma once
 
-#include "tools/run/operation.h"
+#include "tools/host/block.h"
+#include "tools/host/connection.h"
 
 #include <CLI/CLI.hpp>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -18,17 +21,6 @@ struct request {
     bool is_verbose = false;
     std::function<int()> action; ///< returns what the program ends with
 };
-
-void add_run(CLI::App& app, request& asked);
-void add_plot(CLI::App& app, request& asked);
-void add_preview(CLI::App& app, request& asked);
-void add_lsu(CLI::App& app, request& asked);
-void add_image(CLI::App& app, request& asked);
-void add_events(CLI::App& app, request& asked);
-void add_config(CLI::App& app, request& asked);
-void add_call(CLI::App& app, request& asked);
-
-// --- what they have in common ------------------------------------------------------------------
 
 constexpr const char* name_help = "NAME is a full server name, CS_throttle:TYPE:disk:ROOT. ROOT is "
                                   "where the disk storage keeps its\n"
@@ -75,6 +67,16 @@ inline CLI::Option* add_server(CLI::App& app, std::string& server) {
 
 inline void add_lsu_option(CLI::App& app, std::string& lsu) {
     add_named(app, "--lsu", lsu, "The LSU", "LSU")->required();
+}
+
+/// --block, the size of a transfer: bytes, or with k, M or G (factors of 1024) behind the number. `block`
+/// keeps its value as the default.
+inline CLI::Option* add_block_option(CLI::App& app, uint64_t& block) {
+    return app.add_option("--block", block, "Bytes of a transfer, 512 to 1G, as in 64k or 1M")
+        ->transform(CLI::AsSizeValue(false).description(""))
+        ->check(CLI::Range(smallest_block, largest_block).description(""))
+        ->type_name("SIZE")
+        ->capture_default_str();
 }
 
 inline void add_json(CLI::App& app, bool& as_json) {

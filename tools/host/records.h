@@ -3,13 +3,11 @@
 #pragma once
 
 #include "platform/sts/sts_records.h"
+#include "tools/terminal/tables.h"
 
 #include <cstring>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
-
-using json = nlohmann::ordered_json;
 
 // --- in ----------------------------------------------------------------------------------------
 
@@ -62,17 +60,3 @@ json fields_of(const std::vector<sts_replication_peer_s>& peers);
 
 /// The names of the kinds of events, by sts_event_kind_t - 1: "image-created", ...
 const std::vector<std::string>& event_kinds();
-
-/// As text on one line; `indent` at least 0: on several. Names are bytes: what is no UTF-8 in them
-/// is replaced.
-std::string dumped(const json& value, int indent = -1);
-
-/// A table with a line of headings; the columns stand as wide as they have to.
-std::string columns_text(const std::vector<std::string>& headings,
-                         const std::vector<std::vector<std::string>>& lines);
-
-/// An object as lines, its names in one column and its values behind them.
-std::string field_lines(const json& object);
-
-/// Local time, "2026-11-21 14:03:22".
-std::string time_text(int64_t seconds);

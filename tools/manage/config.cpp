@@ -1,9 +1,9 @@
 // "config": the settings of a server as all its layers tell them: read them, and change some of
 // them while all the others stay.
 
-#include "tools/host/command.h"
 #include "tools/host/records.h"
 #include "tools/host/status_names.h"
+#include "tools/manage/commands.h"
 #include "tools/manage/settings.h"
 #include "tools/terminal/failure.h"
 #include "tools/terminal/printable.h"

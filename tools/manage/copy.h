@@ -1,8 +1,8 @@
 // Copies an image by the storage's own means: started, watched, and cancelled on SIGINT or SIGTERM.
 #pragma once
 
+#include "tools/host/block.h"
 #include "tools/host/plugin_host.h"
-#include "tools/run/operation.h"
 #include "tools/terminal/signals.h"
 
 #include <cstdint>

@@ -1,12 +1,13 @@
 // "events": what has happened on a server, and with --follow what happens.
 
-#include "tools/host/command.h"
 #include "tools/host/records.h"
 #include "tools/host/status_names.h"
+#include "tools/manage/commands.h"
 #include "tools/terminal/console.h"
 #include "tools/terminal/failure.h"
 #include "tools/terminal/printable.h"
 #include "tools/terminal/signals.h"
+#include "tools/terminal/sizes.h"
 
 #include <algorithm>
 #include <chrono>

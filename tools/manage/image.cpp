@@ -1,9 +1,9 @@
 // "image": the images of an LSU: list, groups, show, delete, copy, metadata.
 
-#include "tools/host/block_option.h"
-#include "tools/host/command.h"
+#include "tools/host/block.h"
 #include "tools/host/records.h"
 #include "tools/host/status_names.h"
+#include "tools/manage/commands.h"
 #include "tools/manage/copy.h"
 #include "tools/terminal/console.h"
 #include "tools/terminal/failure.h"

@@ -1,8 +1,8 @@
 // "lsu": the LSUs of a server: list, show, create, delete, label, find.
 
-#include "tools/host/command.h"
 #include "tools/host/records.h"
 #include "tools/host/status_names.h"
+#include "tools/manage/commands.h"
 #include "tools/terminal/failure.h"
 #include "tools/terminal/printable.h"
 #include "tools/terminal/sizes.h"

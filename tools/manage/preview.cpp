@@ -1,9 +1,73 @@
 // "preview": shows what the settings allow.
 
-#include "tools/host/command.h"
+#include "config/settings.h"
+#include "tools/manage/commands.h"
 #include "tools/manage/preview_table.h"
+#include "tools/terminal/failure.h"
 
+#include <cstring>
+#include <ctime>
+#include <fmt/format.h>
 #include <memory>
+#include <optional>
+
+namespace {
+
+struct preview_options {
+    std::optional<operation_type_t> direction; ///< none: both
+    bool week = false;                         ///< all seven days; else today
+};
+
+/// The readers' warnings name the setting; the file is the one that is previewed.
+void print_warning(const char* /*session_id*/, const char* message,
+                   sts_severity_v7_t /*severity*/) {
+    const char* const behind_name = strchr(message, ']');
+    std::string text = behind_name != nullptr ? behind_name + 1 : message;
+    while (!text.empty() && text.back() == '\n') {
+        text.pop_back();
+    }
+    fmt::print(stderr, "{}: {}\n", plugin_config_path, text);
+}
+
+throttling_config_s read_settings() {
+    sts_session_def_v7_t session = {};
+    session.log = print_warning;
+    session.log_mask = STS_LOG_WARN;
+    throttling_config_s config;
+    config_set_path(nullptr);
+    read_config_file_to_var(&session, &config, plugin_config_path);
+    return config;
+}
+
+/// Reads the settings file, names what is wrong with it on standard error, and prints the rates.
+/// Returns what the program ends with.
+int run_preview(const preview_options& options) {
+    const throttling_config_s config = read_settings();
+    const time_t seconds = time(nullptr);
+    tm now = {};
+    localtime_r(&seconds, &now);
+    fmt::print("Settings: {}\n", plugin_config_path);
+    if (config.sample_interval == 0) {
+        fmt::print("Throttling is off (THR:SAMPLE_INTERVAL is 0): all moves as fast as it can. "
+                   "Turned on, it would allow:\n");
+    } else {
+        fmt::print("Throttling is on; the service is told every {} s. Allowed to all connections "
+                   "of a storage together, * is now:\n",
+                   config.sample_interval);
+    }
+    for (const operation_type_t direction : {OPERATION_READ, OPERATION_WRITE}) {
+        if (options.direction && *options.direction != direction) {
+            continue;
+        }
+        fmt::print("\n{}", preview_table(config, direction, now, options.week));
+        if (allows_nothing_somewhen(config, direction)) {
+            fmt::print("At 0 B/s the plugin ends the process that transfers.\n");
+        }
+    }
+    return EXIT_DONE;
+}
+
+} // namespace
 
 void add_preview(CLI::App& app, request& asked) {
     struct options {

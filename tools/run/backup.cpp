@@ -6,6 +6,7 @@
 #include "tools/run/backup_claim.h"
 #include "tools/run/backup_set.h"
 #include "tools/run/files/content_file.h"
+#include "tools/run/files/problems.h"
 #include "tools/run/files/tree.h"
 #include "tools/run/operation.h"
 #include "tools/run/streams/balance.h"

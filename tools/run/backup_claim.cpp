@@ -4,6 +4,7 @@
 #include "tools/host/status_names.h"
 #include "tools/terminal/failure.h"
 #include "tools/terminal/printable.h"
+#include "tools/terminal/sizes.h"
 
 #include <algorithm>
 #include <array>

@@ -1,8 +1,8 @@
 // "run": moves data through the plugin.
 
-#include "tools/host/command.h"
-#include "tools/host/block_option.h"
+#include "tools/run/command.h"
 #include "tools/run/files/random_number.h"
+#include "tools/run/operation.h"
 
 #include <ctime>
 #include <filesystem>

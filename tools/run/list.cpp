@@ -3,6 +3,7 @@
 #include "tools/host/records.h"
 #include "tools/host/status_names.h"
 #include "tools/run/backup_set.h"
+#include "tools/run/files/problems.h"
 #include "tools/run/operation.h"
 #include "tools/terminal/console.h"
 #include "tools/terminal/failure.h"

@@ -4,6 +4,7 @@
 #include "tools/run/archive/archive_stream.h"
 #include "tools/run/backup_set.h"
 #include "tools/run/files/extraction.h"
+#include "tools/run/files/problems.h"
 #include "tools/run/operation.h"
 #include "tools/terminal/failure.h"
 

@@ -1,5 +1,6 @@
 #include "tools/terminal/sizes.h"
 
+#include <ctime>
 #include <fmt/format.h>
 
 namespace {
@@ -32,4 +33,13 @@ std::string size_text(double bytes) {
 
 std::string rate_text(std::optional<double> bytes_per_second) {
     return bytes_per_second ? size_text(*bytes_per_second) + "/s" : "unlimited";
+}
+
+std::string time_text(int64_t seconds) {
+    const time_t when = static_cast<time_t>(seconds);
+    tm local = {};
+    localtime_r(&when, &local);
+    char text[32];
+    strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local);
+    return text;
 }

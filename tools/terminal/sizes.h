@@ -1,4 +1,4 @@
-// Sizes and rates as people write and read them. All factors are 1024.
+// Sizes, rates and times as people read them. All factors of sizes are 1024.
 #pragma once
 
 #include <cstdint>
@@ -18,3 +18,6 @@ struct size_unit {
     double bytes;
 };
 size_unit unit_for(double largest);
+
+/// Local time, "2026-11-21 14:03:22".
+std::string time_text(int64_t seconds);

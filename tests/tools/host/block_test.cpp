@@ -1,6 +1,6 @@
 // What --block takes.
 
-#include "tools/host/block_option.h"
+#include "tools/host/command.h"
 
 #include <gtest/gtest.h>
 

@@ -13,7 +13,7 @@
 #include "tools/run/files/attributes.h"
 #include "tools/run/files/beneath.h"
 #include "tools/run/files/claimed_names.h"
-#include "tools/run/operation.h"
+#include "tools/run/files/problems.h"
 
 #include <cstdint>
 #include <optional>
