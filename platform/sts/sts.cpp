@@ -16,10 +16,10 @@
 //   plugins.cpp        plugins, and who claims what  routed.h         calls that are passed to them
 //   plugin_calls.cpp   those that aren't just passed
 
-#include "platform/sts/library.h"
-#include "platform/sts/operations.h"
-#include "platform/sts/plugins.h"
-#include "platform/sts/routed.h"
+#include "platform/sts/caller/library.h"
+#include "platform/sts/operations/operations.h"
+#include "platform/sts/plugins/manager.h"
+#include "platform/sts/plugins/routed.h"
 
 #include <atomic>
 #include <mutex>

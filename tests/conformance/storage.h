@@ -3,7 +3,7 @@
 
 #include "tests/conformance/rules.h"
 #include "tests/conformance/stack.h"
-#include "tests/platform/disk_store.h"
+#include "tests/platform/sts/disk_store.h"
 #include "tests/support/host_session.h"
 
 #include <gmock/gmock.h>
