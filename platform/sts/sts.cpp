@@ -1,20 +1,13 @@
 // The library's two doors and its table: `stsm_init` hands out the one table there is, and counts
-// its users: the hosts, and apart from them the plugins that it loads for them (plugins.h) and that
-// call it in turn.
+// its users: the hosts, and apart from them the plugins that it loads for them
+// (plugins/manager.h) and that call it in turn.
 //
-//   sts.cpp            the table, start and stop, closing of handles
-//   server.cpp         sessions and servers          settings.cpp     their configuration
-//   lsu.cpp            LSUs                          lsu_files.cpp    their files
-//                                                    replication.cpp  who their images come from
-//   image.cpp          images                        image_files.cpp  their files
-//   transfer.cpp       their bytes                   async_copy.cpp   copies by a thread
-//   lists.cpp          lists
-//   event_channel.cpp  event channels                event_log.cpp    the events' files
-//   store.cpp          where all of it is            files.cpp        how files are reached
-//   handles.cpp        what the caller holds         locks.cpp        how they are locked
-//   session_log.h      what a host is told           failure.h        how we fail
-//   plugins.cpp        plugins, and who claims what  routed.h         calls that are passed to them
-//   plugin_calls.cpp   those that aren't just passed
+//   sts.cpp      the table, start and stop
+//   operations/  what stands behind its slots
+//   plugins/     plugins, who claims what, and the calls that are passed to them
+//   events/      what has happened in a store, and what a channel receives of it
+//   store/       where all of it is, how its files are reached and how they are locked
+//   caller/      what the caller holds, how we fail, and what a host is told
 
 #include "platform/sts/caller/library.h"
 #include "platform/sts/operations/operations.h"

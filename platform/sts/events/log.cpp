@@ -2,6 +2,7 @@
 
 #include "platform/sts/events/log.h"
 
+#include "platform/sts/caller/failure.h"
 #include "platform/sts/store/settings.h"
 
 #include <algorithm>

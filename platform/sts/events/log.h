@@ -9,6 +9,7 @@
 #pragma once
 
 #include "platform/sts/store/store.h"
+#include "platform/sts/sts_records.h"
 
 namespace disk {
 

@@ -4,6 +4,7 @@
 
 #include "platform/sts/operations/image.h"
 #include "platform/sts/operations/operations.h"
+#include "platform/sts/operations/server.h"
 #include "platform/sts/plugins/calls.h"
 #include "platform/sts/store/replication.h"
 

@@ -1,10 +1,11 @@
 // Images: create, open, close, delete, properties, groups. Their bytes are moved in transfer.cpp,
-// their files are told in image_files.h.
+// their files are told in store/image_files.h.
 
 #include "platform/sts/operations/image.h"
 
 #include "platform/sts/events/log.h"
 #include "platform/sts/operations/operations.h"
+#include "platform/sts/operations/server.h"
 #include "platform/sts/plugins/calls.h"
 #include "platform/sts/store/settings.h"
 

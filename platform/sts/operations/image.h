@@ -1,6 +1,7 @@
 // An open image, and what the calls on images have in common.
 #pragma once
 
+#include "platform/sts/caller/handles.h"
 #include "platform/sts/store/image_files.h"
 #include "platform/sts/store/store.h"
 

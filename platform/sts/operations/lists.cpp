@@ -3,6 +3,7 @@
 
 #include "platform/sts/operations/image.h"
 #include "platform/sts/operations/operations.h"
+#include "platform/sts/operations/server.h"
 
 #include <cstring>
 #include <map>

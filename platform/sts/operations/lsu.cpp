@@ -2,6 +2,7 @@
 
 #include "platform/sts/events/log.h"
 #include "platform/sts/operations/operations.h"
+#include "platform/sts/operations/server.h"
 #include "platform/sts/plugins/calls.h"
 #include "platform/sts/store/image_files.h"
 #include "platform/sts/store/lsu_files.h"

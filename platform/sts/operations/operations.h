@@ -1,5 +1,5 @@
 // The functions behind the slots of the table, by topic. What each takes and answers stands in
-// sts_records.h; they throw their failures (failure.h).
+// sts_records.h; they throw their failures (caller/failure.h).
 #pragma once
 
 #include "platform/sts/caller/handles.h"

@@ -1,5 +1,7 @@
 // Sessions and servers: open, properties, configuration.
 
+#include "platform/sts/operations/server.h"
+
 #include "platform/sts/caller/library.h"
 #include "platform/sts/caller/session_log.h"
 #include "platform/sts/events/log.h"
@@ -8,7 +10,6 @@
 #include "platform/sts/store/image_files.h"
 #include "platform/sts/store/lsu_files.h"
 #include "platform/sts/store/settings.h"
-#include "platform/sts/store/store.h"
 
 #include <cstring>
 
@@ -119,6 +120,19 @@ int apply_config(const store& files, std::string_view text, std::string* error) 
 }
 
 } // namespace
+
+closing server::close(int32_t /*mode*/) {
+    if (files->open_handles > 0) {
+        return {STS_ERR_BUSY, true};
+    }
+    return {};
+}
+
+lsu_place open_lsu(const sts_lsu_ref_s* lsu) {
+    require(lsu != nullptr);
+    const borrowed<server> owner(lsu->server);
+    return open_lsu(owner->files, text_of(lsu->name));
+}
 
 sts_session_def_v7_t definition_of(const sts_next_session_s* session_handle) {
     return borrowed<session>(session_handle)->definition;

@@ -3,7 +3,7 @@
 
 #include "platform/sts/plugins/calls.h"
 
-#include "platform/sts/operations/operations.h"
+#include "platform/sts/caller/failure.h"
 #include "platform/sts/plugins/routed.h"
 
 #include <atomic>

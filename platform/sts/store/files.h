@@ -1,6 +1,6 @@
 // Files and directories below a root that nothing may lead out of: everything is reached one
 // component at a time from an open directory, and no component may be a symbolic link. What is made
-// is its owner's alone. Failures are thrown (failure.h).
+// is its owner's alone. Failures are thrown (caller/failure.h).
 #pragma once
 
 #include <cstddef>

@@ -2,6 +2,8 @@
 
 #include "platform/sts/store/replication.h"
 
+#include "platform/sts/caller/failure.h"
+
 #include <algorithm>
 #include <cstring>
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "platform/sts/store/store.h"
+#include "platform/sts/sts_records.h"
 
 #include <string>
 #include <vector>

@@ -2,6 +2,8 @@
 
 #include "platform/sts/store/settings.h"
 
+#include "platform/sts/caller/failure.h"
+
 #include <algorithm>
 #include <charconv>
 

@@ -2,6 +2,7 @@
 
 #include "platform/sts/store/store.h"
 
+#include "platform/sts/caller/failure.h"
 #include "platform/sts/store/image_files.h"
 
 #include <cstdio>
@@ -67,13 +68,6 @@ std::shared_ptr<store> open_store(const store& files, const lock_waiter& waiter)
     return opened;
 }
 
-closing server::close(int32_t /*mode*/) {
-    if (files->open_handles > 0) {
-        return {STS_ERR_BUSY, true};
-    }
-    return {};
-}
-
 bool is_lsu_name(const std::string& name) {
     return is_plain_name(name) && name.front() != '.' && name != "lost+found";
 }
@@ -114,12 +108,6 @@ lsu_place open_lsu(std::shared_ptr<store> files, std::string name) {
     require(is_lsu_name(name));
     unique_fd directory = open_directory(files->directory.get(), name);
     return {std::move(files), std::move(name), std::move(directory)};
-}
-
-lsu_place open_lsu(const sts_lsu_ref_s* lsu) {
-    require(lsu != nullptr);
-    const borrowed<server> owner(lsu->server);
-    return open_lsu(owner->files, text_of(lsu->name));
 }
 
 void require_in_place(const store& files, const std::string& name, int lsu) {

@@ -1,6 +1,6 @@
 // A store: the directory tree behind one server name.
 //
-//   ROOT/.server/          the server's own: settings (settings.h), events (event_log.h)
+//   ROOT/.server/          the server's own: settings (settings.h), events (events/log.h)
 //   ROOT/LSU/images/IMAGE/ the images (image_files.h)
 //   ROOT/LSU/new/          images that are being written
 //   ROOT/LSU/label         (lsu_files.h)
@@ -11,7 +11,6 @@
 // is needed. Several processes may work on one store at a time.
 #pragma once
 
-#include "platform/sts/caller/handles.h"
 #include "platform/sts/store/files.h"
 #include "platform/sts/store/locks.h"
 
@@ -47,16 +46,6 @@ class counted_store {
     std::shared_ptr<store> counted_;
 };
 
-struct server : object {
-    static constexpr handle_kind kind = handle_kind::server;
-    server(const sts_session_def_v7_t& owner, std::shared_ptr<store> opened)
-        : session(owner), files(std::move(opened)) {}
-    closing close(int32_t mode) override;
-
-    sts_session_def_v7_t session;
-    std::shared_ptr<store> files;
-};
-
 /// An LSU that is there.
 struct lsu_place {
     std::shared_ptr<store> files;
@@ -66,7 +55,7 @@ struct lsu_place {
 
 enum class missing_root { fails, is_made };
 
-/// Whether a server of that name is ours: all other names are for plugins (plugins.h).
+/// Whether a server of that name is ours: all other names are for plugins (plugins/manager.h).
 bool is_disk_name(const char* server_name);
 
 /// The store behind a server name; STS_ERR_NOT_CLAIMED for a name that isn't ours.
@@ -83,8 +72,6 @@ std::vector<std::string> lsu_names(const store& files);
 std::vector<std::string> names_open_to_others(const store& files);
 /// Fails with ENOENT's status where there is none.
 lsu_place open_lsu(std::shared_ptr<store> files, std::string name);
-/// The LSU that a caller's record names.
-lsu_place open_lsu(const sts_lsu_ref_s* lsu);
 
 /// Fails with ENOENT's status unless the LSU is still where it was opened. One that is about to be
 /// deleted can be opened; nothing may be made in it then.
