@@ -1,4 +1,6 @@
-"""That every folder includes only what the table "Where things are" of CONTRIBUTING.md lets it.
+"""That every folder and every room includes only what the tables of CONTRIBUTING.md let it: "Where things
+are" for the folders, those below "### Rooms of `FOLDER/`" for the rooms of one; that a room's tests stand in a
+folder of its name; and that the ground floor of plugin/ is all that others include of it.
 
     includes_test.py ROOT      the root of the tree
 """
@@ -35,10 +37,57 @@ def rows(text):
                 allowed.setdefault(folder + room, set()).add(other)
 
 
+def rooms_of(text):
+    """Of each room of each folder that is divided, the folder and what of it the room may include. A room may
+    include those above it in its table alone, so that no circle can be drawn."""
+    found = {}
+    for part in re.split("^### Rooms of ", text, flags=re.MULTILINE)[1:]:
+        folder = re.match("`([^`]+)`", part).group(1)
+        above = set()
+        for line in re.search(r"(?:^\|.*\n)+", part, re.MULTILINE).group(0).splitlines()[2:]:
+            room, _, may = (cell.strip() for cell in line.strip("|").split("|"))
+            room = folder + room.strip("`")
+            others = {folder + other for other in re.findall("`([^`]+)`", may)}
+            assert others <= above, "%s may include what isn't above it" % room
+            above.add(room)
+            found[room] = (folder, others)
+    return found
+
+
+def room_of(name, rooms):
+    """The innermost room that a file stands in; none for one above all rooms."""
+    return max((room for room in rooms if name.startswith(room)), key=len, default=None)
+
+
+def is_from_other_room(name, included, rooms):
+    """Whether a room includes of its folder what is neither its own nor given to it."""
+    room = room_of(name, rooms)
+    if room is None:
+        return False
+    folder, others = rooms[room]
+    return included.startswith(folder) and not included.startswith((room, *others))
+
+
+def homeless(root, rooms):
+    """Folders within a divided one, and of its tests, that are no rooms."""
+    wrong = []
+    for folder in {folder for folder, _ in rooms.values()}:
+        for top in ("", "tests/"):
+            for inner in sorted((root / top / folder).glob("**/")):
+                name = inner.relative_to(root / top).as_posix() + "/"
+                if name != folder and name not in rooms and inner.name != "__pycache__":
+                    wrong.append("%s is no room of %s" % (top + name, folder))
+    return wrong
+
+
 def wrong_includes(root):
     """What is included against the table, and how many includes were looked at."""
-    table = rows((root / "CONTRIBUTING.md").read_text())
-    wrong, seen = [], 0
+    text = (root / "CONTRIBUTING.md").read_text()
+    table, rooms = rows(text), rooms_of(text)
+    wrong, seen = homeless(root, rooms), 0
+    ground = re.search("the ground floor: (.*?)\n\n", text, re.DOTALL).group(1)
+    if set(re.findall("`(plugin/[^`]+)`", ground)) != GROUND_FLOOR:
+        wrong.append("CONTRIBUTING.md names another ground floor")
     for file in sorted(root.glob("*/**/*")):
         name = file.relative_to(root).as_posix()
         homes = [folder for folder in table if name.startswith(folder)]
@@ -53,7 +102,13 @@ def wrong_includes(root):
                     continue
                 included = "interfaces/" + included
             seen += 1
-            if included not in GROUND_FLOOR and not included.startswith(tuple(may)):
+            if included in GROUND_FLOOR:
+                continue
+            if (
+                not included.startswith(tuple(may))
+                or is_from_other_room(name, included, rooms)
+                or (included.startswith("plugin/") and not name.startswith("plugin/"))
+            ):
                 wrong.append("%s may not include %s" % (name, included))
     return wrong, seen
 
