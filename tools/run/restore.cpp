@@ -2,7 +2,7 @@
 // (extraction.h). What is damaged of an image is named, and the rest is restored.
 
 #include "tools/run/archive/archive_stream.h"
-#include "tools/run/backup_set.h"
+#include "tools/run/backup_reading.h"
 #include "tools/run/files/extraction.h"
 #include "tools/run/files/problems.h"
 #include "tools/run/operation.h"
@@ -131,43 +131,26 @@ int run_restore(const restore_options& options) {
     transfer run("restore", "what is restored so far is left as it is.");
     file_problems problems;
     const auto job = [&] {
-        run.say("starting");
-        connection from(options);
-        from.server.require_lsu(options.lsu);
-        const found_backup set =
-            find_backup(from.server.images(options.lsu), options.lsu, options.backup);
-        for (const std::string& each : set.missing) {
-            problems.report_image(each, "missing");
-        }
+        backup_reading backup(options, run,
+                              [&](const std::string& image, const std::string& reason) {
+                                  problems.report_image(image, reason);
+                              });
         extraction_target target(open_target(options));
-
         std::vector<std::unique_ptr<share_restorer>> shares;
-        for (const listed_image& each : set.images) {
-            run.add_stream(each.name, each.size);
+        for (size_t index = 0; index < backup.images().size(); ++index) {
             shares.push_back(std::make_unique<share_restorer>(target, problems));
         }
-        run.begin(allowance(options.server, OPERATION_READ));
-        run.check_may_move();
-        image_set images(run);
-        images.open(from.server, options.lsu, set.images,
-                    [&](const std::string& image, const std::string& reason) {
-                        problems.report_image(image, reason);
-                    });
-        run.run_streams([&](size_t index, stream& account) {
-            if (images.is_open(index)) {
-                shares[index]->restore(images[index], account, run, options.block);
-            }
+        backup.read([&](size_t index, host_image& image, stream& account) {
+            shares[index]->restore(image, account, run, options.block);
         });
-        images.close();
-        run.end();
         run.say("setting the directories' modes and times");
         finish_directories(target, directories_of(shares), problems);
         for (size_t index = 0; index < shares.size(); ++index) {
             if (!shares[index]->is_sealed()) {
-                say_unsealed(set.images[index].name);
+                say_unsealed(backup.images()[index].name);
             }
         }
-        from.server.close();
+        backup.close();
     };
     return run_operation(options, run, job, [&] {
         const int code = problems.summary();

@@ -2,7 +2,7 @@
 // mode, content and link target. Every difference is named.
 
 #include "tools/run/archive/archive_stream.h"
-#include "tools/run/backup_set.h"
+#include "tools/run/backup_reading.h"
 #include "tools/run/files/attributes.h"
 #include "tools/run/files/content_file.h"
 #include "tools/run/files/problems.h"
@@ -305,41 +305,21 @@ int run_verify(const verify_options& options) {
     transfer run("verify", "the comparison isn't complete.");
     differences found;
     const auto job = [&] {
-        run.say("starting");
-        connection from(options);
-        from.server.require_lsu(options.lsu);
-        const found_backup set =
-            find_backup(from.server.images(options.lsu), options.lsu, options.backup);
-        for (const std::string& each : set.missing) {
-            found.add_image(each, "missing");
-        }
+        backup_reading backup(options, run,
+                              [&](const std::string& image, const std::string& reason) {
+                                  found.add_image(image, reason);
+                              });
         const tree_listing listing = list_all(options, run, found);
         tree_index trees(listing);
-        for (const listed_image& each : set.images) {
-            run.add_stream(each.name, each.size);
-        }
-        run.begin(allowance(options.server, OPERATION_READ));
-        run.check_may_move();
-        image_set images(run);
-        images.open(from.server, options.lsu, set.images,
-                    [&](const std::string& image, const std::string& reason) {
-                        found.add_image(image, reason);
-                    });
-        run.run_streams([&](size_t index, stream& account) {
-            if (!images.is_open(index)) {
-                return;
-            }
+        backup.read([&](size_t /*index*/, host_image& image, stream& account) {
             try {
-                share_comparison(images[index], account, run, options.block, trees, found)
-                    .compare_all();
+                share_comparison(image, account, run, options.block, trees, found).compare_all();
             } catch (const archive_damage& damage) {
-                found.add_image(images[index].name(), damage.what());
+                found.add_image(image.name(), damage.what());
             }
         });
-        images.close();
-        run.end();
         trees.add_missing(found);
-        from.server.close();
+        backup.close();
     };
     return run_operation(options, run, job,
                          [&] { return print_differences(options, found.sorted()); });
