@@ -1,5 +1,7 @@
 #include "config/settings_file.h"
 
+#include "common/descriptor.h"
+
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
@@ -160,23 +162,6 @@ bool take_after(int old, int descriptor) {
            copy_attributes(old, descriptor) && fchmod(descriptor, file.st_mode & 07777U) == 0;
 }
 
-/// Owns a descriptor, or -1.
-class descriptor_owner {
-  public:
-    explicit descriptor_owner(int descriptor) : descriptor_(descriptor) {}
-    ~descriptor_owner() {
-        if (descriptor_ >= 0) {
-            close(descriptor_);
-        }
-    }
-    descriptor_owner(const descriptor_owner&) = delete;
-    descriptor_owner& operator=(const descriptor_owner&) = delete;
-    int get() const { return descriptor_; }
-
-  private:
-    const int descriptor_;
-};
-
 enum class laid { whole, not_allowed, failed };
 
 /// Whether that error says that the directory takes no other file.
@@ -247,7 +232,7 @@ class text_beside {
 
 settings_seen look_again(const char* path) {
     settings_seen seen;
-    const descriptor_owner file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    const descriptor file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     if (file.get() < 0) {
         seen.state = errno == ENOENT ? settings_seen::missing : settings_seen::unreadable;
         return seen;
@@ -334,7 +319,7 @@ int replace_settings(const char* path, const char* text, const settings_seen* se
     if (exists && !S_ISREG(file.st_mode)) {
         return STS_ERR_END_OF_LIST;
     }
-    const descriptor_owner old(exists ? open(path, O_RDWR | O_CLOEXEC | O_NONBLOCK) : -1);
+    const descriptor old(exists ? open(path, O_RDWR | O_CLOEXEC | O_NONBLOCK) : -1);
     if (exists && old.get() < 0) {
         return STS_ERR_END_OF_LIST;
     }

@@ -1,5 +1,7 @@
 #include "service/key_secret.h"
 
+#include "common/descriptor.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
@@ -18,25 +20,6 @@ namespace {
 
 constexpr const char* file_name = "secret";
 constexpr size_t file_size = 2 * key_secret().size() + 1; ///< digits and a line's end
-
-/// An open descriptor, or -1.
-class descriptor {
-  public:
-    explicit descriptor(int number) : number_(number) {}
-    ~descriptor() {
-        if (number_ >= 0) {
-            close(number_);
-        }
-    }
-    descriptor(const descriptor&) = delete;
-    descriptor& operator=(const descriptor&) = delete;
-
-    int get() const { return number_; }
-    bool is_open() const { return number_ >= 0; }
-
-  private:
-    const int number_;
-};
 
 [[noreturn]] void fail(const std::string& path, const std::string& why) {
     throw state_error(path + ": " + why);

@@ -19,7 +19,7 @@
 // What such a server, its images and its lists are asked goes to the plugin, whose status is that
 // of the call: STS_ERR_NOT_SUPPORTED where it has no entry. A name that no plugin claims answers
 // STS_ERR_NOT_CLAIMED, and the session's log says which plugins couldn't be used and why (see
-// plugins/manager.h). The target of an asynchronous copy is always a "disk:" server, or the source's.
+// plugins/manager.h). An asynchronous copy goes to a "disk:" server always, or to the source's.
 //
 // Names of images and LSUs are bytes: not empty, not "." or "..", without "/", at most 255 bytes.
 // An LSU's name doesn't begin with "." either, and isn't "lost+found". Others answer
