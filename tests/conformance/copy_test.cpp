@@ -61,13 +61,7 @@ class Copy : public Storage {
         sts_replication_peer_s from[3] = {};
         sts_replication_peer_s to[3] = {};
         EXPECT_EQ(call::get_lsu_replication_prop(&lsu, 3, from, 3, to), STS_OK);
-        std::vector<std::string> names;
-        for (const sts_replication_peer_s& each : sources ? from : to) {
-            if (each.server_name[0] != '\0') {
-                names.push_back(std::string(each.server_name) + " " + each.lsu);
-            }
-        }
-        return names;
+        return names_of(sources ? from : to);
     }
 
     const std::string content = std::string(3 << 20, 'x') + "end";

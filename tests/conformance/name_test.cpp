@@ -17,13 +17,7 @@ const std::vector<std::string> bad_names = {
 class Names : public Storage {
   protected:
     /// Everything below the test's directory.
-    std::vector<std::string> tree() {
-        std::vector<std::string> all;
-        for (const fs::directory_entry& each : fs::recursive_directory_iterator(directory)) {
-            all.push_back(each.path().string());
-        }
-        return all;
-    }
+    std::vector<std::string> tree() { return tree_below(directory); }
 };
 
 TEST_F(Names, ThatDontStayInTheirDirectoryAreRefusedForImages) {

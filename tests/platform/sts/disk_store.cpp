@@ -153,6 +153,14 @@ void DiskStore::set(const std::string& key, int value) {
     EXPECT_EQ(api->set_server_config(server, row.c_str(), error, sizeof error), STS_OK) << error;
 }
 
+std::vector<std::string> tree_below(const std::string& directory) {
+    std::vector<std::string> all;
+    for (const auto& each : std::filesystem::recursive_directory_iterator(directory)) {
+        all.push_back(each.path().string());
+    }
+    return all;
+}
+
 void close_library() {
     while (stsm_terminate() == STS_ERR_TERMINATE_IGNORED) {
     }

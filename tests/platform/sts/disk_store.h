@@ -76,6 +76,21 @@ class DiskStore : public testing::Test {
     sts_next_server_s* server = nullptr;
 };
 
+/// Those of the peers that there are, as "SERVER LSU".
+template <size_t room>
+std::vector<std::string> names_of(const sts_replication_peer_s (&peers)[room]) {
+    std::vector<std::string> names;
+    for (const sts_replication_peer_s& each : peers) {
+        if (each.server_name[0] != '\0') {
+            names.push_back(std::string(each.server_name) + " " + each.lsu);
+        }
+    }
+    return names;
+}
+
+/// Everything below a directory.
+std::vector<std::string> tree_below(const std::string& directory);
+
 /// Calls stsm_terminate until nobody has the library open.
 void close_library();
 

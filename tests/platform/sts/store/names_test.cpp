@@ -77,13 +77,7 @@ class StsNames : public DiskStore {
                   expected);
     }
     /// Everything below the test's directory.
-    std::vector<std::string> tree() {
-        std::vector<std::string> all;
-        for (const fs::directory_entry& each : fs::recursive_directory_iterator(directory)) {
-            all.push_back(each.path().string());
-        }
-        return all;
-    }
+    std::vector<std::string> tree() { return tree_below(directory); }
 };
 
 TEST_F(StsNames, ThatDontStayInTheirDirectoryAreRefusedForImages) {
