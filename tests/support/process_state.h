@@ -25,8 +25,8 @@ inline bool comes_down_to(size_t (*count)(), size_t expected) {
     return count() <= expected;
 }
 
-/// Whether what memory is measured is what the program took: a sanitizer keeps what is freed, and
-/// notes beside all.
+/// Whether what memory is measured is what the program took: a sanitizer keeps what is freed, notes
+/// beside all, and takes many times as long for everything.
 #ifdef IS_SANITIZED
 constexpr bool has_memory_of_its_own = false;
 #else
