@@ -1,5 +1,7 @@
 #include "config/allowed_rate.h"
 
+#include <algorithm>
+
 namespace {
 
 uint64_t percent_of(uint64_t rate, int percent) {
@@ -12,13 +14,17 @@ bool in_window(int hour, int start, int end) {
     return start <= end ? start <= hour && hour < end : hour >= start || hour < end;
 }
 
+uint64_t rate_of_direction(const throttling_config_s& config, operation_type_t operation) {
+    return percent_of(config.avail_bandwidth, operation == OPERATION_READ
+                                                  ? config.read_bandwidth_percent
+                                                  : config.write_bandwidth_percent);
+}
+
 } // namespace
 
 uint64_t allowed_rate(const throttling_config_s& config, operation_type_t operation,
                       const tm& when) {
-    const uint64_t rate = percent_of(config.avail_bandwidth, operation == OPERATION_READ
-                                                                 ? config.read_bandwidth_percent
-                                                                 : config.write_bandwidth_percent);
+    const uint64_t rate = rate_of_direction(config, operation);
     if (when.tm_wday >= config.weekend_start && when.tm_wday <= config.weekend_end) {
         return percent_of(rate, config.weekend_bandwidth_percent);
     }
@@ -29,4 +35,15 @@ uint64_t allowed_rate(const throttling_config_s& config, operation_type_t operat
         return percent_of(rate, config.work_time_bandwidth_percent);
     }
     return rate;
+}
+
+uint64_t least_allowed_rate(const throttling_config_s& config, operation_type_t operation) {
+    const uint64_t rate = rate_of_direction(config, operation);
+    uint64_t least = rate;
+    for (const int percent : {config.weekend_bandwidth_percent, config.off_time_bandwidth_percent,
+                              config.work_time_bandwidth_percent}) {
+        const uint64_t then = percent_of(rate, percent);
+        least = then != 0 ? std::min(least, then) : least;
+    }
+    return least;
 }

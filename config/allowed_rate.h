@@ -20,3 +20,7 @@ enum operation_type_t : unsigned {
 /// Each division truncates, so the result can be 0. Products beyond 64 bits wrap.
 uint64_t allowed_rate(const throttling_config_s& config, operation_type_t operation,
                       const tm& when);
+
+/// The least of what allowed_rate may be at any time, but for times at which nothing is allowed. 0
+/// when nothing ever is.
+uint64_t least_allowed_rate(const throttling_config_s& config, operation_type_t operation);
