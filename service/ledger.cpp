@@ -24,6 +24,11 @@ int64_t life_of_rate(const throttling_config_s& settings) {
     return int64_t{2} * std::max(settings.sample_interval, 1);
 }
 
+/// Seconds from one report to the next; without throttling none are due.
+int64_t interval_of(const throttling_config_s& settings) {
+    return settings.sample_interval > 0 ? settings.sample_interval : shortest_silence_of_flow / 2;
+}
+
 uint64_t allowed_now(const throttling_config_s& settings, operation_type_t operation, moment now) {
     tm local = {};
     localtime_r(&now.wall, &local);
@@ -177,7 +182,8 @@ ledger::session_entry* ledger::enter(const caller& who, bool is_taken_up, moment
     return &*sessions_
                  .try_emplace(
                      who.session,
-                     session{"", now.uptime, place, &owner, place_with_owner, is_taken_up, {}})
+                     session{
+                         "", now.uptime, place, &owner, place_with_owner, is_taken_up, nullptr, {}})
                  .first;
 }
 
@@ -354,11 +360,12 @@ int32_t ledger::configure(const caller& who, const std::string& text, moment now
                                      longest_text))
             .status;
     }
-    const session_entry* const known = heard(who, now);
+    session_entry* const known = heard(who, now);
     if (known == nullptr) {
         return STS_ERR_NOMEM;
     }
     if (text == latest_text_) {
+        known->second.settings = latest_rates_;
         return STS_OK; // as each image sends them at its open
     }
     if (incoming.settings == nullptr) {
@@ -372,6 +379,9 @@ int32_t ledger::configure(const caller& who, const std::string& text, moment now
         log(*known, "new settings" + news); // one line, however many storages the text names
     }
     latest_text_ = text;
+    const auto rates = std::make_shared<throttling_config_s>(*incoming.settings);
+    rates->connections.clear(); // so that a session keeps no more than it needs
+    known->second.settings = latest_rates_ = rates;
     return STS_OK;
 }
 
@@ -452,11 +462,11 @@ answer ledger::check_connections(const caller& who, const std::string& key,
                        }
                        disconnect(asker, what);
                    } else if (delta > 0) {
-                       report(asker, what, operation, 0, now);
+                       report(asker, what, {operation, 0, 0, 0}, now);
                    } else {
                        end_flow(asker, what, operation, "no longer");
                    }
-                   return reply(what, operation, 0, now);
+                   return reply(asker, what, operation, 0, now);
                });
 }
 
@@ -471,12 +481,8 @@ answer ledger::check_bandwidth(const caller& who, const std::string& key,
     return ask(who, key, session_text, now, objection,
                [&](session_entry& asker, storage_entry& what, operation_type_t operation) {
                    ++reports_;
-                   report(asker, what, operation, rate_of(reported), now);
-                   const throttling_config_s& settings = settings_of(what);
-                   const uint64_t share =
-                       allowed_now(settings, operation, now) / what.second.flows[operation].size();
-                   return reply(what, operation,
-                                early_by(reported, share, settings.sample_interval), now);
+                   const int64_t wait = report(asker, what, reported, now);
+                   return reply(asker, what, operation, wait, now);
                });
 }
 
@@ -509,7 +515,7 @@ answer ledger::connect(session_entry& who, storage_entry& what, moment now) {
     ++hold_of(who, what).connections;
     log(who,
         fmt::format("connects to {}, {} of {}", in_quotes(what.first), store.connections, limit));
-    return reply(what, OPERATION_READ_WRITE, 0, now);
+    return reply(who, what, OPERATION_READ_WRITE, 0, now);
 }
 
 /// Gives one connection back, if it has any.
@@ -525,25 +531,38 @@ void ledger::disconnect(session_entry& who, storage_entry& what) {
     drop_if_empty(who, what);
 }
 
-void ledger::report(session_entry& who, storage_entry& what, operation_type_t operation,
-                    uint64_t rate, moment now) {
+/// Starts or renews a flow. What its sample was early, in seconds.
+int64_t ledger::report(session_entry& who, storage_entry& what, const sample& reported,
+                       moment now) {
+    const auto operation = static_cast<operation_type_t>(reported.operation);
+    const throttling_config_s& settings = settings_of(what);
     hold& held = hold_of(who, what);
     flow_list& flows = what.second.flows[operation];
+    fair_share& shares = what.second.shares[operation];
     if (who.second.is_taken_up && held.connections == 0) {
         ++held.connections;
         ++what.second.connections;
         log(who, fmt::format("is still connected to {}, {} of {}", in_quotes(what.first),
-                             what.second.connections, limit_of(settings_of(what), what.first)));
+                             what.second.connections, limit_of(settings, what.first)));
     }
     auto& place = held.flows[operation];
     if (!place) {
-        place = flows.insert(flows.end(), flow{who.first, now.uptime, rate});
+        place = flows.insert(flows.end(), flow{who.first, now.uptime, 0, shares.join(now.uptime)});
         log(who, fmt::format("{} {}, one of {}", flow_names[operation], in_quotes(what.first),
                              flows.size()));
-        return;
     }
+    flow& own = **place;
     flows.splice(flows.end(), flows, *place);
-    **place = flow{who.first, now.uptime, rate};
+    own.reported = now.uptime;
+    own.rate = rate_of(reported);
+    const uint64_t allowed = allowed_now(settings, operation, now);
+    shares.report(
+        own.share,
+        {static_cast<double>(reported.bytes) / static_cast<double>(std::max(allowed, uint64_t{1})),
+         int64_t{reported.end} - int64_t{reported.start}},
+        interval_of(settings), now.uptime);
+    const uint64_t sharing = own.count != 0 ? own.count : flows.size();
+    return early_by(reported, allowed / sharing, settings.sample_interval);
 }
 
 void ledger::end_flow(session_entry& who, storage_entry& what, operation_type_t operation,
@@ -553,6 +572,7 @@ void ledger::end_flow(session_entry& who, storage_entry& what, operation_type_t 
         return;
     }
     flow_list& flows = what.second.flows[operation];
+    what.second.shares[operation].leave((*held->second.flows[operation])->share);
     flows.erase(*held->second.flows[operation]);
     held->second.flows[operation].reset();
     log(who, fmt::format("{}: {} {}, {} left", why, flow_names[operation], in_quotes(what.first),
@@ -617,22 +637,48 @@ storage_point ledger::point_of(const storage_entry& what, moment now) const {
             direction(OPERATION_WRITE)};
 }
 
-answer ledger::reply(const storage_entry& what, operation_type_t operation, int64_t wait,
-                     moment now) const {
+/// By which a session is to divide its rate; as long as it moves nothing, as many as do. Never so
+/// many that nothing would be left of it, at any time of the week.
+uint64_t ledger::count_for(session_entry& who, storage_entry& what, operation_type_t operation,
+                           moment now) {
+    const throttling_config_s& settings = settings_of(what);
+    const throttling_config_s& own =
+        who.second.settings != nullptr ? *who.second.settings : settings;
+    uint64_t most = std::numeric_limits<uint64_t>::max();
+    for (const throttling_config_s* each : {&settings, &own}) {
+        const uint64_t least = least_allowed_rate(*each, operation);
+        most =
+            least != 0 ? std::min(most, least) : most; // where nothing is ever left no count helps
+    }
+    const auto held = who.second.holds.find(&what);
+    if (held == who.second.holds.end() || !held->second.flows[operation]) {
+        return std::clamp<uint64_t>(what.second.flows[operation].size(), 1, most);
+    }
+    const uint64_t allowed = allowed_now(settings, operation, now);
+    const double own_part = allowed == 0 ? 1
+                                         : static_cast<double>(allowed_now(own, operation, now)) /
+                                               static_cast<double>(allowed);
+    flow& asking = **held->second.flows[operation];
+    asking.count = what.second.shares[operation].count(asking.share, own_part, most,
+                                                       interval_of(settings), now.uptime);
+    return asking.count;
+}
+
+answer ledger::reply(session_entry& who, storage_entry& what, operation_type_t operation,
+                     int64_t wait, moment now) {
     const auto free_flow = [&](operation_type_t each) {
         const uint64_t allowed = allowed_now(settings_of(what), each, now);
         return allowed - std::min(allowed, measured(what, each, now));
-    };
-    const auto sharing = [&](operation_type_t each) {
-        return std::max<uint64_t>(what.second.flows[each].size(), 1);
     };
     // Of both directions there is no one figure: the lesser one is free either way.
     const uint64_t free = operation == OPERATION_READ_WRITE
                               ? std::min(free_flow(OPERATION_READ), free_flow(OPERATION_WRITE))
                               : free_flow(operation);
     return {STS_OK,
-            row("THR_R_CONNECTION_COUNTS", "sessions reading", sharing(OPERATION_READ)) +
-                row("THR_W_CONNECTION_COUNTS", "sessions writing", sharing(OPERATION_WRITE)) +
+            row("THR_R_CONNECTION_COUNTS", "sessions reading",
+                count_for(who, what, OPERATION_READ, now)) +
+                row("THR_W_CONNECTION_COUNTS", "sessions writing",
+                    count_for(who, what, OPERATION_WRITE, now)) +
                 row("THR_FREE_FLOW", "bandwidth left[bytes/second]", free) +
                 row("THR_WAIT_SECONDS", "time to wait[seconds]", static_cast<uint64_t>(wait))};
 }

@@ -8,6 +8,8 @@
 //                       silence for two sample intervals
 //   settings            the last row text that named a storage sets its limit and its rates
 //
+// The count that a flow is told is such that all get their fair share (fair_share.h).
+//
 // A session that says nothing for the lease ends and gives back what it held. One that isn't in the
 // book is taken up again when it speaks: the service was started anew under it. So that its
 // connections are counted again too, it is given one when it reports a flow.
@@ -21,6 +23,7 @@
 // No CORBA and no clock in here. Every call may come from any thread.
 #pragma once
 
+#include "service/fair_share.h"
 #include "service/limits.h"
 #include "service/line_queue.h"
 #include "service/log_line.h"
@@ -176,6 +179,8 @@ class ledger {
         session_number session;
         int64_t reported; ///< uptime of the last report
         uint64_t rate;    ///< bytes per second of the last report
+        fair_share::place share;
+        uint64_t count = 0; ///< that it was last told; 0: none yet
     };
     using flow_list = std::list<flow>; ///< whoever has been silent longest first
 
@@ -195,6 +200,7 @@ class ledger {
         int64_t refused = 0;
         int64_t asked = 0; ///< uptime when a client last named it
         flow_list flows[2];
+        fair_share shares[2]; ///< of the flows
         std::deque<storage_point> history;
         bool is_unused() const { return connections == 0 && flows[0].empty() && flows[1].empty(); }
     };
@@ -213,7 +219,8 @@ class ledger {
         std::list<session_number>::iterator place;
         account_entry* owner;
         std::list<session_number>::iterator place_with_owner;
-        bool is_taken_up; ///< what it held before isn't known
+        bool is_taken_up;      ///< what it held before isn't known
+        settings_ptr settings; ///< what its client goes by, but for limits; null: it sent none
         std::map<storage_entry*, hold> holds;
     };
     using session_map = std::unordered_map<session_number, session>;
@@ -246,8 +253,7 @@ class ledger {
                moment now, Objection objection, Reply reply);
     answer connect(session_entry& who, storage_entry& what, moment now);
     void disconnect(session_entry& who, storage_entry& what);
-    void report(session_entry& who, storage_entry& what, operation_type_t operation, uint64_t rate,
-                moment now);
+    int64_t report(session_entry& who, storage_entry& what, const sample& reported, moment now);
     void end_flow(session_entry& who, storage_entry& what, operation_type_t operation,
                   const char* why);
     void expire_flows(storage_entry& what, moment now);
@@ -257,8 +263,10 @@ class ledger {
 
     uint64_t measured(const storage_entry& what, operation_type_t operation, moment now) const;
     storage_point point_of(const storage_entry& what, moment now) const;
-    answer reply(const storage_entry& what, operation_type_t operation, int64_t wait,
-                 moment now) const;
+    uint64_t count_for(session_entry& who, storage_entry& what, operation_type_t operation,
+                       moment now);
+    answer reply(session_entry& who, storage_entry& what, operation_type_t operation, int64_t wait,
+                 moment now);
     answer malformed(session_number number, int32_t status, const std::string& why);
     /// Something that is counted, and told once a minute at most, however often it happens.
     struct tally {
@@ -283,6 +291,7 @@ class ledger {
     std::deque<session_number> ended_longest_ago_; ///< the same, in order
     storage_map storages_;
     settings_ptr latest_ = std::make_shared<throttling_config_s>();
+    settings_ptr latest_rates_; ///< the same without limits; null until a text comes
     std::optional<std::string> latest_text_;
     int64_t last_point_;
     int64_t points_ = 0;

@@ -3,23 +3,13 @@
 
 #include "service/ledger.h"
 
+#include "tests/service/reply_values.h"
 #include "tests/support/virtual_clock.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
-
-/// What the reply says of `name`, read as the clients do; -1 when it isn't there.
-inline long value_of(const std::string& reply, const std::string& name) {
-    const size_t found = reply.find("name=" + name + ",");
-    const size_t value = reply.find("value=", found);
-    const size_t end = reply.find(",fixed=", value);
-    if (found == std::string::npos || value == std::string::npos || end == std::string::npos) {
-        return -1;
-    }
-    return std::stol(reply.substr(value + 6, end - value - 6));
-}
 
 inline long readers_in(const answer& from) {
     return value_of(from.text, "THR_R_CONNECTION_COUNTS");
