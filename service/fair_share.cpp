@@ -45,6 +45,9 @@ void fair_share::leave(place whose) {
 void fair_share::pass(int64_t now) {
     const int64_t before = now_;
     now_ = std::max(now, now_);
+    if (is_crowded()) {
+        return;
+    }
     const double passed = seconds_of(now_ - before);
     double all = 0;
     bool has_changed = false;
@@ -72,6 +75,9 @@ void fair_share::pass(int64_t now) {
 
 /// The level at which all parts together make the whole; the whole if they don't.
 void fair_share::find_level() {
+    if (is_crowded()) {
+        return;
+    }
     double left = 1;
     size_t sharing = 0;
     for (const sharer& each : all_) {
@@ -106,6 +112,11 @@ void fair_share::find_level() {
 void fair_share::report(place whose, const moved_sample& sample, int64_t interval, int64_t now) {
     pass(now);
     sharer& flow = *whose;
+    if (is_crowded()) {
+        flow = {};
+        flow.since_ = now_;
+        return;
+    }
     const double whole = seconds_of(interval);
     const int64_t passed = now_ - flow.since_;
     const int64_t seconds = std::clamp(sample.seconds, int64_t{0}, passed);
@@ -271,6 +282,11 @@ bool fair_share::would_be_too_much(const sharer& flow, double part) const {
 uint64_t fair_share::count(place whose, double own, uint64_t most, int64_t interval, int64_t now) {
     pass(now);
     sharer& flow = *whose;
+    const double largest = std::max(static_cast<double>(most), 1.0);
+    if (is_crowded()) {
+        const double even = own * seconds_of(static_cast<int64_t>(all_.size()));
+        return static_cast<uint64_t>(std::clamp(even, 1.0, largest));
+    }
     flow.length_ = std::max(flow.length_, interval);
     const bool is_small = !flow.wants_more() && flow.let_need() <= level_;
     const double part = flow.wants_more() ? part_of_wanting(flow, interval)
@@ -287,7 +303,7 @@ uint64_t fair_share::count(place whose, double own, uint64_t most, int64_t inter
     } else if (!is_small && is_next_nearer && own / (count + 1) >= flow.need_ * 1.02) {
         ++count;
     }
-    count = std::clamp(count, 1.0, std::max(static_cast<double>(most), 1.0));
+    count = std::clamp(count, 1.0, largest);
     flow.told_ = own / count;
     return static_cast<uint64_t>(count);
 }

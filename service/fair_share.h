@@ -14,7 +14,8 @@
 //   debt     the same of one flow beside the others: who got more gets less next time
 //
 // All is in parts of the allowed rate: a share of it, or seconds of the whole. The same calls give
-// the same counts: no clock, no lock and no text in here. A call takes time for each flow.
+// the same counts: no clock, no lock and no text in here. A call takes time for each flow, so of more
+// than most_weighed each has an even part, whatever it needs.
 #pragma once
 
 #include <array>
@@ -31,6 +32,8 @@ struct moved_sample {
 
 class fair_share {
   public:
+    static constexpr size_t most_weighed = 1024; ///< flows
+
     class sharer;
     using place = std::list<sharer>::iterator;
 
@@ -47,6 +50,7 @@ class fair_share {
     uint64_t count(place whose, double own, uint64_t most, int64_t interval, int64_t now);
 
   private:
+    bool is_crowded() const { return all_.size() > most_weighed; }
     void pass(int64_t now);
     void find_level();
     void take_up_need(sharer& flow, bool is_held, int64_t interval);

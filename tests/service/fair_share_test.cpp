@@ -54,6 +54,7 @@ class flows {
         }
         return sum;
     }
+    size_t size() const { return each_.size(); }
     long count(size_t which) const { return static_cast<long>(each_[which].count); }
     const std::vector<double>& told(size_t which) const { return each_[which].told; }
     /// Asks again, at the same time, without having moved anything.
@@ -233,6 +234,23 @@ TEST(FairShare, NoCountIsAboveTheLargestThatIsAllowed) {
         }
     }
     EXPECT_EQ(shares.count(each[0], 0, 0, 30, 300), 1U);
+}
+
+TEST(FairShare, OfVeryManyEachHasAnEvenPartUntilTheyAreFewer) {
+    constexpr size_t number = fair_share::most_weighed + 1;
+    flows some(30);
+    for (size_t each = 0; each < number; ++each) {
+        some.join(all);
+    }
+    some.pass_intervals(2);
+    EXPECT_EQ(some.count(0), static_cast<long>(number));
+    EXPECT_EQ(some.count(number - 1), static_cast<long>(number));
+    while (some.size() > 2) {
+        some.leave(0);
+    }
+    some.pass_intervals(20);
+    EXPECT_EQ(some.count(0), 2);
+    EXPECT_EQ(some.count(1), 2);
 }
 
 TEST(FairShare, AClientOfAnotherRateIsToldWhatGivesItTheSame) {
