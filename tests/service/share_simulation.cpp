@@ -13,8 +13,11 @@
 #include <cmath>
 #include <cstdio>
 #include <deque>
+#include <functional>
+#include <limits>
 #include <memory>
 #include <queue>
+#include <string>
 #include <ucontext.h>
 
 namespace {
