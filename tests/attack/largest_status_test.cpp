@@ -24,7 +24,7 @@ using testing::HasSubstr;
 namespace {
 
 /// A sanitizer's program needs longer for as much than a reader is given.
-constexpr size_t storages = has_memory_of_its_own ? most_storages : 256;
+constexpr size_t storages = has_memory_of_its_own ? most_storages : 64;
 constexpr int64_t whole_history = history_step * static_cast<int64_t>(history_points);
 constexpr size_t readers_at_once = 16;
 

@@ -6,7 +6,7 @@
 #include <vlsl.hh>
 
 #ifdef IS_SANITIZED
-#include <sanitizer/allocator_interface.h>
+extern "C" size_t __sanitizer_get_current_allocated_bytes(); // g++ comes without the header
 #endif
 
 namespace {
