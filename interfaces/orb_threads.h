@@ -4,7 +4,7 @@
 /// From now on the threads that the ORB makes are known. Call once for each ORB, when it is started.
 void watch_orb_threads();
 
-/// Waits until those are gone that have nothing more to do, a second at most. To be called once the
-/// ORB is destroyed: what its library does at the end of a thread is no good beside what it does at
+/// Waits, a second at most, until they are gone. To be called once the ORB is destroyed, which doesn't
+/// wait for them altogether: what its library does at the end of a thread is no good beside what it does at
 /// the end of the process.
 void await_orb_threads();

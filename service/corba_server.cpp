@@ -5,14 +5,13 @@
 #include "service/servants.h"
 #include "service/transport/orb_transport.h"
 
+#include "interfaces/orb_threads.h"
+
 #include <algorithm>
-#include <filesystem>
 #include <fmt/format.h>
-#include <iterator>
 #include <memory>
 #include <stdexcept>
 #include <string_view>
-#include <thread>
 #include <vector>
 
 OMNI_USING_NAMESPACE(omni) // where newer releases of the ORB have sslContext
@@ -41,22 +40,6 @@ std::vector<listener> listeners_of(const corba_options& options) {
 
 /// How long a connection may be idle, in seconds: as long as a session may be between reports.
 int64_t idle_time(int64_t lease) { return std::max(lease, int64_t{300}); }
-
-/// Threads of this process.
-ptrdiff_t thread_count() {
-    std::error_code unknown;
-    const std::filesystem::directory_iterator threads("/proc/self/task", unknown);
-    return std::distance(begin(threads), end(threads));
-}
-
-/// Waits, a second at most, until there are no more than so many. The ORB doesn't wait for its own
-/// to be gone altogether, and what a library does at the end of a thread is no good beside what it
-/// does at the end of the process.
-void await_threads(ptrdiff_t most) {
-    for (int round = 0; round < 1000 && thread_count() > most; ++round) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-}
 
 /// Starts the ORB. Each value says why it isn't the ORB's own.
 CORBA::ORB_ptr start_orb(int64_t lease) {
@@ -120,8 +103,8 @@ corba_server::corba_server(const corba_options& options, ledger& book, const obj
                                                std::chrono::seconds(idle_time(book.lease()))),
         std::move(published));
     try {
-        own_.threads_before = thread_count();
         own_.orb = start_orb(book.lease());
+        watch_orb_threads();
         watch_who_asks();
         publish(own_.orb, book, keys);
     } catch (const CORBA::Exception& error) {
@@ -138,7 +121,7 @@ corba_server::ending_orb::~ending_orb() {
         } catch (const CORBA::Exception&) {
             // It is down already.
         }
-        await_threads(threads_before);
+        await_orb_threads();
     }
     omniORB::setLogFunction(nullptr); // and nothing is said to the log, which may end now
     orb_messages = nullptr;

@@ -39,7 +39,6 @@ class corba_server {
     /// answered finish.
     struct ending_orb {
         CORBA::ORB_var orb; ///< nil: not started
-        std::ptrdiff_t threads_before = 0;
         ~ending_orb();
     };
 

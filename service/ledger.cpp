@@ -348,10 +348,17 @@ const throttling_config_s& ledger::settings_of(const storage_entry& which) const
     return which.second.settings != nullptr ? *which.second.settings : *latest_;
 }
 
+bool ledger::is_latest(const std::string& text) {
+    const turn mine(*this);
+    return text == latest_text_;
+}
+
 int32_t ledger::configure(const caller& who, const std::string& text, moment now) {
-    // Read before its turn: the longest text takes as long as many questions.
     const bool is_too_long = text.size() > longest_text;
-    const settings_text incoming = is_too_long ? settings_text{} : read_settings(text);
+    std::optional<settings_text> read;
+    if (!is_too_long && !is_latest(text)) {
+        read = read_settings(text); // before its turn: a long one takes as long as many questions
+    }
     const turn mine(*this);
     expire(now);
     if (is_too_long) {
@@ -368,6 +375,7 @@ int32_t ledger::configure(const caller& who, const std::string& text, moment now
         known->second.settings = latest_rates_;
         return STS_OK; // as each image sends them at its open
     }
+    const settings_text incoming = read ? *std::move(read) : read_settings(text);
     if (incoming.settings == nullptr) {
         return malformed(who.session, STS_ERR_INVALID,
                          "settings without a readable row: " + in_quotes(text))

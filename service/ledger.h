@@ -247,6 +247,7 @@ class ledger {
     std::string take_up(const settings_ptr& incoming, account_entry& whose, moment now);
     const throttling_config_s& settings_of(const storage_entry& which) const;
     bool can_be_dropped(const storage_entry& which) const;
+    bool is_latest(const std::string& text);
 
     template <typename Objection, typename Reply>
     answer ask(const caller& who, const std::string& key, const std::string& session_text,

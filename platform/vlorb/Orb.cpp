@@ -12,11 +12,11 @@
 
 #include "platform/vlorb/Orb.h"
 
+#include "interfaces/orb_threads.h"
 #include "interfaces/wide_code_set.h"
 #include "platform/common/vlcommon.h"
 #include "platform/vlorb/addresses.h"
 #include "platform/vlorb/resend.h"
-#include "platform/vlorb/threads.h"
 
 #include <algorithm>
 #include <charconv>
