@@ -1,6 +1,7 @@
 // A name with several addresses: they are tried in the resolver's order until one answers.
 
 #include "tests/client/client_fixture.h"
+#include "tests/support/certificates.h"
 #include "tests/support/giop.h"
 #include "tests/support/next_function.h"
 #include "tests/support/stopwatch.h"
@@ -140,6 +141,26 @@ TEST_P(AddressesRealTime, AllMuteOnesCostOneTimeOut) {
 INSTANTIATE_TEST_SUITE_P(Each, AddressesRealTime, testing::Bool(), [](const auto& is_full) {
     return is_full.param ? "TakingNoConnection" : "SayingNothing";
 });
+
+TEST(TlsAddressesRealTime, OneThatNeverShakesHandsCostsItsPartOfTheTimeOut) {
+    const certificates ours("ours");
+    const remote_service service({ours.authority(), ours.key()});
+    const unserved_listener mute(service.port(), false);
+    setenv("VLSL_TLS_CA", ours.authority().c_str(), 1);
+    setenv("VLSL_TLS_KEY", ours.key().c_str(), 1);
+    addresses = {"127.0.0.2", "127.0.0.1"};
+    take_log();
+    sts_session_def_v7_t session = host_session("s", 0);
+    CCloudVLSLClient client(&session, "localhost", true, 0, 4);
+    const double taken =
+        seconds_of([&] { EXPECT_EQ(shape_of("check_connections").run(client), STS_OK); });
+    EXPECT_GT(taken, 1.9); // it was asked
+    EXPECT_LT(taken, 3.9);
+    EXPECT_THAT(take_log(), IsEmpty());
+    unsetenv("VLSL_TLS_CA");
+    unsetenv("VLSL_TLS_KEY");
+    addresses.clear();
+}
 
 } // namespace
 
