@@ -1,5 +1,7 @@
 #include "service/http_server.h"
 
+#include "service/moment.h"
+
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
@@ -26,12 +28,6 @@ constexpr size_t piece_size = 16384; ///< of an answer, in memory
 constexpr int niceness = 10;         ///< of whoever looks, beside those who do the work
 /// Connections may be accepted between one's cut and its end.
 constexpr unsigned most_descriptors = most_web_connections + 64;
-
-int64_t now_ms() {
-    timespec now = {};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
-}
 
 /// Who connects: an IPv4 address, the network of an IPv6 address, or, on this host's own sockets,
 /// nobody in particular.
@@ -244,7 +240,7 @@ int http_server::milliseconds_to_wait() const {
             at_most(static_cast<int64_t>(std::min<MHD_UNSIGNED_LONG_LONG>(needed, 1000)));
         }
     }
-    const int64_t now = now_ms();
+    const int64_t now = uptime_ms();
     for (const connection& each : open_) {
         at_most(std::max(each.ends(now) - now, int64_t{0}));
         if (each.patience_ends > now) {
@@ -255,7 +251,7 @@ int http_server::milliseconds_to_wait() const {
 }
 
 void http_server::cut_overdue() {
-    const int64_t now = now_ms();
+    const int64_t now = uptime_ms();
     for (auto each = open_.begin(); each != open_.end() && each->patience_ends <= now;) {
         const auto next = std::next(each);
         if (each->ends(now) <= now) {
@@ -279,7 +275,7 @@ void http_server::enter(MHD_Connection* with, void** place) {
     const sockaddr* const address =
         MHD_get_connection_info(with, MHD_CONNECTION_INFO_CLIENT_ADDRESS)->client_addr;
     try {
-        open_.push_back({socket, neighbour(address), now_ms() + web_patience_ms});
+        open_.push_back({socket, neighbour(address), uptime_ms() + web_patience_ms});
         *place = &open_.back();
         if (open_.size() > most_web_connections) {
             cut(oldest_of_most());

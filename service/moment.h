@@ -10,6 +10,13 @@ struct moment {
     time_t wall;    ///< seconds since the epoch; what the time of day decides
 };
 
+/// Milliseconds on the clock that is never set.
+inline int64_t uptime_ms() {
+    timespec up = {};
+    clock_gettime(CLOCK_MONOTONIC, &up);
+    return int64_t{up.tv_sec} * 1000 + up.tv_nsec / 1000000;
+}
+
 /// Now, on both clocks.
 inline moment this_moment() {
     timespec up = {};

@@ -21,12 +21,6 @@ int open_log(const std::string& path) {
                 for_owner_and_group);
 }
 
-int64_t now_ms() {
-    timespec now = {};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
-}
-
 } // namespace
 
 service_log::service_log(std::string path)
@@ -44,7 +38,7 @@ service_log::~service_log() {
             put(each);
         }
         is_ending_ = true;
-        ends_ = now_ms() + patience_with_log_ms;
+        ends_ = uptime_ms() + patience_with_log_ms;
     }
     news_.notify_one();
     thread_.join();
@@ -119,7 +113,10 @@ void service_log::run() {
     for (;;) {
         news_.wait(guard, [this] { return is_ending_ || is_to_reopen_ || !queue_.empty(); });
         if (std::exchange(is_to_reopen_, false)) {
-            take_up_new_file();
+            guard.unlock(); // nobody's line waits for a slow disk
+            const std::string told = take_up_new_file();
+            guard.lock();
+            put(told);
         }
         if (queue_.empty()) {
             if (is_ending_) {
@@ -140,17 +137,16 @@ void service_log::run() {
     }
 }
 
-/// With the lock held.
-void service_log::take_up_new_file() {
+/// What there is to tell of it.
+std::string service_log::take_up_new_file() {
     const int fresh = open_log(path_);
     if (fresh < 0) {
-        put(fmt::format("SIGHUP: {} can't be opened anew, the old log goes on: {}", path_,
-                        strerror(errno)));
-        return;
+        return fmt::format("SIGHUP: {} can't be opened anew, the old log goes on: {}", path_,
+                           strerror(errno));
     }
     close(std::exchange(descriptor_, fresh));
     is_midline_ = false;
-    put("SIGHUP: the log was opened anew");
+    return "SIGHUP: the log was opened anew";
 }
 
 /// How many of the lines couldn't be written.
@@ -184,7 +180,7 @@ bool service_log::await_room() {
             return true;
         }
         const std::lock_guard<std::mutex> guard(lock_);
-        if (is_to_reopen_ || (is_ending_ && now_ms() >= ends_)) {
+        if (is_to_reopen_ || (is_ending_ && uptime_ms() >= ends_)) {
             return false;
         }
     }

@@ -43,7 +43,7 @@ class service_log {
     void put(const std::string& text);
     std::string with_time(const std::string& text);
     void run();
-    void take_up_new_file();
+    std::string take_up_new_file();
     size_t write_out(const std::string& lines);
     bool await_room();
 
