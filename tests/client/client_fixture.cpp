@@ -1,8 +1,14 @@
 #include "tests/client/client_fixture.h"
 
+#include <omniORB4/CORBA.h>
+#include <omniORB4/omniInterceptors.h>
 #include <stdexcept>
 
+OMNI_USING_NAMESPACE(omni)
+
 namespace {
+
+CORBA::Boolean throw_a_number(omniInterceptors::clientSendRequest_T::info_T&) { throw 7; }
 
 const char* const while_processing = "VLSLOpException while processing ";
 const char* const occured = "VLSLOpException occured while processing ";
@@ -87,4 +93,10 @@ std::string exchange_shape::corba_line() const {
 std::string exchange_shape::other_line() const {
     return "4 Unknown exception occured while processing " + std::string(asked) +
            ", return code =" + std::to_string(other_number);
+}
+
+odd_requests::odd_requests() { omniORB::getInterceptors()->clientSendRequest.add(throw_a_number); }
+
+odd_requests::~odd_requests() {
+    omniORB::getInterceptors()->clientSendRequest.remove(throw_a_number);
 }

@@ -81,6 +81,12 @@ class Client : public testing::Test {
     sts_session_def_v7_t session = host_session("s", 0);
 };
 
+/// Each request fails by what is no exception of the ORB's while one lives.
+struct odd_requests {
+    odd_requests();
+    ~odd_requests();
+};
+
 /// Goes through all exchanges: INSTANTIATE_TEST_SUITE_P(Each, SUITE, each_exchange(),
 /// exchange_name).
 class EachExchange : public Client, public testing::WithParamInterface<exchange_shape> {

@@ -6,7 +6,6 @@
 #include <csignal>
 #include <functional>
 #include <memory>
-#include <omniORB4/omniInterceptors.h>
 #include <vlsl.hh>
 
 namespace {
@@ -62,20 +61,6 @@ TEST_P(ProcessEndInTheChain, IsByAnExceptionOfTheService) {
 }
 
 // --- of nobody's, over a call that leaves the process
-
-CORBA::Boolean throw_no_exception_of_the_orb(omni::omniInterceptors::clientSendRequest_T::info_T&) {
-    throw 7;
-}
-
-/// Each request fails by it while one lives.
-struct odd_requests {
-    odd_requests() {
-        omniORB::getInterceptors()->clientSendRequest.add(throw_no_exception_of_the_orb);
-    }
-    ~odd_requests() {
-        omniORB::getInterceptors()->clientSendRequest.remove(throw_no_exception_of_the_orb);
-    }
-};
 
 class ProcessEndInACall : public ProcessEnd, public testing::WithParamInterface<step> {};
 

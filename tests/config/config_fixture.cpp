@@ -13,6 +13,11 @@ std::vector<std::string> ConfigTest::missing_file_log(const std::string& path) c
             "2 [read_config_file_to_var]file " + path + " not found, use default config setting."};
 }
 
+std::string ignored(const std::string& line) {
+    const std::string message = ("Ignore item:" + line + ".").substr(0, 4094);
+    return "2 " + ("[read_config_file_to_var]" + message).substr(0, 4095);
+}
+
 field_list fields(const throttling_config_s& c) {
     field_list all = {
         {"read_bandwidth_percent", std::to_string(c.read_bandwidth_percent)},

@@ -28,6 +28,10 @@ class ConfigTest : public testing::Test {
     sts_session_def_v7_t warned = host_session("s", STS_LOG_WARN);
 };
 
+/// What a read says of a line that is no setting: a message is cut at 4094 characters, and at 4095
+/// once its function stands in front of it.
+std::string ignored(const std::string& line);
+
 /// Every field by its name, for comparing and printing.
 using field_list = std::vector<std::pair<std::string, std::string>>;
 field_list fields(const throttling_config_s& config);

@@ -18,12 +18,6 @@ using limits = std::map<std::string, uint32_t>;
 
 constexpr size_t longest_piece = 10239; // what is read of a line at once
 
-std::string ignored(const std::string& line) {
-    // A message is cut at 4094 characters, and at 4095 once its function stands in front of it.
-    const std::string message = ("Ignore item:" + line + ".").substr(0, 4094);
-    return "2 " + ("[read_config_file_to_var]" + message).substr(0, 4095);
-}
-
 class HostileFile : public ConfigTest {
   protected:
     int read() { return read_config_file_to_var(&warned, &config, plugin_config_path); }

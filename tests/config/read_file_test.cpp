@@ -13,9 +13,6 @@ namespace {
 using limits = std::map<std::string, uint32_t>;
 
 std::string debug(const std::string& text) { return "3 [read_config_file_to_var]" + text; }
-std::string ignored(const std::string& line) {
-    return "2 [read_config_file_to_var]Ignore item:" + line + ".";
-}
 
 class ReadFile : public ConfigTest {
   protected:

@@ -53,7 +53,7 @@ row closing() {
 // --- throttled ---------------------------------------------------------------------------------
 
 /// The first image of a server: it connects.
-row throttled(row made) {
+row opened_throttled(row made) {
     const std::string settings = "=> set_config_params";
     const std::string claim = "=> check_connections(a:s3, a_b, 1)";
     const std::string call = "-> " + made.call;
@@ -125,8 +125,8 @@ std::vector<row> image_rows() {
 }
 
 std::vector<row> throttled_image_rows() {
-    return {throttled(opening("open_image_v10", "open_image")),
-            throttled(opening("create_image_v10", "create_image")),
+    return {opened_throttled(opening("open_image_v10", "open_image")),
+            opened_throttled(opening("create_image_v10", "create_image")),
             throttled_transfer(reading(), "r"), throttled_transfer(writing(), "w"),
             throttled_close(closing())};
 }

@@ -7,7 +7,7 @@
 
 namespace {
 
-const std::string get_who = "3 [throttling_get_server_config_v11]";
+const std::string get_config = "3 [throttling_get_server_config_v11]";
 const std::string get_error = "4 [throttling_get_server_config_v11]";
 const std::string set_who = "3 [throttling_set_server_config_v11]";
 const std::string set_error = "4 [throttling_set_server_config_v11]";
@@ -41,8 +41,8 @@ TEST_F(ServerConfig, OwnTextStandsBehindTheNextLayers) {
     EXPECT_EQ(used, 10 + own_text().size());
     EXPECT_TRUE(holds(buffer, "name=NEXT;" + own_text(), 4000));
     EXPECT_EQ(take_entry_story(),
-              (lines{get_who + "enter.", "-> get_server_config(#2, buffer, 4000, pointer)",
-                     get_who + "leave."}));
+              (lines{get_config + "enter.", "-> get_server_config(#2, buffer, 4000, pointer)",
+                     get_config + "leave."}));
 }
 
 TEST_F(ServerConfig, OwnRowAloneIsMarkedAsTheServersToChange) {
@@ -89,7 +89,7 @@ TEST_F(ServerConfig, TextWithoutANextLayerIsOursAlone) {
     EXPECT_EQ(get(4000, end), STS_OK);
     EXPECT_EQ(used, strlen(buffer.data()));
     EXPECT_EQ(strncmp(buffer.data(), "name=THR:READ_BANDWIDTH_PERCENT,", 32), 0);
-    EXPECT_EQ(take_entry_story(), (lines{get_who + "enter.", get_who + "leave."}));
+    EXPECT_EQ(take_entry_story(), (lines{get_config + "enter.", get_config + "leave."}));
 }
 
 TEST_F(ServerConfig, OwnTextIsAppendedAtTheFirstZeroWhateverTheNextLayerCounted) {

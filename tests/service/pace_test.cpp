@@ -6,10 +6,10 @@
 
 namespace {
 
-constexpr uint64_t rate = 1000; // bytes per second
-
 class Pace : public LedgerTest {
   protected:
+    static constexpr uint64_t rate = 1000; // bytes per second
+
     void SetUp() override { configure(settings()); }
 
     static std::string settings(const std::string& more = "") {

@@ -162,8 +162,8 @@ TEST_F(View, EveryByteThatANameMayHaveIsShownDistinctly) {
             connect(1, std::string("x") + static_cast<char>(byte));
         }
     }
-    const json all = status();
-    for (const json& each : all["storages"]) {
+    const json told = status();
+    for (const json& each : told["storages"]) {
         EXPECT_TRUE(names.insert(each["name"]).second) << each["name"];
     }
     EXPECT_EQ(names.size(), 223U);

@@ -13,7 +13,7 @@ namespace CSF = Orvessa::CSF;
 namespace {
 
 template <typename Type>
-giop::octets octets_of(const Type& value) {
+giop::octets marshalled(const Type& value) {
     cdrMemoryStream stream;
     value >>= stream;
     return written(stream);
@@ -37,16 +37,16 @@ CSF::LongDoubleSeq one(long double value) {
 
 TEST(LongDoubleSeq, TravelsAsIeeeBinary128AlignedTo8) {
     EXPECT_TRUE(match("01 00 00 00 .. .. .. .. 00 00 00 00 00 00 00 00 00 00 00 00 00 80 ff 3f",
-                      octets_of(one(1.5L))));
+                      marshalled(one(1.5L))));
     EXPECT_TRUE(match("01 00 00 00 .. .. .. .. 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 c0",
-                      octets_of(one(-2))));
+                      marshalled(one(-2))));
     EXPECT_TRUE(match("01 00 00 00 .. .. .. .. 00 00 00 00 00 00 00 00 00 00 00 00 00 00 ff 7f",
-                      octets_of(one(HUGE_VALL))));
+                      marshalled(one(HUGE_VALL))));
     EXPECT_TRUE(match("01 00 00 00 .. .. .. .. 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 80",
-                      octets_of(one(-0.0L))));
+                      marshalled(one(-0.0L))));
     // The 64 bits of a mantissa that x86 has.
     EXPECT_TRUE(match("01 00 00 00 .. .. .. .. 00 00 00 00 00 00 6a 84 d1 42 44 b5 1f 92 00 40",
-                      octets_of(one(0x3.243f6a8885a308d4p0L))));
+                      marshalled(one(0x3.243f6a8885a308d4p0L))));
 }
 
 TEST(LongDoubleSeq, IsReadInBothByteOrders) {
@@ -77,13 +77,13 @@ TEST(LongDoubleSeq, KeepsEveryBitOfWhatItCarries) {
         sent[i] = values[i];
     }
     CSF::LongDoubleSeq received;
-    read(received, octets_of(sent));
+    read(received, marshalled(sent));
     ASSERT_EQ(received.length(), sent.length());
     for (CORBA::ULong i = 0; i < sent.length(); ++i) {
         EXPECT_EQ(received[i], values[i]) << i;
     }
     CSF::LongDoubleSeq no_number;
-    read(no_number, octets_of(one(NAN)));
+    read(no_number, marshalled(one(NAN)));
     EXPECT_TRUE(std::isnan(no_number[0]));
 }
 
@@ -91,19 +91,19 @@ TEST(LongDoubleSeq, MayBeEmptyAtTheEndOfAMessage) {
     CSF::LongDoubleSeq sequence = one(1);
     read(sequence, wire::octets_of("00 00 00 00"));
     EXPECT_EQ(sequence.length(), 0u);
-    EXPECT_TRUE(match("00 00 00 00", octets_of(sequence)));
+    EXPECT_TRUE(match("00 00 00 00", marshalled(sequence)));
 }
 
 TEST(LongDoubleSeq, TravelsInAnAnyTheSameWay) {
     CORBA::Any any;
     any <<= one(1.5L);
     CORBA::Any received;
-    read(received, octets_of(any));
+    read(received, marshalled(any));
     const CSF::LongDoubleSeq* held = nullptr;
     ASSERT_TRUE(received >>= held);
     ASSERT_EQ(held->length(), 1u);
     EXPECT_EQ((*held)[0], 1.5L);
-    const giop::octets octets = octets_of(received);
+    const giop::octets octets = marshalled(received);
     EXPECT_TRUE(match("00 00 00 00 00 00 00 00 00 00 00 00 00 80 ff 3f",
                       giop::octets(octets.end() - 16, octets.end())));
 }
@@ -112,9 +112,9 @@ TEST(WCharSeq, HasTwoOctetsForEachMostSignificantFirst) {
     CSF::WCharSeq sequence;
     sequence.length(1);
     sequence[0] = L'\u6f22';
-    EXPECT_TRUE(match("01 00 00 00 02 6f 22", octets_of(sequence)));
+    EXPECT_TRUE(match("01 00 00 00 02 6f 22", marshalled(sequence)));
     sequence[0] = L'\U0001f4be';
-    EXPECT_THROW(octets_of(sequence), CORBA::DATA_CONVERSION) << "a wchar is one UTF-16 unit";
+    EXPECT_THROW(marshalled(sequence), CORBA::DATA_CONVERSION) << "a wchar is one UTF-16 unit";
 }
 
 TEST(GuidData, HoldsEightOctets) {
@@ -123,7 +123,7 @@ TEST(GuidData, HoldsEightOctets) {
     read(data, eight);
     EXPECT_EQ(data.length(), 8u);
     EXPECT_EQ(data[7], 8);
-    EXPECT_EQ(octets_of(data), eight);
+    EXPECT_EQ(marshalled(data), eight);
 }
 
 TEST(GuidData, RefusesANinthOctet) {

@@ -73,7 +73,7 @@ int run_list(const call_options& options) {
 // --- a call ------------------------------------------------------------------------------------
 
 /// "out.name  value", with a line for each value that there is in it.
-void add_lines(const std::string& name, const json& value, json& lines) {
+void add_lines(const std::string& name, const ordered_json& value, ordered_json& lines) {
     if (!value.is_structured() || value.empty()) {
         lines[name] = value;
         return;
@@ -84,7 +84,7 @@ void add_lines(const std::string& name, const json& value, json& lines) {
 }
 
 void print_result(const entry& which, int status, const call_scene& scene) {
-    json lines = json::object();
+    ordered_json lines = ordered_json::object();
     lines["status"] = status_text(status);
     for (const auto& [name, value] : scene.out().items()) {
         add_lines(name, value, lines);
@@ -96,15 +96,15 @@ void print_result(const entry& which, int status, const call_scene& scene) {
 }
 
 void print_json(const entry& which, int status, const call_scene& scene) {
-    json log = json::array();
+    ordered_json log = ordered_json::array();
     for (const call_message& message : scene.messages()) {
         log.push_back({{"severity", message.severity}, {"text", message.text}});
     }
-    const json whole = {{"entry", which.name},
-                        {"status", status},
-                        {"status_text", status_text(status)},
-                        {"out", scene.out()},
-                        {"log", log}};
+    const ordered_json whole = {{"entry", which.name},
+                                {"status", status},
+                                {"status_text", status_text(status)},
+                                {"out", scene.out()},
+                                {"log", log}};
     fmt::print("{}\n", dumped(whole, 2));
 }
 

@@ -22,7 +22,7 @@ std::string content_of(const std::vector<char>& buffer) {
 template <typename Handle, typename Close>
 uint64_t handle_out(const argument& which, call_stage& stage, Close ending) {
     Handle** const handle = stage.keep<Handle*>(nullptr);
-    stage.show([handle, name = which.name](int, json& out) {
+    stage.show([handle, name = which.name](int, ordered_json& out) {
         out[name] = *handle != nullptr ? "a handle" : "nothing";
     });
     stage.close_behind([handle, ending](int status) {
@@ -36,7 +36,7 @@ uint64_t handle_out(const argument& which, call_stage& stage, Close ending) {
 template <typename Record>
 uint64_t record_out(const argument& which, call_stage& stage) {
     Record* const record = stage.keep<Record>({});
-    stage.show([record, name = which.name](int status, json& out) {
+    stage.show([record, name = which.name](int status, ordered_json& out) {
         if (status == STS_OK) {
             if constexpr (std::is_integral_v<Record>) {
                 out[name] = *record;
@@ -104,7 +104,7 @@ uint64_t make_shown(const argument& which, const given_arguments& given, call_st
     case kind::peers: {
         auto* const peers =
             stage.keep(std::vector<sts_replication_peer_s>(given.size_for(which) + 1));
-        stage.show([peers, name = which.name](int status, json& out) {
+        stage.show([peers, name = which.name](int status, ordered_json& out) {
             if (status == STS_OK) {
                 out[name] = fields_of(*peers);
             }
@@ -113,7 +113,7 @@ uint64_t make_shown(const argument& which, const given_arguments& given, call_st
     }
     default: { // a buffer; what is an error text is there when the call has failed
         auto* const buffer = stage.keep(std::vector<char>(given.size_for(which) + 1));
-        stage.show([buffer, name = which.name](int status, json& out) {
+        stage.show([buffer, name = which.name](int status, ordered_json& out) {
             if (const std::string content = content_of(*buffer);
                 status == STS_OK || !content.empty()) {
                 out[name] = content;

@@ -16,7 +16,7 @@ class call_scene {
     /// Makes the call, once, and returns its status.
     int call();
     /// What it has handed out, by argument.
-    const json& out() const { return out_; }
+    const ordered_json& out() const { return out_; }
     const std::vector<call_message>& messages() const { return messages_; }
     /// Closes everything again. False when something couldn't be closed well, which is said. What
     /// it has not closed is closed at the end.
@@ -30,6 +30,6 @@ class call_scene {
     const given_arguments given_;
     call_stage stage_;
     std::vector<uint64_t> arguments_;
-    json out_ = json::object();
+    ordered_json out_ = ordered_json::object();
     std::vector<call_message> messages_;
 };

@@ -32,7 +32,7 @@ host_server& call_stage::server() {
 
 bool call_stage::is_closing() const { return entry_.name.compare(0, 6, "close_") == 0; }
 
-int call_stage::call(const std::vector<uint64_t>& arguments, json& out,
+int call_stage::call(const std::vector<uint64_t>& arguments, ordered_json& out,
                      std::vector<call_message>& messages) {
     {
         const waiting notice("calling " + entry_.name);

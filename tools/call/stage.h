@@ -39,7 +39,7 @@ class call_stage {
         return kept.get();
     }
     /// What is done when the call has answered `status`: shows what it left, by argument.
-    using shower = std::function<void(int status, json& out)>;
+    using shower = std::function<void(int status, ordered_json& out)>;
     void show(shower each) { shows_.push_back(std::move(each)); }
     /// What is closed behind the call, last first, and answers a status. `status` is that of the
     /// call: STS_ERR_INVALID until it has answered.
@@ -47,7 +47,7 @@ class call_stage {
     void close_behind(closer each) { closes_.push_back(std::move(each)); }
 
     /// Makes the call, once, and returns its status.
-    int call(const std::vector<uint64_t>& arguments, json& out,
+    int call(const std::vector<uint64_t>& arguments, ordered_json& out,
              std::vector<call_message>& messages);
     /// False when something couldn't be closed well, which is said.
     bool close() noexcept;

@@ -14,7 +14,7 @@ uint64_t make_record(const argument& which, const given_arguments& given, call_s
             copy_text(filled.text, *value, "the configuration text");
         }
         auto* const buffer = stage.keep(filled);
-        stage.show([buffer, name = which.name](int, json& out) {
+        stage.show([buffer, name = which.name](int, ordered_json& out) {
             out[name] = {{"text", text_of(buffer->text)}, {"used", buffer->used}};
         });
         return forwarded(buffer);

@@ -12,7 +12,7 @@ constexpr auto redraw_interval = std::chrono::milliseconds(200);
 constexpr auto line_interval = std::chrono::seconds(2);
 constexpr double recent_seconds = 4; // pacing sleeps whole seconds: less would jump
 constexpr size_t bar_width = 20;
-constexpr size_t name_width = 24;
+constexpr size_t longest_name = 24;
 
 /// The last sample that is old enough to measure from.
 const sample& base_of(const run_course& run) {
@@ -42,13 +42,13 @@ std::optional<double> share_of(std::optional<uint64_t> allowed, size_t count) {
 }
 
 std::string shortened(const std::string& name) {
-    return name.size() <= name_width ? name : "..." + name.substr(name.size() - name_width + 3);
+    return name.size() <= longest_name ? name : "..." + name.substr(name.size() - longest_name + 3);
 }
 
 std::string line_text(const std::string& name, double done, double rate,
                       std::optional<double> allowed, uint64_t slept) {
     return fmt::format("{:<{}} {} {:3.0f} %  {:>12} of {:<12} slept {} s", shortened(name),
-                       name_width, bar_text(done, bar_width), 100 * done, rate_text(rate),
+                       longest_name, bar_text(done, bar_width), 100 * done, rate_text(rate),
                        rate_text(allowed), slept);
 }
 

@@ -32,12 +32,12 @@ std::string row_text(size_t name_width, const figures& row) {
 }
 
 template <typename Number>
-json optional_number(const std::optional<Number>& number) {
-    return number ? json(*number) : json(nullptr);
+ordered_json optional_number(const std::optional<Number>& number) {
+    return number ? ordered_json(*number) : ordered_json(nullptr);
 }
 
-json json_of(const figures& row, bool is_named) {
-    json object = json::object();
+ordered_json json_of(const figures& row, bool is_named) {
+    ordered_json object = ordered_json::object();
     if (is_named) {
         object["name"] = row.name;
     }
@@ -50,10 +50,10 @@ json json_of(const figures& row, bool is_named) {
     return object;
 }
 
-json json_of(const std::vector<sample>& samples) {
-    json list = json::array();
+ordered_json json_of(const std::vector<sample>& samples) {
+    ordered_json list = ordered_json::array();
     for (size_t index = 1; index < samples.size(); ++index) {
-        json bytes = json::array();
+        ordered_json bytes = ordered_json::array();
         for (size_t stream = 0; stream < samples[index].bytes.size(); ++stream) {
             bytes.push_back(samples[index].bytes[stream] - samples[index - 1].bytes[stream]);
         }
@@ -118,19 +118,19 @@ std::string table_text(const run_figures& run) {
 
 std::string json_text(const run_subject& asked, const run_course& run, const std::string& outcome) {
     const run_figures all = figures_of(run);
-    json streams = json::array();
+    ordered_json streams = ordered_json::array();
     for (const figures& row : all.streams) {
         streams.push_back(json_of(row, true));
     }
-    const json whole = {{"operation", run.operation()},
-                        {"server", asked.server},
-                        {"lsu", asked.lsu},
-                        {"backup", asked.backup},
-                        {"outcome", outcome},
-                        {"began", static_cast<int64_t>(run.began_at())},
-                        {"block", asked.block},
-                        {"streams", streams},
-                        {"total", json_of(all.total, false)},
-                        {"samples", json_of(run.samples())}};
+    const ordered_json whole = {{"operation", run.operation()},
+                                {"server", asked.server},
+                                {"lsu", asked.lsu},
+                                {"backup", asked.backup},
+                                {"outcome", outcome},
+                                {"began", static_cast<int64_t>(run.began_at())},
+                                {"block", asked.block},
+                                {"streams", streams},
+                                {"total", json_of(all.total, false)},
+                                {"samples", json_of(run.samples())}};
     return dumped(whole, 2) + "\n";
 }

@@ -6,7 +6,7 @@ namespace {
 
 /// UTF-8 with what is none replaced.
 std::string valid_utf8(const std::string& text) {
-    return json::parse(dumped(json(text))).get<std::string>();
+    return ordered_json::parse(dumped(ordered_json(text))).get<std::string>();
 }
 
 void replace_all(std::string& text, const std::string& from, const std::string& to) {

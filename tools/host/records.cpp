@@ -60,14 +60,14 @@ sts_lsu_ref_s* given_up_copy(const sts_lsu_ref_s& lsu) {
 
 // --- out ---------------------------------------------------------------------------------------
 
-json fields_of(const sts_server_info_s& info) {
+ordered_json fields_of(const sts_server_info_s& info) {
     return {{"server", text_of(info.server_name)},
             {"lsus", info.lsu_count},
             {"capacity", info.capacity},
             {"free", info.free}};
 }
 
-json fields_of(const sts_lsu_info_s& info) {
+ordered_json fields_of(const sts_lsu_info_s& info) {
     return {{"lsu", text_of(info.name)},
             {"label", text_of(info.label)},
             {"server", text_of(info.server_name)},
@@ -77,31 +77,31 @@ json fields_of(const sts_lsu_info_s& info) {
             {"free", info.free}};
 }
 
-json fields_of(const sts_lsu_entry_s& entry) { return {{"lsu", text_of(entry.name)}}; }
+ordered_json fields_of(const sts_lsu_entry_s& entry) { return {{"lsu", text_of(entry.name)}}; }
 
-json fields_of(const sts_image_info_s& info) {
+ordered_json fields_of(const sts_image_info_s& info) {
     return {{"image", text_of(info.name)}, {"group", text_of(info.group)},
             {"lsu", text_of(info.lsu)},    {"server", text_of(info.server_name)},
             {"size", info.size},           {"created", info.created},
             {"modified", info.modified}};
 }
 
-json fields_of(const sts_image_entry_s& entry) {
+ordered_json fields_of(const sts_image_entry_s& entry) {
     return {{"image", text_of(entry.name)}, {"group", text_of(entry.group)}, {"size", entry.size}};
 }
 
-json fields_of(const sts_image_group_s& group) {
+ordered_json fields_of(const sts_image_group_s& group) {
     return {{"group", text_of(group.name)}, {"images", group.image_count}, {"size", group.size}};
 }
 
-json fields_of(const sts_async_status_s& status) {
+ordered_json fields_of(const sts_async_status_s& status) {
     return {{"state", status.state == STS_ASYNC_ENDED ? "ended" : "running"},
             {"result", status.result},
             {"bytes_copied", status.bytes_copied},
             {"bytes_total", status.bytes_total}};
 }
 
-json fields_of(const sts_event_s& event) {
+ordered_json fields_of(const sts_event_s& event) {
     const std::vector<std::string>& kinds = event_kinds();
     return {{"number", event.number},
             {"time", event.time},
@@ -113,14 +113,14 @@ json fields_of(const sts_event_s& event) {
             {"image", text_of(event.image)}};
 }
 
-json fields_of(const sts_event_payload_s& payload) {
+ordered_json fields_of(const sts_event_payload_s& payload) {
     const size_t room = sizeof payload.text;
     return {{"length", payload.length},
             {"text", std::string(payload.text, std::min<size_t>(payload.length, room))}};
 }
 
-json fields_of(const std::vector<sts_replication_peer_s>& peers) {
-    json list = json::array();
+ordered_json fields_of(const std::vector<sts_replication_peer_s>& peers) {
+    ordered_json list = ordered_json::array();
     for (const sts_replication_peer_s& peer : peers) {
         if (peer.server_name[0] == '\0') {
             break;

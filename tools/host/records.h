@@ -46,17 +46,17 @@ std::string text_of(const char (&field)[size]) {
     return {field, strnlen(field, size)};
 }
 
-json fields_of(const sts_server_info_s& info);
-json fields_of(const sts_lsu_info_s& info);
-json fields_of(const sts_lsu_entry_s& entry);
-json fields_of(const sts_image_info_s& info);
-json fields_of(const sts_image_entry_s& entry);
-json fields_of(const sts_image_group_s& group);
-json fields_of(const sts_async_status_s& status);
-json fields_of(const sts_event_s& event);
-json fields_of(const sts_event_payload_s& payload);
+ordered_json fields_of(const sts_server_info_s& info);
+ordered_json fields_of(const sts_lsu_info_s& info);
+ordered_json fields_of(const sts_lsu_entry_s& entry);
+ordered_json fields_of(const sts_image_info_s& info);
+ordered_json fields_of(const sts_image_entry_s& entry);
+ordered_json fields_of(const sts_image_group_s& group);
+ordered_json fields_of(const sts_async_status_s& status);
+ordered_json fields_of(const sts_event_s& event);
+ordered_json fields_of(const sts_event_payload_s& payload);
 /// Of all peers before the first that is empty.
-json fields_of(const std::vector<sts_replication_peer_s>& peers);
+ordered_json fields_of(const std::vector<sts_replication_peer_s>& peers);
 
 /// The names of the kinds of events, by sts_event_kind_t - 1: "image-created", ...
 const std::vector<std::string>& event_kinds();

@@ -58,7 +58,7 @@ int write_text(const host_server& server, const std::string& text, std::string& 
 
 // --- get ---------------------------------------------------------------------------------------
 
-json fields_of(const setting_row& row) {
+ordered_json fields_of(const setting_row& row) {
     return {{"name", row.name},
             {"value", row.value},
             {"type", row.type},
@@ -100,7 +100,7 @@ int run_get(const server_options& common, const config_options& options) {
         if (!options.key.empty()) {
             print_one(require_key(config, options.key, common.server), options.as_json);
         } else if (options.as_json) {
-            json all = json::array();
+            ordered_json all = ordered_json::array();
             for (const setting_row& row : config.rows()) {
                 all.push_back(fields_of(row));
             }

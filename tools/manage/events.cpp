@@ -98,7 +98,7 @@ void delete_event(const host_server& server, sts_event_s event) {
 }
 
 /// One line, and one for each of the payload's.
-std::string event_text(const json& fields) {
+std::string event_text(const ordered_json& fields) {
     std::string object = fields.at("lsu").get<std::string>();
     if (const auto image = fields.at("image").get<std::string>(); !image.empty()) {
         object += "/" + image;
@@ -131,10 +131,10 @@ sts_event_source_s source_of(const events_options& options) {
 
 /// Prints an event at once, since somebody may be reading along.
 void take(const host_server& server, const events_options& options, const sts_event_s& event) {
-    json fields = fields_of(event);
+    ordered_json fields = fields_of(event);
     if (options.with_payload) {
         const std::optional<std::string> payload = payload_of(server, event);
-        fields["payload"] = payload ? json(*payload) : json();
+        fields["payload"] = payload ? ordered_json(*payload) : ordered_json();
     }
     fmt::print("{}", options.as_json ? dumped(fields) + "\n" : event_text(fields));
     if (fflush(stdout) != 0) {

@@ -41,7 +41,7 @@ int list_images(const server_options& common, const image_options& options) {
     const waiting notice("listing the images of \"" + options.lsu + "\"");
     connection to(common);
     to.server.require_lsu(options.lsu);
-    json all = json::array();
+    ordered_json all = ordered_json::array();
     std::vector<std::vector<std::string>> lines;
     for (const listed_image& each : to.server.images(options.lsu)) {
         if (!options.group.empty() && each.group != options.group) {
@@ -78,7 +78,7 @@ int list_groups(const server_options& common, const image_options& options) {
         names.insert(each.group);
     }
     names.erase("");
-    json all = json::array();
+    ordered_json all = ordered_json::array();
     std::vector<std::vector<std::string>> lines;
     for (const std::string& name : names) {
         sts_image_group_s group = {};
@@ -101,7 +101,7 @@ int list_groups(const server_options& common, const image_options& options) {
 
 int show_image(const server_options& common, const image_options& options) {
     connection to(common);
-    json fields = fields_of(to.server.image_info(options.lsu, options.image));
+    ordered_json fields = fields_of(to.server.image_info(options.lsu, options.image));
     if (options.as_json) {
         fmt::print("{}\n", dumped(fields, 2));
     } else {

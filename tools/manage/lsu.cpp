@@ -31,7 +31,7 @@ sts_lsu_info_s info_of(const host_server& server, const std::string& lsu) {
 }
 
 /// The LSUs that images were copied from and to; asked again with more room until they fit.
-void add_peers(const host_server& server, const std::string& lsu, json& shown) {
+void add_peers(const host_server& server, const std::string& lsu, ordered_json& shown) {
     const sts_lsu_ref_s reference = server.ref(lsu);
     std::vector<sts_replication_peer_s> sources;
     std::vector<sts_replication_peer_s> targets;
@@ -49,9 +49,9 @@ void add_peers(const host_server& server, const std::string& lsu, json& shown) {
 }
 
 /// The fields for people: sizes with units, and a line for each peer.
-std::string shown_text(const json& fields) {
+std::string shown_text(const ordered_json& fields) {
     std::string text;
-    json lines = json::object();
+    ordered_json lines = ordered_json::object();
     for (const auto& [name, value] : fields.items()) {
         if (name == "used" || name == "capacity" || name == "free") {
             lines[name] = size_text(value.get<uint64_t>());
@@ -61,7 +61,7 @@ std::string shown_text(const json& fields) {
     }
     text = field_lines(lines);
     for (const char* const direction : {"copied_from", "copied_to"}) {
-        for (const json& peer : fields.at(direction)) {
+        for (const ordered_json& peer : fields.at(direction)) {
             text += fmt::format("{} the LSU \"{}\" of \"{}\"\n",
                                 direction == std::string("copied_to") ? "copied to" : "copied from",
                                 printable(peer.at("lsu").get<std::string>()),
@@ -76,7 +76,7 @@ std::string shown_text(const json& fields) {
 int list_lsus(const server_options& common, const lsu_options& options) {
     const waiting notice("listing the LSUs of \"" + common.server + "\"");
     connection to(common);
-    json all = json::array();
+    ordered_json all = ordered_json::array();
     std::vector<std::vector<std::string>> lines;
     for (const std::string& lsu : to.server.lsus()) {
         try {
@@ -100,7 +100,7 @@ int list_lsus(const server_options& common, const lsu_options& options) {
 
 int show_lsu(const server_options& common, const lsu_options& options) {
     connection to(common);
-    json fields = fields_of(info_of(to.server, options.name));
+    ordered_json fields = fields_of(info_of(to.server, options.name));
     add_peers(to.server, options.name, fields);
     fmt::print("{}", options.as_json ? dumped(fields, 2) + "\n" : shown_text(fields));
     return ended(to.server);

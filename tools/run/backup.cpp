@@ -33,7 +33,7 @@ constexpr off_t stat_block = 512;                // bytes of a block as stat cou
 // --- who archives what -------------------------------------------------------------------------
 
 /// The entries of each stream, by their index in the listing, in the listing's order.
-using shares = std::vector<std::vector<size_t>>;
+using spread_entries = std::vector<std::vector<size_t>>;
 
 /// What is archived together: names of one file go to one stream, where the later ones are links.
 struct unit {
@@ -63,8 +63,8 @@ std::vector<unit> units_of(const std::vector<tree_entry>& entries) {
 }
 
 /// Directories all go to the first stream: their times and modes are set when everything is there.
-shares spread(const std::vector<tree_entry>& entries, size_t streams) {
-    shares all(streams);
+spread_entries spread(const std::vector<tree_entry>& entries, size_t streams) {
+    spread_entries all(streams);
     for (size_t index = 0; index < entries.size(); ++index) {
         if (S_ISDIR(entries[index].mode)) {
             all[0].push_back(index);
@@ -290,7 +290,7 @@ tree_listing list_all(const backup_options& options, transfer& run, file_problem
 
 /// Moves the shares into images that are complete at the end, or gone.
 void fill_images(const host_server& server, const backup_options& options, transfer& run,
-                 const tree_listing& listing, const shares& all, file_problems& problems) {
+                 const tree_listing& listing, const spread_entries& all, file_problems& problems) {
     image_set images(run);
     try {
         for (size_t index = 0; index < all.size(); ++index) {
@@ -334,7 +334,7 @@ int run_backup(const backup_options& options) {
         require_new(to.server, options);
         const tree_listing listing = list_all(options, run, problems);
         entries = listing.entries.size();
-        const shares all = spread(listing.entries, options.streams);
+        const spread_entries all = spread(listing.entries, options.streams);
         for (size_t index = 0; index < all.size(); ++index) {
             uint64_t planned = 0;
             for (const size_t entry : all[index]) {

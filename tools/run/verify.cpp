@@ -25,7 +25,7 @@
 
 namespace {
 
-constexpr size_t read_size = size_t{128} * 1024;
+constexpr size_t compared_at_once = size_t{128} * 1024;
 
 /// The differences that all streams find.
 class differences {
@@ -119,7 +119,7 @@ std::string link_target(const std::string& path) {
 class compared_file {
   public:
     explicit compared_file(const std::string& path)
-        : file_(path), buffer_(read_size), zeros_(read_size) {}
+        : file_(path), buffer_(compared_at_once), zeros_(compared_at_once) {}
 
     bool is_open() const { return file_.is_open(); }
 

@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <fmt/format.h>
 
-std::string dumped(const json& value, int indent) {
-    return value.dump(indent, ' ', false, json::error_handler_t::replace);
+std::string dumped(const ordered_json& value, int indent) {
+    return value.dump(indent, ' ', false, ordered_json::error_handler_t::replace);
 }
 
 std::string columns_text(const std::vector<std::string>& headings,
@@ -35,7 +35,7 @@ std::string columns_text(const std::vector<std::string>& headings,
     return text;
 }
 
-std::string field_lines(const json& object) {
+std::string field_lines(const ordered_json& object) {
     size_t width = 0;
     for (const auto& [name, value] : object.items()) {
         width = std::max(width, name.size());

@@ -117,7 +117,7 @@ unique_fd& unique_fd::operator=(unique_fd&& other) noexcept {
 
 unique_fd::~unique_fd() {
     if (descriptor_ != -1) {
-        close(descriptor_);
+        ::close(descriptor_);
     }
 }
 

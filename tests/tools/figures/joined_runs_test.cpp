@@ -11,7 +11,7 @@ using testing::HasSubstr;
 namespace {
 
 /// A run of two streams that moves 100 bytes in each of two seconds.
-std::string figures(const std::string& name, int began, const std::string& allowed) {
+std::string figures_text(const std::string& name, int began, const std::string& allowed) {
     const std::string rate = ", \"allowed_rate\": " + allowed + "}";
     return "{\"backup\": \"" + name + "\", \"began\": " + std::to_string(began) +
            ", \"samples\": [{\"time\": 1.0, \"bytes\": [60, 40]" + rate +
@@ -28,8 +28,8 @@ std::string refusal_of(const std::string& text) {
 }
 
 TEST(JoinedRuns, EachRunIsOneCurveOnOneClock) {
-    const plot_data data = joined("both", {read_run("a.json", figures("a", 1000, "150")),
-                                           read_run("b.json", figures("b", 1001, "70"))});
+    const plot_data data = joined("both", {read_run("a.json", figures_text("a", 1000, "150")),
+                                           read_run("b.json", figures_text("b", 1001, "70"))});
     EXPECT_EQ(data.title, "both");
     EXPECT_THAT(data.streams, ElementsAre("a", "b"));
     std::vector<double> times;
@@ -44,8 +44,8 @@ TEST(JoinedRuns, EachRunIsOneCurveOnOneClock) {
 }
 
 TEST(JoinedRuns, AllowedIsWhatThoseAtWorkAreAllowedTogether) {
-    const plot_data data = joined("both", {read_run("a.json", figures("a", 1000, "150")),
-                                           read_run("b.json", figures("b", 1001, "70"))});
+    const plot_data data = joined("both", {read_run("a.json", figures_text("a", 1000, "150")),
+                                           read_run("b.json", figures_text("b", 1001, "70"))});
     EXPECT_THAT(data.samples.at(0).allowed, 150U);
     EXPECT_THAT(data.samples.at(1).allowed, 220U);
     EXPECT_THAT(data.samples.at(2).allowed, 70U);
@@ -53,14 +53,14 @@ TEST(JoinedRuns, AllowedIsWhatThoseAtWorkAreAllowedTogether) {
 }
 
 TEST(JoinedRuns, OneThatIsNotThrottledTakesTheLimitAway) {
-    const plot_data data = joined("both", {read_run("a.json", figures("a", 1000, "null")),
-                                           read_run("b.json", figures("b", 1001, "70"))});
+    const plot_data data = joined("both", {read_run("a.json", figures_text("a", 1000, "null")),
+                                           read_run("b.json", figures_text("b", 1001, "70"))});
     EXPECT_EQ(data.samples.at(1).allowed, std::nullopt);
     EXPECT_THAT(data.samples.at(2).allowed, 70U);
 }
 
 TEST(JoinedRuns, BytesBetweenTwoMomentsAreSpreadEvenly) {
-    const recorded_run run = read_run("a.json", figures("a", 1000, "150"));
+    const recorded_run run = read_run("a.json", figures_text("a", 1000, "150"));
     EXPECT_EQ(run.bytes_at(999.5), 0U);
     EXPECT_EQ(run.bytes_at(1000.5), 50U);
     EXPECT_EQ(run.bytes_at(1005), 200U);

@@ -7,13 +7,13 @@ using testing::ElementsAre;
 
 namespace {
 
-constexpr unsigned version = 9;
-constexpr uint64_t block_size = 512;
+constexpr unsigned stored_version = 9;
+constexpr uint64_t copied_at_once = 512;
 
 class StsKillCopy : public KillStore {
   protected:
     StsKillCopy() {
-        store_version("image", version);
+        store_version("image", stored_version);
         create_lsu("target");
     }
 
@@ -25,7 +25,7 @@ class StsKillCopy : public KillStore {
         set_field(target.lsu, "target");
         set_field(target.image, name);
         sts_disk_copy_params_s params = {};
-        params.block_size = block_size;
+        params.block_size = copied_at_once;
         sts_copy_params_s carried = {};
         memcpy(&carried, &params, sizeof carried);
         sts_next_operation_s* copy = nullptr;
@@ -40,7 +40,7 @@ class StsKillCopy : public KillStore {
     }
     void expect_source() {
         EXPECT_THAT(image_names(), ElementsAre("image"));
-        EXPECT_EQ(whole_version("image"), version);
+        EXPECT_EQ(whole_version("image"), stored_version);
     }
     bool is_copied() { return !image_names("target").empty(); }
 };
@@ -50,7 +50,7 @@ TEST_F(StsKillCopy, AtAnyOf100MomentsLeavesWholeCopiesOrNone) {
     const auto check = [&] {
         expect_source();
         for (const std::string& name : image_names("target")) {
-            EXPECT_EQ(whole_version(name, "target"), version);
+            EXPECT_EQ(whole_version(name, "target"), stored_version);
             EXPECT_EQ(delete_image(name, "target"), STS_OK);
             ++found;
         }
@@ -73,7 +73,7 @@ TEST_F(StsKillCopy, AtEveryCallLeavesTheWholeCopyOrNone) {
                   [&] {
                       expect_source();
                       if (is_copied()) {
-                          EXPECT_EQ(whole_version("copy", "target"), version);
+                          EXPECT_EQ(whole_version("copy", "target"), stored_version);
                       } else {
                           was_missing = true;
                       }
