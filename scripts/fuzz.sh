@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
-# Builds the fuzzers and runs each from its seed inputs, fuzz/corpus/NAME, which stay as they are.
+# Builds the fuzzers and runs each from its seed inputs, fuzz/corpus/NAME, which stay as they are: as many at
+# once as there are processors.
 #
 #   scripts/fuzz.sh [SECONDS [NAME...]]     how long each runs, 30 unless given; all of them unless named
 #
-# What makes one fail is kept in build/fuzz/findings, and what it said in build/fuzz/NAME.log.
+# What makes one fail is kept in build/asan/findings, and what it said in build/asan/NAME.log.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -12,7 +13,7 @@ names=("${@:2}")
 if [ ${#names[@]} -eq 0 ]; then
   mapfile -t names < <(ls fuzz/corpus)
 fi
-usage() { sed -n '2,6s/^# \{0,1\}//p' "$0"; }
+usage() { sed -n '2,7s/^# \{0,1\}//p' "$0"; }
 if [ "$seconds" = --help ]; then
   usage
   exit 0
@@ -29,8 +30,8 @@ for name in "${names[@]}"; do
 done
 
 scripts/install-deps.sh all
-scripts/build.sh fuzz "${names[@]/#/fuzz_}"
-findings=build/fuzz/findings
+scripts/build.sh asan "${names[@]/#/fuzz_}"
+findings=build/asan/findings
 new_inputs=$(mktemp -d)
 trap 'rm -rf "$new_inputs"' EXIT
 mkdir -p "$findings"
@@ -38,7 +39,7 @@ export TZ=UTC UBSAN_OPTIONS=print_stacktrace=1
 
 # run NAME: one summary line, and all that the fuzzer said when it failed.
 run() {
-  local name=$1 log=build/fuzz/$1.log program=build/fuzz/bin/fuzz_$1
+  local name=$1 log=build/asan/$1.log program=build/asan/bin/fuzz_$1
   echo "fuzzing $name for $seconds s" >&2
   mkdir "$new_inputs/$name"
   if "$program" -max_total_time="$seconds" -max_len=32768 -timeout=10 -print_final_stats=1 \
@@ -51,14 +52,19 @@ run() {
   fi
 }
 
-passed=0
+running=0
 failed=0
+end_one() {
+  wait -n || failed=$((failed + 1))
+  running=$((running - 1))
+}
 for name in "${names[@]}"; do
-  if run "$name"; then
-    passed=$((passed + 1))
-  else
-    failed=$((failed + 1))
-  fi
+  [ "$running" -lt "$(nproc)" ] || end_one
+  run "$name" &
+  running=$((running + 1))
 done
-echo "$passed passed, $failed failed"
+while [ "$running" -gt 0 ]; do
+  end_one
+done
+echo "$((${#names[@]} - failed)) passed, $failed failed"
 [ $failed -eq 0 ]
