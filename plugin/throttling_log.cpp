@@ -4,10 +4,15 @@
 
 #include "plugin/throttling_log.h"
 
+#include <algorithm>
+#include <atomic>
+#include <charconv>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -66,27 +71,108 @@ bool set_lock(short type) {
     return fcntl(fileno(g_flog), F_SETLKW, &whole_file) == 0;
 }
 
+/// This process's id. It is asked for once, and once more behind each fork.
+long process_id() {
+    static std::atomic<long> known{0};
+    static const bool is_told_of_forks =
+        pthread_atfork(nullptr, nullptr, [] { known.store(0, std::memory_order_relaxed); }) == 0;
+    const long kept = known.load(std::memory_order_relaxed);
+    if (kept != 0 && is_told_of_forks) {
+        return kept;
+    }
+    const long asked = getpid();
+    known.store(asked, std::memory_order_relaxed);
+    return asked;
+}
+
+/// The second whose time of day was last worked out, above that time in three fields of six bits.
+/// localtime_r takes a lock of the whole process, and a second has many lines.
+std::atomic<uint64_t> g_last_clock{0};
+constexpr unsigned clock_bits = 18;
+
+uint64_t clock_at(time_t second) {
+    const uint64_t wanted = static_cast<uint64_t>(second) << clock_bits;
+    const uint64_t kept = g_last_clock.load(std::memory_order_relaxed);
+    if (kept != 0 && kept >> clock_bits == wanted >> clock_bits) {
+        return kept;
+    }
+    tm local = {};
+    localtime_r(&second, &local);
+    const auto field = [](int value) { return static_cast<uint64_t>(value); };
+    const uint64_t clock =
+        wanted | field(local.tm_hour) << 12U | field(local.tm_min) << 6U | field(local.tm_sec);
+    g_last_clock.store(clock, std::memory_order_relaxed);
+    return clock;
+}
+
+/// A line of the file: its tag, and behind that what may be cut.
+class file_line {
+  public:
+    explicit file_line(const char* tag) {
+        add(tag);
+        add(" ");
+        end_ = size_ + line_size - 1;
+    }
+    void add(const char* text) { add(text, strlen(text)); }
+    void add(long number) {
+        char digits[20];
+        const auto written = std::to_chars(digits, digits + sizeof digits, number);
+        add(digits, static_cast<size_t>(written.ptr - digits));
+    }
+    void add_two_digits(uint64_t number) {
+        const char digits[] = {static_cast<char>('0' + number / 10),
+                               static_cast<char>('0' + number % 10)};
+        add(digits, sizeof digits);
+    }
+    void write_to(FILE* stream) {
+        text_[size_++] = '\n';
+        fwrite_unlocked(text_, 1, size_, stream);
+        fflush(stream);
+    }
+
+  private:
+    void add(const char* text, size_t size) {
+        const size_t taken = std::min(size, end_ - size_);
+        memcpy(text_ + size_, text, taken);
+        size_ += taken;
+    }
+
+    char text_[line_size + 16]; // with the tag, a blank and the newline
+    size_t size_ = 0;
+    size_t end_ = line_size;
+};
+
 int write_to_file(const sts_session_def_v7_t* session, const char* who, int severity,
                   const char* message) {
     const char* label =
         session != nullptr && session->session_id != nullptr ? session->session_id : "no session";
     timeval now = {};
     gettimeofday(&now, nullptr);
-    tm local = {};
-    localtime_r(&now.tv_sec, &local);
-    char clock[29];
-    strftime(clock, sizeof clock, "%T", &local);
-    char line[line_size];
-    snprintf(line, sizeof line, "[%ld]%s.%ld[%s][%s]%s", static_cast<long>(getpid()), clock,
-             static_cast<long>(now.tv_usec / 1000), label, name_of(who), message);
+    const uint64_t clock = clock_at(now.tv_sec);
+    file_line line(tag_of(severity));
+    line.add("[");
+    line.add(process_id());
+    line.add("]");
+    line.add_two_digits(clock >> 12U & 63U);
+    line.add(":");
+    line.add_two_digits(clock >> 6U & 63U);
+    line.add(":");
+    line.add_two_digits(clock & 63U);
+    line.add(".");
+    line.add(static_cast<long>(now.tv_usec / 1000));
+    line.add("[");
+    line.add(label);
+    line.add("][");
+    line.add(name_of(who));
+    line.add("]");
+    line.add(message);
 
     // A record lock doesn't keep out threads of this process, and is dropped for all of them at the
     // first unlock: the stream's own lock spans the whole of it.
     flockfile(g_flog);
     const bool locked = set_lock(F_WRLCK);
     if (locked) {
-        fprintf(g_flog, "%s %s\n", tag_of(severity), line);
-        fflush(g_flog);
+        line.write_to(g_flog);
         set_lock(F_UNLCK);
     }
     funlockfile(g_flog);
@@ -128,6 +214,7 @@ int log_init(int32_t level) {
         }
         g_flog = stream;
     }
+    g_last_clock = 0; // the time zone may be another one
     g_log_level = level;
     return STS_OK;
 }

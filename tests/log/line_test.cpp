@@ -9,6 +9,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 using testing::ElementsAre;
@@ -58,6 +59,75 @@ TEST_F(LogLine, TimeIsLocal) {
     setenv("TZ", "UTC", 1);
     tzset();
     EXPECT_THAT(file.lines(), ElementsAre("[INFO] " + head("13:05:09.7") + "[s][f]m"));
+}
+
+TEST_F(LogLine, TimeIsThatOfItsOwnSecondAlsoWhenTheClockIsSetBack) {
+    std::vector<std::string> expected;
+    const auto log_at = [&](int day, int hour, int minute, int second, const std::string& time) {
+        stamp.set_seconds(local_time(2024, 3, day, hour, minute, second));
+        log_msg(&session, "f", 1, STS_SEV_INFO, "m");
+        expected.push_back("[INFO] " + head(time + ".7") + "[s][f]m");
+    };
+    log_at(4, 10, 5, 9, "10:05:09");
+    log_at(4, 10, 5, 10, "10:05:10");
+    log_at(4, 10, 6, 10, "10:06:10");
+    log_at(4, 23, 59, 59, "23:59:59");
+    log_at(5, 0, 0, 0, "00:00:00");
+    log_at(4, 10, 5, 9, "10:05:09");
+    log_at(5, 10, 5, 9, "10:05:09");
+    EXPECT_EQ(file.lines(), expected);
+}
+
+TEST_F(LogLine, TimeZoneOfALaterStartIsThatOfItsLines) {
+    log_msg(&session, "f", 1, STS_SEV_INFO, "m");
+    setenv("TZ", "LOCAL-3", 1);
+    tzset();
+    log_shutdown();
+    EXPECT_EQ(log_init(6), 0);
+    log_msg(&session, "f", 1, STS_SEV_INFO, "m"); // in the same second
+    setenv("TZ", "UTC", 1);
+    tzset();
+    EXPECT_THAT(file.lines(), ElementsAre("[INFO] " + head("10:05:09.7") + "[s][f]m",
+                                          "[INFO] " + head("13:05:09.7") + "[s][f]m"));
+}
+
+TEST_F(LogLine, ForkedProcessWritesItsOwnId) {
+    log_msg(&session, "f", 1, STS_SEV_INFO, "m");
+    pid_t forked = fork();
+    if (forked == 0) {
+        log_msg(&session, "f", 1, STS_SEV_INFO, "m");
+        const pid_t again = fork();
+        if (again == 0) {
+            log_msg(&session, "f", 1, STS_SEV_INFO, "m");
+            _exit(0);
+        }
+        _exit(waitpid(again, nullptr, 0) == again ? 0 : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(forked, &status, 0), forked);
+    ASSERT_EQ(status, 0);
+    log_msg(&session, "f", 1, STS_SEV_INFO, "m");
+    const std::vector<std::string> lines = file.lines();
+    ASSERT_EQ(lines.size(), 4U);
+    EXPECT_EQ(lines[0], lines[3]);
+    EXPECT_EQ(lines[1], "[INFO] [" + std::to_string(forked) + "]10:05:09.7[s][f]m");
+    EXPECT_NE(lines[2], lines[1]);
+    EXPECT_NE(lines[2], lines[0]);
+}
+
+TEST_F(LogLine, SecondAsksForItsTimeOnceAndAProcessForItsId) {
+    log_msg(&session, "f", 1, STS_SEV_INFO, "m");
+    const line_questions before = asked_for_lines();
+    for (int i = 0; i < 100; ++i) {
+        stamp.set_microseconds(i * 1000);
+        log_msg(&session, "f", 1, STS_SEV_INFO, "m");
+    }
+    EXPECT_EQ(asked_for_lines().calendar, before.calendar);
+    EXPECT_EQ(asked_for_lines().process, before.process);
+    stamp.set_seconds(stamp.seconds() + 1);
+    log_msg(&session, "f", 1, STS_SEV_INFO, "m");
+    log_msg(&session, "f", 1, STS_SEV_INFO, "m");
+    EXPECT_EQ(asked_for_lines().calendar, before.calendar + 1);
 }
 
 TEST_F(LogLine, LongMessageIsCutTo4094Characters) {
