@@ -11,7 +11,7 @@ struct critical_err_row {
 };
 
 // clang-format off
-[[gnu::used]] static const critical_err_row critical_err_to_msg[] = {
+[[gnu::used, gnu::retain]] static const critical_err_row critical_err_to_msg[] = {
     {0, "CldStg0000N", "Internal error - Cloud"},
     {1, "CldStg0001N", "Error while uploading data to cloud storage"},
     {2, "CldStg0002N", "Error while reading data from cloud storage"},

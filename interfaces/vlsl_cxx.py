@@ -293,8 +293,9 @@ class CallDescriptor(call.CallDescriptor):
             setattr(skel_template, template, text)
 
 
-# Values and exceptions are found by their ids. The fuzzer makes every call's descriptor and every
-# value's factory.
+# Values and exceptions are found by their ids. Operations and values are held where the linker drops
+# what nobody calls: it drops the servants, and a library keeps the whole client. The fuzzer makes
+# every call's descriptor and every value's factory.
 TABLES = """
 #include <type_shape.h>
 
@@ -302,6 +303,14 @@ const vlsl_support::KnownType vlsl_support::known_types[] = {
 %(known)s
 };
 const std::size_t vlsl_support::known_type_count = sizeof known_types / sizeof *known_types;
+
+template <class Factory>
+static CORBA::ValueFactoryBase* made_factory() {
+    return new Factory;
+}
+
+#define VLSL_HELD __attribute__((used, retain)) static const auto
+%(held)s
 
 #ifdef VLSL_CALLS
 template <class Descriptor>
@@ -313,10 +322,6 @@ const vlsl_support::Call vlsl_support::calls[] = {
 };
 const std::size_t vlsl_support::call_count = sizeof calls / sizeof *calls;
 
-template <class Factory>
-static CORBA::ValueFactoryBase* made_factory() {
-    return new Factory;
-}
 const vlsl_support::Factory vlsl_support::factories[] = {
 %(factories)s
 };
@@ -340,17 +345,30 @@ def beside(declaration, prefix, suffix):
     return "::" + id.Name(scope[:-1] + [prefix + scope[-1] + suffix]).fullyQualify()
 
 
+def held(interfaces, values):
+    """What a client calls: each operation on a reference, and each value's factory, which has the rest."""
+    for each in interfaces:
+        for operation in each.callables():
+            yield "&%s::%s" % (beside(each, "_objref_", ""), operation.identifier())
+    for each in values:
+        yield "&made_factory<%s>" % beside(each, "", "_init")
+
+
 def add_tables(tree):
     known = declared((idlast.Value, idlast.Exception), tree.declarations())
-    values = declared(idlast.Value, tree.declarations())
+    values = list(declared(idlast.Value, tree.declarations()))
+    interfaces = declared(idlast.Interface, tree.declarations())
     tables = {
         "known": ['{"%s", &%s}' % (each.repoId(), beside(each, "_tc_", "")) for each in known],
         "calls": [each.row() for each in CallDescriptor.all],
         "factories": ['{"%s", made_factory<%s>}' % (each.repoId(), beside(each, "", "_init"))
                       for each in values],
     }
+    texts = {name: "    " + ",\n    ".join(rows) for name, rows in tables.items()}
+    texts["held"] = "\n".join("VLSL_HELD held_%d = %s;" % numbered
+                              for numbered in enumerate(held(interfaces, values)))
     with open("vlslSK.cc", "a", encoding="ascii") as out:
-        out.write(TABLES % {name: "    " + ",\n    ".join(rows) for name, rows in tables.items()})
+        out.write(TABLES % texts)
 
 
 # A union's member for which there was no memory is a null pointer, and copies as one.

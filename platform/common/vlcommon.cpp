@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <curl/curl.h>
+#include <dlfcn.h>
 #include <openssl/crypto.h>
 #include <pwd.h>
 #include <syslog.h>
@@ -27,6 +28,14 @@ bool find_service_user(passwd& user, std::vector<char>& text) {
         text.resize(2 * text.size());
     }
     return error == 0 && found != nullptr;
+}
+
+/// A function of the HTTP library, null where there is none. It is loaded by whoever starts it alone,
+/// as it and all that it needs take longer to load than the plugin.
+template <typename Function>
+Function* http_function(const char* name, int how) {
+    void* const library = dlopen(HTTP_LIBRARY, RTLD_NOW | RTLD_NODELETE | how);
+    return library != nullptr ? reinterpret_cast<Function*>(dlsym(library, name)) : nullptr;
 }
 
 } // namespace
@@ -65,9 +74,18 @@ void logmsg(int level, const char* text, const char* who) {
     syslog(known ? priorities[level] : LOG_NOTICE, "[%s]%s", who, text);
 }
 
-int VL_curl_global_init(long flags) { return curl_global_init(flags); }
+int VL_curl_global_init(long flags) {
+    auto* const init = http_function<decltype(curl_global_init)>("curl_global_init", 0);
+    return init != nullptr ? init(flags) : CURLE_FAILED_INIT;
+}
 
-void VL_curl_global_cleanup() { curl_global_cleanup(); }
+void VL_curl_global_cleanup() {
+    using function = decltype(curl_global_cleanup);
+    auto* const cleanup = http_function<function>("curl_global_cleanup", RTLD_NOLOAD);
+    if (cleanup != nullptr) { // else nobody has started it
+        cleanup();
+    }
+}
 
 int VL_101_vlopenssl_init() { return OPENSSL_init_crypto(0, nullptr) == 1 ? 0 : -1; }
 

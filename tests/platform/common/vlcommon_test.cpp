@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <dlfcn.h>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
@@ -75,7 +76,20 @@ TEST(ServiceUser, ThatDoesntExistLeavesTheOwnerAlone) {
     std::filesystem::remove(name);
 }
 
+bool is_http_library_loaded() {
+    void* const library = dlopen(HTTP_LIBRARY, RTLD_NOW | RTLD_NOLOAD);
+    if (library != nullptr) {
+        dlclose(library);
+    }
+    return library != nullptr;
+}
+
 TEST(Libraries, StartAndStop) {
+    VL_curl_global_cleanup(); // nothing is there to be stopped
+    EXPECT_FALSE(is_http_library_loaded()) << "by nobody who starts it";
+    EXPECT_EQ(VL_curl_global_init(3), 0);
+    EXPECT_TRUE(is_http_library_loaded());
+    VL_curl_global_cleanup();
     EXPECT_EQ(VL_curl_global_init(3), 0);
     VL_curl_global_cleanup();
     EXPECT_EQ(VL_101_vlopenssl_init(), 0);
