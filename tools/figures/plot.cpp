@@ -227,8 +227,9 @@ class picture {
     void draw_legend() {
         legend_entry(is_throttled() ? "allowed" : "not throttled", allowed_colour, 2, "7 4");
         legend_entry(fmt::format("total, mean of {:.2g} s", window_), total_colour, 2.6, "none");
-        legend_entry(fmt::format("total, each {}",
-                                 point_ < 1.5 ? "second" : fmt::format("{:.2g} s", point_)),
+        legend_entry(fmt::format("total, each {}", point_ > 0.5 && point_ < 1.5
+                                                       ? "second"
+                                                       : fmt::format("{:.2g} s", point_)),
                      "#d5dae0", 10, "none");
         if (data_.streams.size() < 2) {
             return;
