@@ -17,7 +17,7 @@ rate=50000000 # bytes a second
 
 scripts/install-deps.sh all
 scripts/build.sh release throttling_bench pacing streams_bench service_bench unmarshal_bench client_bench \
-  load_bench store_bench stspithrottling
+  load_bench log_bench store_bench stspithrottling
 bin=build/release/bin
 
 # row NAME "BYTES SECONDS RATIO BUSIEST PAUSE"
@@ -59,6 +59,9 @@ plugin 30
 plugin 5
 pipe_viewer
 flexible_io
+echo "measuring the log, half a minute" >&2
+echo
+$bin/log_bench
 echo "many streams, about a minute and a half" >&2
 echo
 $bin/streams_bench
