@@ -71,17 +71,21 @@ bool set_lock(short type) {
     return fcntl(fileno(g_flog), F_SETLKW, &whole_file) == 0;
 }
 
-/// This process's id. It is asked for once, and once more behind each fork.
+std::atomic<long> g_process{0}; ///< this process's id, 0: to be asked for
+
+/// Has the id forgotten in each process that is forked from now on. False if that can't be.
+bool follow_forks() {
+    return pthread_atfork(nullptr, nullptr, [] { g_process = 0; }) == 0;
+}
+bool g_is_told_of_forks = false;
+
 long process_id() {
-    static std::atomic<long> known{0};
-    static const bool is_told_of_forks =
-        pthread_atfork(nullptr, nullptr, [] { known.store(0, std::memory_order_relaxed); }) == 0;
-    const long kept = known.load(std::memory_order_relaxed);
-    if (kept != 0 && is_told_of_forks) {
-        return kept;
+    const long known = g_process.load(std::memory_order_relaxed);
+    if (known != 0) {
+        return known;
     }
     const long asked = getpid();
-    known.store(asked, std::memory_order_relaxed);
+    g_process.store(g_is_told_of_forks ? asked : 0, std::memory_order_relaxed);
     return asked;
 }
 
@@ -213,6 +217,7 @@ int log_init(int32_t level) {
             return STS_ERR_OPEN;
         }
         g_flog = stream;
+        g_is_told_of_forks = g_is_told_of_forks || follow_forks();
     }
     g_last_clock = 0; // the time zone may be another one
     g_log_level = level;

@@ -8,10 +8,12 @@
 #include "tests/support/fake_next_layer.h"
 #include "tests/support/host_session.h"
 #include "tests/support/loaded_plugin.h"
+#include "tests/support/next_function.h"
 #include "tests/support/process_state.h"
 #include "tests/support/scripted_service.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <dlfcn.h>
 #include <filesystem>
@@ -19,10 +21,14 @@
 #include <gtest/gtest.h>
 #include <limits>
 #include <memory>
+#include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace {
+
+std::string log_root; ///< where the plugin's log lies; empty: where it says
 
 bool is_loaded(const std::string& file) {
     void* const library = dlopen(file.c_str(), RTLD_NOW | RTLD_NOLOAD);
@@ -121,6 +127,40 @@ TEST_F(Lifecycle, AHundredRoundsLeaveNoThreadNoDescriptorAndNoGrowingMemory) {
     EXPECT_EQ(sessions_ended(), all_rounds);
 }
 
+TEST_F(Lifecycle, HostForksWhileTheLogIsOpenAndWhenThePluginIsGone) {
+    files.write_plugin_file("THR:LOG_LEVEL=5\n");
+    log_root = files.path();
+    std::filesystem::create_directory(log_root + "/vlcssc");
+    const auto fork_and = [](auto work) {
+        const pid_t forked = fork();
+        if (forked == 0) {
+            work();
+            _exit(0);
+        }
+        int status = -1;
+        EXPECT_EQ(waitpid(forked, &status, 0), forked);
+        EXPECT_EQ(status, 0);
+        return forked;
+    };
+    pid_t forked = 0;
+    {
+        const loaded_plugin plugin(PLUGIN_FILE);
+        plugin.entries().claim_v7("CS_throttle:cloud:disk:s3");
+        forked = fork_and([&] { plugin.entries().claim_v7("CS_throttle:cloud:disk:s3"); });
+    }
+    EXPECT_FALSE(is_loaded(PLUGIN_FILE));
+    fork_and([] {});
+    size_t lines = 0;
+    for (const auto& each : std::filesystem::directory_iterator(log_root + "/vlcssc")) {
+        std::ifstream log(each.path());
+        for (std::string line; std::getline(log, line);) {
+            lines += line.find(" [" + std::to_string(forked) + "]") != std::string::npos;
+        }
+    }
+    EXPECT_EQ(lines, 1U) << "of the forked process";
+    log_root.clear();
+}
+
 /// Two copies of the plugin share the process's ORB.
 class TwoCopies : public Lifecycle {
   protected:
@@ -181,3 +221,11 @@ TEST_F(TwoCopies, TheFirstStaysConnectedWhileTheSecondComesAndGoes) {
 }
 
 } // namespace
+
+extern "C" __attribute__((visibility("default"))) FILE* fopen(const char* path, const char* mode) {
+    std::string target = path;
+    if (!log_root.empty() && target.rfind(THROTTLING_LOG_ROOT, 0) == 0) {
+        target.replace(0, strlen(THROTTLING_LOG_ROOT), log_root);
+    }
+    return next_function<FILE*(const char*, const char*)>("fopen")(target.c_str(), mode);
+}
