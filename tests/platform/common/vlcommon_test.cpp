@@ -2,8 +2,11 @@
 
 #include "platform/common/vlcommon.h"
 
+#include "tests/support/next_function.h"
+
 #include <cstdlib>
 #include <cstring>
+#include <curl/curl.h>
 #include <dlfcn.h>
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -76,12 +79,21 @@ TEST(ServiceUser, ThatDoesntExistLeavesTheOwnerAlone) {
     std::filesystem::remove(name);
 }
 
+bool is_http_library_missing = false;
+
 bool is_http_library_loaded() {
     void* const library = dlopen(HTTP_LIBRARY, RTLD_NOW | RTLD_NOLOAD);
     if (library != nullptr) {
         dlclose(library);
     }
     return library != nullptr;
+}
+
+TEST(Libraries, HttpLibraryThatIsMissingCantBeStarted) {
+    is_http_library_missing = true;
+    EXPECT_EQ(VL_curl_global_init(3), CURLE_FAILED_INIT);
+    VL_curl_global_cleanup();
+    is_http_library_missing = false;
 }
 
 TEST(Libraries, StartAndStop) {
@@ -104,3 +116,10 @@ TEST(Logging, TakesAnyLevel) {
 }
 
 } // namespace
+
+extern "C" __attribute__((visibility("default"))) void* dlopen(const char* file, int how) noexcept {
+    if (is_http_library_missing) {
+        return nullptr;
+    }
+    return next_function<void*(const char*, int)>("dlopen")(file, how);
+}
