@@ -8,10 +8,12 @@ namespace {
 
 constexpr uint64_t small_block = 1'000'000; ///< 20 of them are a second's worth
 
-/// The seconds of a sample that are tried, its last one among them.
+/// The seconds of a sample that are tried: its last ones, each of which may be the last before a
+/// report, and some before.
 std::vector<int> moments_of(int32_t interval) {
     std::vector<int> moments;
-    for (int moment = interval - 1; moment >= 0; moment -= std::max(1, interval / 15)) {
+    for (int moment = interval - 1; moment >= 0;
+         moment -= moment > interval - 5 ? 1 : std::max(1, interval / 12)) {
         moments.push_back(moment);
     }
     return moments;
@@ -29,14 +31,16 @@ paced_stream stream_at(int32_t interval) {
 }
 
 double most_after_idling(int32_t interval) {
-    double most = 0;
     paced_stream stream = stream_at(interval);
     stream.block = small_block;
-    for (const int begins : {0, 1, interval}) {
+    stream.lasts = 3 * interval;
+    const std::vector<double> reports = pace(stream).reports;
+    double most = 0;
+    for (const double after : {0.0, 1.0, interval / 2.0}) { // a sample has begun
+        stream.idles_at = reports[2] + after;
         for (const int lasts : moments_of(interval)) {
-            stream.idles_at = 2 * interval + begins;
             stream.idles_for = lasts;
-            const double over = stream.idles_at + stream.idles_for;
+            const double over = stream.idles_at + lasts;
             stream.lasts = over + interval;
             most = std::max(most, pace(stream).most_ahead(over, stream.lasts));
         }

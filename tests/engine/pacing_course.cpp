@@ -40,8 +40,14 @@ class stream_time {
 paced_course pace(const paced_stream& stream) {
     service() = {};
     service().usual = {STS_OK, reply_text(1, 1)};
-    service().on_exchange = [](const exchange&) { service().exchanges.clear(); };
     stream_time time(stream.begins);
+    paced_course course(stream);
+    service().on_exchange = [&](const exchange& arrived) {
+        if (arrived.call == "check_bandwidth") {
+            course.reports.push_back(time.now());
+        }
+        service().exchanges.clear();
+    };
     sts_session_def_v7_t session = host_session("s", 0);
     char type[] = "cloud";
     char name[] = "s3";
@@ -50,7 +56,6 @@ paced_course pace(const paced_stream& stream) {
     connector.connect_service(&session, type, name);
     connector.set_config_params(&stream.config, 0);
 
-    paced_course course(stream);
     bandwidth_s current = {OPERATION_WRITE, stream.begins, stream.begins, 0};
     int force = 1;
     bool has_idled = stream.idles_for <= 0;

@@ -30,6 +30,7 @@ class paced_course {
     explicit paced_course(const paced_stream& stream) : stream_(stream) {}
 
     std::vector<transfer> transfers; ///< in order
+    std::vector<double> reports;     ///< with each, a sample ends and the next begins
 
     /// Bytes moved up to a time.
     double moved_until(double time) const;
