@@ -124,7 +124,8 @@ void add_call(CLI::App& app, request& asked) {
     CLI::App* const call =
         app.add_subcommand("call", "Call one entry of the plugin and show what it answers");
     call->add_option("ENTRY", options->entry, "The entry, without \"throttling_\"")->type_name("");
-    call->add_option("ARGUMENT=VALUE", options->arguments, "Its arguments")->type_name("");
+    call->add_option("ARGUMENT", options->arguments, "Its arguments, each as ARGUMENT=VALUE")
+        ->type_name("");
     add_server(*call, asked.common.server);
     call->add_flag("--list", options->lists,
                    "Show all entries, or that one, with what each does and takes");

@@ -227,7 +227,9 @@ void add_config(CLI::App& app, request& asked) {
 
     CLI::App* const set =
         config->add_subcommand("set", "Change settings: all that are named or none");
-    set->add_option("KEY=VALUE", options->assignments, "What to set")->required()->type_name("");
+    set->add_option("SETTING", options->assignments, "What to set, each as KEY=VALUE")
+        ->required()
+        ->type_name("");
     add_server(*set, asked.common.server)->required();
     set->footer(command_help(
         "A server of the type \"global\" sets what all storages share, any other its own "
