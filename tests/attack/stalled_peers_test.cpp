@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <csignal>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <list>
 #include <thread>
@@ -19,6 +20,7 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 using std::chrono::steady_clock;
+using testing::HasSubstr;
 
 giop::octets first_of(const giop::octets& message, size_t count) {
     return {message.begin(), message.begin() + static_cast<std::ptrdiff_t>(count)};
@@ -215,6 +217,15 @@ TEST_F(StalledTls, APeerDoesntChooseAKeyExchangeThatTakesLong) {
     for (const char* const group : {"ffdhe2048", "ffdhe4096", "ffdhe8192"}) {
         EXPECT_EQ(crowd(service.tls_port(), 1).ask(tls_hello(group))[0], alert) << group;
     }
+}
+
+TEST_F(StalledTls, APeerThatCanDoItAgreesOnAKeyThatAQuantumComputerDoesNotUndo) {
+    using std::string_literals::operator""s;
+    const auto key_share_of_1120_octets = "\x00\x33\x04\x64\x11\xec"s; // of X25519MLKEM768
+    const auto key_share_of_32_octets = "\x00\x33\x00\x24\x00\x1d"s;   // of X25519
+    EXPECT_THAT(
+        crowd(service.tls_port(), 1).ask(tls_hello(nullptr)),
+        HasSubstr(has_group("X25519MLKEM768") ? key_share_of_1120_octets : key_share_of_32_octets));
 }
 
 TEST_F(StalledTls, HandshakesTakeFiveSecondsAtMostInRealTime) {
