@@ -6,6 +6,7 @@
 #include <omniORB4/codeSets.h>
 #include <string>
 #include <unordered_map>
+#include <utility>
 
 namespace vlsl_support {
 
@@ -34,6 +35,20 @@ constexpr CORBA::ULong CHUNKED = 8;
 constexpr CORBA::ULong TAG_INTERNET_IOP = 0; ///< of a profile
 constexpr CORBA::ULong TAG_MULTIPLE_COMPONENTS = 1;
 constexpr CORBA::ULong TAG_CODE_SETS = 1; ///< of a component
+
+/// Whether the ORB has an exception's id before it in an `any`. Newer ones have, unless they are set up
+/// not to.
+template <typename Any>
+auto has_exception_id(int)
+    -> decltype(Any::PR_marshalExceptionRepoId(std::declval<cdrStream&>(), ""), bool()) {
+    cdrMemoryStream trial;
+    Any::PR_marshalExceptionRepoId(trial, "");
+    return trial.bufSize() != 0;
+}
+template <typename Any>
+bool has_exception_id(long) {
+    return false;
+}
 
 bool is_value_tag(CORBA::ULong tag) { return tag >= FIRST_VALUE_TAG && tag <= LAST_VALUE_TAG; }
 
@@ -551,7 +566,12 @@ void Copier::copy(const Shape& shape) {
     case CORBA::tk_objref:
         object();
         break;
-    case CORBA::tk_except: // the ORB has no id before it in an `any`
+    case CORBA::tk_except:
+        if (has_exception_id<CORBA::Any>(0)) {
+            text(LONGEST_ID);
+        }
+        members(shape);
+        break;
     case CORBA::tk_struct:
         members(shape);
         break;

@@ -14,10 +14,14 @@ mended below, each with the reason. vlsl_support.h holds what the mended code ca
 import re
 
 from omniidl import idlast, idltype
-from omniidl_be import cxx
-from omniidl_be.cxx import ast, call, id, output, skutil, types, value
-from omniidl_be.cxx.header import template as header_template
-from omniidl_be.cxx.skel import template as skel_template
+
+try:
+    from omniidl_be import cxx
+    from omniidl_be.cxx import ast, call, id, output, skutil, types, value
+    from omniidl_be.cxx.header import template as header_template
+    from omniidl_be.cxx.skel import template as skel_template
+except ImportError as error:
+    raise SystemExit("vlsl_cxx: this omniidl is none that is known here: %s" % error)
 
 cpp_args = cxx.cpp_args
 usage_string = cxx.usage_string
@@ -49,7 +53,7 @@ def require(text, part):
 
 def mend(module, name, old, new):
     """Replaces `old`, which must be there, in the template `name` of the standard back-end."""
-    text = getattr(module, name)
+    text = getattr(module, name, "")
     require(text, old)
     setattr(module, name, text.replace(old, new))
 

@@ -10,6 +10,7 @@ import hashlib
 import os
 import pathlib
 import re
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -28,6 +29,7 @@ KINDS = {
 }
 WITH_MEMBERS = ("value", "struct", "union", "exception")
 WITH_REPOSITORY_ID = ("interface", "value", "exception")
+UNKNOWN = r"\Avlsl_cxx: (this omniidl|the omniidl of omniORB_\S+) is none that is known here: .+\n\Z"
 
 interfaces_dir = omniidl = idl_path = plugin = None
 
@@ -114,6 +116,28 @@ def symbols_of(library):
     return {line.split(maxsplit=2)[2] for line in text.splitlines() if len(line.split()) > 2}
 
 
+def run_back_end(name, *directories):
+    """Runs omniidl with a back-end, which it looks for in these directories, on a file of its own."""
+    with tempfile.TemporaryDirectory() as directory:
+        idl = pathlib.Path(directory, "whole.idl")
+        idl.write_text("interface Thing {};\n")
+        paths = [option for each in directories for option in ("-p", each)]
+        command = [omniidl, *paths, "-b", name, "-C", directory, str(idl)]
+        environment = {**os.environ, "PYTHONDONTWRITEBYTECODE": "1"}
+        return subprocess.run(
+            command, capture_output=True, text=True, check=False, env=environment
+        )
+
+
+def standard_back_ends():
+    """Where omniidl has those that come with it."""
+    with tempfile.TemporaryDirectory() as directory:
+        pathlib.Path(directory, "where.py").write_text(
+            "import omniidl_be\ndef run(tree, args):\n    print(omniidl_be.__path__[0])\n"
+        )
+        return run_back_end("where", directory).stdout.strip()
+
+
 class Interfaces(unittest.TestCase):
     maxDiff = None
 
@@ -173,6 +197,26 @@ class Interfaces(unittest.TestCase):
                 stub = "%s::_objref_%s::" % (declaration.module, simple_name)
                 for line in declaration.lines:
                     self.assertIn(stub + line.strip().partition("(")[0], operations)
+
+    def test_an_orb_with_other_templates_is_told_in_one_line(self):
+        for name, text, other in (
+            ("value.py", "#ifdef OMNI_HAVE_COVARIANT_RETURNS", "#if 1"),  # when it is imported
+            ("value.py", "omniValueType::marshal(", "omniValueType::write("),
+            ("header/template.py", "// Constructors", "// How it is made"),
+            ("skel/template.py", "interface_pof =", "interface_factory ="),
+            ("skutil.py", None, None),
+        ):
+            with self.subTest(name=name, text=text), tempfile.TemporaryDirectory() as directory:
+                changed = pathlib.Path(directory, "omniidl_be", "cxx", name)
+                shutil.copytree(standard_back_ends(), pathlib.Path(directory, "omniidl_be"))
+                if text is None:
+                    changed.unlink()
+                else:
+                    self.assertIn(text, changed.read_text())
+                    changed.write_text(changed.read_text().replace(text, other))
+                result = run_back_end("vlsl_cxx", directory, str(interfaces_dir))
+                self.assertNotEqual(result.returncode, 0)
+                self.assertRegex(result.stderr, UNKNOWN)
 
 
 if __name__ == "__main__":
