@@ -6,16 +6,22 @@
 # The root is made from this machine's own package sources, once, in $RELEASE_ROOTS (by default
 # /var/tmp/release-roots) and kept, with what the command installs and builds in it; remove its directory
 # for a fresh one. Each run takes the files of this tree along anew, uncommitted ones too. Where ccache is
-# installed the root has it too, with a cache beside the roots. Needs root or sudo, to mount and to chroot.
+# installed the root has it too, with a cache beside the roots. Needs root or sudo, to mount and to chroot;
+# one line says why where that, or the release, can't be had.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 if [ $# -lt 2 ]; then
-  sed -n '2,9s/^# \{0,1\}//p' "$0"
+  sed -n '2,10s/^# \{0,1\}//p' "$0"
   [ "${1:-}" = --help ] && exit 0
   exit 2
 fi
+no_root() {
+  echo "$0: no root of $1 can be made here: $2" >&2
+  exit 1
+}
 if [ "$(id -u)" != 0 ]; then
+  command -v sudo >/dev/null || no_root "$1" "it takes root's rights, or sudo"
   exec sudo --preserve-env=RELEASE_ROOTS,CMAKE_BUILD_PARALLEL_LEVEL "$0" "$@"
 fi
 release=$1
@@ -35,24 +41,27 @@ sources() {
     sed -n "s/^\(deb [^ ]* \)$VERSION_CODENAME\(-[^ ]*\)\{0,1\} /\1$release\2 /p"
 }
 
+# make_root PACKAGE...: a root that nothing depends on yet needs no data to be on disk at once.
 make_root() {
-  command -v mmdebstrap >/dev/null || apt-get -q install -y --no-install-recommends mmdebstrap
-  apt-config dump | grep -E '^Acquire::(https?::|Check-|Retries|ForceIPv)' >"$roots/apt.conf" || true
+  command -v mmdebstrap >/dev/null ||
+    { apt-get -q update && apt-get -q install -y --no-install-recommends mmdebstrap; } || return
+  apt-config dump | grep -E '^Acquire::(https?::|Check-|Retries|ForceIPv)' >"$roots/apt.conf"
+  rm -rf "$root.new"
   sources | mmdebstrap --variant=apt --keyring=/usr/share/keyrings/debian-archive-keyring.gpg \
-    --aptopt="$roots/apt.conf" --include="$1" "$release" "$root.new" -
-  mv "$root.new" "$root"
+    --aptopt="$roots/apt.conf" --dpkgopt=force-unsafe-io --include="$(IFS=,; echo "$*")" \
+    "$release" "$root.new" - && mv "$root.new" "$root"
 }
 
 mkdir -p "$roots/ccache"
+if ! reason=$(unshare --mount --pid --ipc --fork mount -t tmpfs tmpfs "$roots" 2>&1); then
+  no_root "$release" "$reason"
+fi
 if [ ! -d "$root" ]; then
   echo "making a root of $release" >&2
-  rm -rf "$root.new"
+  [ -n "$(sources)" ] || no_root "$release" "none of this machine's package sources is named after its own release"
   log=$roots/$release.log
-  if ! make_root "ca-certificates$(command -v ccache >/dev/null && echo ,ccache)" >"$log" 2>&1; then
-    cat "$log" >&2
-    echo "$0: can't make a root of $release" >&2
-    exit 1
-  fi
+  make_root ca-certificates $(! command -v ccache >/dev/null || echo ccache) >"$log" 2>&1 ||
+    no_root "$release" "$(grep -E '^(E|W|apt-get): ' "$log" | tail -1) ($log)"
 fi
 
 # The tree as it is here, its build folder as it is there. What hasn't changed is left alone, and what

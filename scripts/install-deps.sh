@@ -2,7 +2,8 @@
 # Installs the Debian packages that are missing: scripts/install-deps.sh [SET...]
 #
 #   (none)       what building and running it needs
-#   tests        and what the tests need
+#   smoke        and what the tests of the wire need
+#   tests        and what all tests need
 #   sanitizers   and what the tests need as clang builds them
 #   all          and what CI and the benchmarks use besides
 #
@@ -15,16 +16,18 @@ packages=(
   nlohmann-json3-dev
   libace-dev libcos4-dev libomniorb4-dev omniidl omniorb-idl python3
 )
-tests=(git libcpp-httplib-dev libgtest-dev libgmock-dev libbenchmark-dev libxml2-utils chromium openssl)
+smoke=(libgtest-dev libgmock-dev)
+tests=("${smoke[@]}" git libcpp-httplib-dev libbenchmark-dev libxml2-utils chromium openssl)
 sanitizers=(clang libclang-rt-dev)
 
 for set in "$@"; do
   case "$set" in
+    smoke) packages+=("${smoke[@]}") ;;
     tests) packages+=("${tests[@]}") ;;
     sanitizers) packages+=("${tests[@]}" "${sanitizers[@]}") ;;
-    all) packages+=("${tests[@]}" "${sanitizers[@]}" clang-format clang-tidy fio pv) ;;
+    all) packages+=("${tests[@]}" "${sanitizers[@]}" clang-format clang-tidy fio mmdebstrap pv) ;;
     *)
-      sed -n '2,9s/^# \{0,1\}//p' "$0" >&2
+      sed -n '2,10s/^# \{0,1\}//p' "$0" >&2
       exit 2 ;;
   esac
 done

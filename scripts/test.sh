@@ -6,21 +6,20 @@
 #   scripts/test.sh Settings asan       those whose names match the regular expression Settings
 #   scripts/test.sh --failed            those that failed last
 #
-# PRESET is release, debug, asan, tsan or coverage. What fails is printed whole, of what passes only the
-# count; all of it is in build/PRESET/test.log.
+# PRESET is release, debug, asan, tsan, coverage or smoke, which is what a site runs and the tests of the wire.
+# What fails is printed whole, of what passes only the count; all of it is in build/PRESET/test.log.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 presets=()
 names=()
 choice=()
-packages=tests
+packages=()
 for each in "$@"; do
   case "$each" in
-    release | debug | coverage) presets+=("$each") ;;
-    asan | tsan)
-      presets+=("$each")
-      packages=sanitizers ;;
+    release | debug | coverage) presets+=("$each") packages+=(tests) ;;
+    asan | tsan) presets+=("$each") packages+=(sanitizers) ;;
+    smoke) presets+=("$each") packages+=(smoke) ;;
     --failed) choice=(--rerun-failed) ;;
     -*)
       sed -n '2,10s/^# \{0,1\}//p' "$0"
@@ -33,7 +32,7 @@ if [ ${#names[@]} -gt 0 ]; then
   choice+=(-R "$(IFS='|'; echo "${names[*]}")" --no-tests=error)
 fi
 
-scripts/install-deps.sh "$packages"
+scripts/install-deps.sh "${packages[@]:-tests}"
 for preset in "${presets[@]:-release}"; do
   scripts/build.sh "$preset"
   echo "testing $preset" >&2
