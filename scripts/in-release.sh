@@ -60,8 +60,10 @@ if [ ! -d "$root" ]; then
   echo "making a root of $release" >&2
   [ -n "$(sources)" ] || no_root "$release" "none of this machine's package sources is named after its own release"
   log=$roots/$release.log
-  make_root ca-certificates $(! command -v ccache >/dev/null || echo ccache) >"$log" 2>&1 ||
-    no_root "$release" "$(grep -E '^(E|W|apt-get): ' "$log" | tail -1) ($log)"
+  if ! make_root ca-certificates $(! command -v ccache >/dev/null || echo ccache) >"$log" 2>&1; then
+    rm -rf --one-file-system "$root.new"
+    no_root "$release" "$(grep -m 1 '^E: ' "$log") ($log)"
+  fi
 fi
 
 # The tree as it is here, its build folder as it is there. What hasn't changed is left alone, and what
