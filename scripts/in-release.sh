@@ -70,7 +70,7 @@ fi
 # has gets a new time, so that a build there sees just that.
 tree=$(mktemp -d)
 trap 'rm -rf "$tree"' EXIT
-git ls-files -z --cached --others --exclude-standard | tar -c --null --ignore-failed-read -T - 2>/dev/null |
+git -c safe.directory="$PWD" ls-files -z --cached --others --exclude-standard | tar -c --null --ignore-failed-read -T - 2>/dev/null |
   tar -x -m -C "$tree" --no-same-owner
 mkdir -p "$root/src" "$root/var/cache/ccache"
 list() { (cd "$1" && find . -path ./build -prune -o ! -type d -print | sort); }

@@ -34,13 +34,13 @@ const std::vector<exchange_shape> exchange_shapes = {
      false, true, STS_ERR_MAX_CONNECTIONS, -1, 0, occured},
 };
 
-const exchange_shape& shape_of(const std::string& name) {
+const exchange_shape& shape_of(std::string_view name) {
     for (const exchange_shape& each : exchange_shapes) {
         if (each.name == name) {
             return each;
         }
     }
-    throw std::invalid_argument(name);
+    throw std::invalid_argument(std::string(name));
 }
 
 void PrintTo(const exchange_shape& shape, std::ostream* out) { *out << shape.name; }

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #ifdef HAS_LEAK_SANITIZER
@@ -52,7 +53,7 @@ struct exchange_shape {
 
 extern const std::vector<exchange_shape> exchange_shapes;
 /// The shape of that name.
-const exchange_shape& shape_of(const std::string& name);
+const exchange_shape& shape_of(std::string_view name);
 
 /// Prints a shape by its name.
 void PrintTo(const exchange_shape& shape, std::ostream* out);

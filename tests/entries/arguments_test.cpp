@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstring>
 #include <set>
+#include <string_view>
 
 namespace {
 
@@ -29,7 +30,7 @@ std::vector<next_call> calls_of(row_world& in) {
     return seen;
 }
 
-const row& row_of(const std::string& operation) {
+const row& row_of(std::string_view operation) {
     return *std::find_if(rows().begin(), rows().end(),
                          [&](const row& each) { return each.operation == operation; });
 }

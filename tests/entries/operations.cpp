@@ -100,11 +100,11 @@ const std::vector<operation>& operations() {
     return all;
 }
 
-const operation& operation_named(const std::string& name) {
+const operation& operation_named(std::string_view name) {
     for (const operation& each : operations()) {
         if (each.name == name) {
             return each;
         }
     }
-    throw std::logic_error("no operation is called " + name);
+    throw std::logic_error("no operation is called " + std::string(name));
 }

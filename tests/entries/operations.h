@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 /// What a parameter is to a test.
@@ -41,4 +42,4 @@ struct operation {
 const std::vector<operation>& operations();
 
 /// The operation of that name, which must exist.
-const operation& operation_named(const std::string& name);
+const operation& operation_named(std::string_view name);

@@ -187,12 +187,12 @@ std::vector<std::string> fake_next_layer::take() {
     return lines;
 }
 
-const next_call& fake_next_layer::last(const std::string& operation) const {
+const next_call& fake_next_layer::last(std::string_view operation) const {
     const auto found = std::find_if(calls.rbegin(), calls.rend(), [&](const next_call& each) {
         return each.operation == operation;
     });
     if (found == calls.rend()) {
-        throw std::logic_error(operation + " was not called");
+        throw std::logic_error(std::string(operation) + " was not called");
     }
     return *found;
 }

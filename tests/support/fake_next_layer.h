@@ -15,6 +15,7 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 /// One argument as it was at the time of the call.
@@ -62,7 +63,7 @@ class fake_next_layer {
     /// The calls since the last time, a line each.
     std::vector<std::string> take();
     /// The last call of an operation, which must have been made.
-    const next_call& last(const std::string& operation) const;
+    const next_call& last(std::string_view operation) const;
     /// Handles that went out and were not closed, as the lines show them.
     std::vector<std::string> open_handles() const;
 
