@@ -45,8 +45,9 @@ TEST_F(Usage, RefusesStreamsAndBlocksOutOfRange) {
         all.insert(all.end(), {option, value});
         return all;
     };
-    expect_usage(with("--streams", "0"), "--streams: Value 0 not in range 1 to 64");
-    expect_usage(with("--streams", "65"), "--streams: Value 65 not in range 1 to 64");
+    // How the range itself is told is the matter of CLI11.
+    expect_usage(with("--streams", "0"), "--streams: Value 0 not in range");
+    expect_usage(with("--streams", "65"), "--streams: Value 65 not in range");
     expect_usage(with("--block", "511"), "--block: Value 511 not in range");
     expect_usage(with("--block", "2G"), "--block: Value 2147483648 not in range");
     expect_usage(with("--block", "much"), "--block");
