@@ -37,15 +37,24 @@ struct result {
     double allocations; ///< for each call of the repetition that made the most
 };
 
+/// Why a run failed; null: it didn't. Newer releases of the library have it in other members.
+template <typename Run>
+auto failure_of(const Run& run, int) -> decltype(run.error_message.c_str()) {
+    return run.error_occurred ? run.error_message.c_str() : nullptr;
+}
+template <typename Run>
+auto failure_of(const Run& run, long) -> decltype(run.skip_message.c_str()) {
+    return run.skipped != decltype(run.skipped){} ? run.skip_message.c_str() : nullptr;
+}
+
 class results_keeper : public benchmark::BenchmarkReporter {
   public:
     bool ReportContext(const Context&) override { return true; }
 
     void ReportRuns(const std::vector<Run>& runs) override {
         for (const Run& run : runs) {
-            if (run.error_occurred) {
-                fprintf(stderr, "%s: %s\n", run.benchmark_name().c_str(),
-                        run.error_message.c_str());
+            if (const char* const failure = failure_of(run, 0)) {
+                fprintf(stderr, "%s: %s\n", run.benchmark_name().c_str(), failure);
             } else if (run.aggregate_name == "median") {
                 results[run.run_name.function_name].nanoseconds = run.GetAdjustedCPUTime();
             } else if (run.run_type == Run::RT_Iteration) {

@@ -95,7 +95,9 @@ exec unshare --mount --pid --ipc --fork --kill-child bash -euc '
   for each in http_proxy https_proxy no_proxy CMAKE_BUILD_PARALLEL_LEVEL; do
     [ -z "${!each:-}" ] || set -- "$each=${!each}" "$@"
   done
-  trap "exit 130" INT # the first process of a namespace has no other end by a signal
+  # The first process of a namespace has no other end by a signal, and so has to stay the one that has these.
+  trap "exit 130" INT
+  trap "exit 143" TERM
   chroot "$root" /usr/bin/env -i HOME=/root TERM=dumb LC_ALL=C.UTF-8 CCACHE_DIR=/var/cache/ccache \
     PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin \
-    "$@"' bash "$root" "$roots/ccache" bash -c 'cd /src && exec "$@"' bash "$@"
+    "$@" || exit' bash "$root" "$roots/ccache" bash -c 'cd /src && exec "$@"' bash "$@"
