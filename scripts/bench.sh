@@ -17,7 +17,7 @@ rate=50000000 # bytes a second
 
 scripts/install-deps.sh all
 scripts/build.sh release throttling_bench pacing streams_bench service_bench unmarshal_bench client_bench \
-  load_bench log_bench store_bench stspithrottling
+  load_bench log_bench store_bench host_bench throttlectl stspithrottling
 bin=build/release/bin
 
 # row NAME "BYTES SECONDS RATIO BUSIEST PAUSE"
@@ -77,3 +77,6 @@ $bin/load_bench build/release/lib/libstspithrottling.so build/release/lib/libvlo
 echo "measuring the storage's listings" >&2
 echo
 $bin/store_bench
+echo "measuring backups of small files, about two minutes" >&2
+echo
+$bin/host_bench $bin/throttlectl
