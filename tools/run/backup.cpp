@@ -6,6 +6,7 @@
 #include "tools/run/backup_claim.h"
 #include "tools/run/backup_set.h"
 #include "tools/run/files/content_file.h"
+#include "tools/run/files/description.h"
 #include "tools/run/files/problems.h"
 #include "tools/run/files/tree.h"
 #include "tools/run/operation.h"
@@ -16,19 +17,16 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-
 #include <fmt/format.h>
 #include <map>
 #include <numeric>
 #include <sys/stat.h>
-
 #include <utility>
 
 namespace {
 
 constexpr uint64_t entry_cost = 1536; // bytes of a usual header, so that empty files count too
 constexpr size_t read_size = size_t{128} * 1024; // bytes read from a file at once
-constexpr off_t stat_block = 512;                // bytes of a block as stat counts them
 
 // --- who archives what -------------------------------------------------------------------------
 
@@ -94,16 +92,15 @@ uint64_t cost_of(const tree_entry& entry) { return entry_cost + entry.size; }
 /// Archives one share.
 class share_archiver {
   public:
-    share_archiver(host_image& image, stream& account, const transfer& run, uint64_t block,
-                   file_problems& problems)
-        : writer_(image, account, run, block), account_(account), run_(run), problems_(problems),
-          disk_(archive_read_disk_new()), links_(archive_entry_linkresolver_new()),
-          buffer_(read_size), zeros_(read_size) {
-        if (disk_ == nullptr || links_ == nullptr) {
+    share_archiver(host_image& image, stream& account, const transfer& run,
+                   const backup_options& options, file_problems& problems)
+        : writer_(image, account, run, options.block,
+                  options.subsecond_times ? kept_times::fractions : kept_times::seconds),
+          account_(account), run_(run), problems_(problems), entry_(archive_entry_new()),
+          links_(archive_entry_linkresolver_new()), buffer_(read_size), zeros_(read_size) {
+        if (entry_ == nullptr || links_ == nullptr) {
             throw std::bad_alloc();
         }
-        archive_read_disk_set_symlink_physical(disk_.get());
-        archive_read_disk_set_standard_lookup(disk_.get());
         archive_entry_linkresolver_set_strategy(links_.get(), ARCHIVE_FORMAT_TAR_PAX_INTERCHANGE);
     }
 
@@ -137,32 +134,24 @@ class share_archiver {
     };
 
     void archive(const tree_entry& found, const content_file& content) {
-        const entry_ptr entry(archive_entry_new());
-        archive_entry_copy_pathname(entry.get(), found.name.c_str());
-        archive_entry_copy_sourcepath(entry.get(), found.path.c_str());
+        archive_entry* const entry = archive_entry_clear(entry_.get());
+        archive_entry_copy_pathname(entry, found.name.c_str());
         struct stat status = {};
         const bool is_known = content.is_open() && fstat(content.descriptor(), &status) == 0;
-        const bool may_have_holes = !is_known || status.st_blocks * stat_block < status.st_size;
-        archive_read_disk_set_behavior(disk_.get(),
-                                       ARCHIVE_READDISK_NO_FFLAGS |
-                                           (may_have_holes ? 0 : ARCHIVE_READDISK_NO_SPARSE));
-        const int described = archive_read_disk_entry_from_file(
-            disk_.get(), entry.get(), content.descriptor(), is_known ? &status : nullptr);
-        if (described != ARCHIVE_OK) {
-            problems_.report(found.path, archive_text(disk_.get()));
+        std::string trouble;
+        const bool is_described =
+            files_.describe(entry, found.path, content, is_known ? &status : nullptr, trouble);
+        if (!trouble.empty()) {
+            problems_.report(found.path, trouble);
         }
-        if (described < ARCHIVE_WARN) {
+        if (!is_described) {
             return;
         }
-        if (!content.is_open() && archive_entry_filetype(entry.get()) == AE_IFREG) {
+        if (!content.is_open() && archive_entry_filetype(entry) == AE_IFREG) {
             problems_.report(found.path, "left out: it has become a file since it was listed");
             return;
         }
-        // What reading alone changes is no part of a backup.
-        archive_entry_unset_atime(entry.get());
-        archive_entry_unset_ctime(entry.get());
-        archive_entry_unset_birthtime(entry.get());
-        archive_entry* linked = entry.get();
+        archive_entry* linked = entry;
         archive_entry* deferred = nullptr; // no format of ours holds entries back
         archive_entry_linkify(links_.get(), &linked, &deferred);
 
@@ -240,7 +229,8 @@ class share_archiver {
     stream& account_;
     const transfer& run_;
     file_problems& problems_;
-    archive_ptr disk_;
+    file_describer files_;
+    const entry_ptr entry_; ///< the current one
     std::unique_ptr<archive_entry_linkresolver, release_links> links_;
     std::vector<char> buffer_;
     const std::vector<char> zeros_;
@@ -300,7 +290,7 @@ void fill_images(const host_server& server, const backup_options& options, trans
             });
         }
         run.run_streams([&](size_t index, stream& account) {
-            share_archiver archiver(images[index], account, run, options.block, problems);
+            share_archiver archiver(images[index], account, run, options, problems);
             for (const size_t entry : all[index]) {
                 archiver.add(listing.entries[entry]);
             }

@@ -19,6 +19,11 @@ constexpr const char* json_help =
     "slept_seconds; samples, about one a second, each with time, bytes (moved in it, one number a\n"
     "stream) and allowed_rate. Rates are bytes per second; null: not throttled.\n";
 
+constexpr const char* backup_help =
+    "The LSU is created when it isn't there. Times are kept to the second, to the nanosecond of\n"
+    "what needs an extended header anyway: a long name, extended attributes, an access control\n"
+    "list, holes. --subsecond-times writes that header of 1 KiB for every file.\n";
+
 constexpr const char* server_example = " --server CS_throttle:t1:disk:/srv/store --lsu daily";
 
 /// What stands below the options of a command of "run".
@@ -78,9 +83,11 @@ void add_backup(CLI::App& run, request& asked) {
         ->check(CLI::Range(1, 64).description(""))
         ->type_name("N")
         ->capture_default_str();
+    app->add_flag("--subsecond-times", options.subsecond_times,
+                  "Keep fractions of a second of all files' times");
     add_transfer(*app, options);
-    app->footer(run_help("The LSU is created when it isn't there.\n", "backup /etc /home",
-                         " --name monday --streams 4 --plot monday.svg"));
+    app->footer(
+        run_help(backup_help, "backup /etc /home", " --name monday --streams 4 --plot monday.svg"));
     chooses(*app, asked, [&asked, kept] {
         if (kept->backup.empty()) {
             kept->backup = default_name();

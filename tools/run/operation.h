@@ -22,6 +22,7 @@ struct run_options : server_options {
 struct backup_options : run_options {
     std::vector<std::string> directories;
     size_t streams = 1;
+    bool subsecond_times = false; ///< kept of every file
 };
 
 struct restore_options : run_options {

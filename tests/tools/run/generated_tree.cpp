@@ -103,13 +103,15 @@ void set_times(const fs::path& root) {
 }
 
 /// What a file is, apart from where it is.
-std::string description(const fs::path& path) {
+std::string description(const fs::path& path, compared_times times) {
     struct stat status = {};
     lstat(path.c_str(), &status);
     std::string text = std::to_string(status.st_mode) + " of " + std::to_string(status.st_uid) +
                        ":" + std::to_string(status.st_gid) + " at " +
-                       std::to_string(status.st_mtim.tv_sec) + "." +
-                       std::to_string(status.st_mtim.tv_nsec);
+                       std::to_string(status.st_mtim.tv_sec);
+    if (times == compared_times::to_the_nanosecond) {
+        text += "." + std::to_string(status.st_mtim.tv_nsec);
+    }
     if (S_ISLNK(status.st_mode)) {
         text += " to " + fs::read_symlink(path).string();
     } else if (S_ISREG(status.st_mode)) {
@@ -142,15 +144,16 @@ void make_tree(const fs::path& root) {
     set_times(root);
 }
 
-std::string tree_difference(const fs::path& left, const fs::path& right) {
+std::string tree_difference(const fs::path& left, const fs::path& right, compared_times times) {
     const std::set<std::string> names = names_of(left);
     if (names != names_of(right)) {
         return "the names differ";
     }
     for (const std::string& name : names) {
-        if (description(left / name) != description(right / name)) {
-            return name + ": " + description(left / name).substr(0, 200) + " / " +
-                   description(right / name).substr(0, 200);
+        const std::string on_the_left = description(left / name, times);
+        const std::string on_the_right = description(right / name, times);
+        if (on_the_left != on_the_right) {
+            return name + ": " + on_the_left.substr(0, 200) + " / " + on_the_right.substr(0, 200);
         }
     }
     return "";

@@ -3,7 +3,9 @@
 #include "tests/tools/run/generated_tree.h"
 #include "tests/tools/tool_fixture.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
@@ -36,6 +38,19 @@ TEST_P(RoundTrip, GivesBackEveryByteNameModeTimeAndLink) {
     EXPECT_THAT(verify.out, HasSubstr("are the same, byte for byte"));
 }
 
+TEST_P(RoundTrip, KeepsFractionsOfASecondWhereAsked) {
+    const std::string streams = std::to_string(GetParam());
+    ASSERT_EQ(
+        run("backup", {path("tree"), "--name", "b", "--streams", streams, "--subsecond-times"})
+            .code,
+        0);
+    ASSERT_EQ(run("restore", {"--name", "b", "--to", path("restored")}).code, 0);
+    EXPECT_EQ(tree_difference(path("tree"), restored_tree(), compared_times::to_the_nanosecond),
+              "");
+    EXPECT_EQ(run("verify", {"--name", "b", path("tree")}).code, 0);
+    EXPECT_EQ(run("verify", {"--name", "b", "--restored", path("restored")}).code, 0);
+}
+
 TEST_P(RoundTrip, MakesAnImageForEachStream) {
     const std::string streams = std::to_string(GetParam());
     ASSERT_EQ(run("backup", {path("tree"), "--name", "b", "--streams", streams}).code, 0);
@@ -61,6 +76,65 @@ TEST_F(Backup, SmallestBlockGivesBackTheSame) {
     ASSERT_EQ(run("backup", {path("tree"), "--name", "b", "--block", "512"}).code, 0);
     ASSERT_EQ(run("restore", {"--name", "b", "--to", path("r"), "--block", "1k"}).code, 0);
     EXPECT_EQ(tree_difference(path("tree"), path("r") + path("tree")), "");
+}
+
+/// Two entries, "tree" and "tree/file", of a block each with one of content, and the end.
+constexpr size_t plain_size = 5 * 512;
+constexpr size_t extended_header = 2 * 512;
+
+class ExtendedHeaders : public ToolTest {
+  protected:
+    ExtendedHeaders() {
+        how.directory = root;
+        fs::create_directory(path("tree"));
+        write_text(path("tree/file"), "content");
+        set_time("tree/file", {1000000001, 123456789});
+        set_time("tree", {1000000002, 987654321});
+    }
+
+    void set_time(const std::string& name, const timespec& time) const {
+        const timespec times[2] = {{1, 0}, time};
+        ASSERT_EQ(utimensat(AT_FDCWD, path(name).c_str(), times, AT_SYMLINK_NOFOLLOW), 0);
+    }
+    timespec restored_time(const std::string& name) const {
+        struct stat status = {};
+        EXPECT_EQ(lstat(path("r/" + name).c_str(), &status), 0);
+        return status.st_mtim;
+    }
+    size_t size_with(const std::vector<std::string>& options) const {
+        std::vector<std::string> all = {"tree", "--name", "b"};
+        all.insert(all.end(), options.begin(), options.end());
+        EXPECT_EQ(run("backup", all).code, 0);
+        EXPECT_EQ(run("restore", {"--name", "b", "--to", "r"}).code, 0);
+        EXPECT_EQ(run("verify", {"--name", "b", "tree"}).code, 0);
+        return get_image("b.1of1").size();
+    }
+};
+
+TEST_F(ExtendedHeaders, AreNotWrittenForAFractionOfASecond) {
+    EXPECT_EQ(size_with({}), plain_size);
+    EXPECT_EQ(restored_time("tree/file").tv_sec, 1000000001);
+    EXPECT_EQ(restored_time("tree/file").tv_nsec, 0);
+    EXPECT_EQ(restored_time("tree").tv_sec, 1000000002);
+}
+
+TEST_F(ExtendedHeaders, AreWrittenForAFractionOfASecondWhereAsked) {
+    EXPECT_EQ(size_with({"--subsecond-times"}), plain_size + 2 * extended_header);
+    EXPECT_EQ(restored_time("tree/file").tv_nsec, 123456789);
+    EXPECT_EQ(restored_time("tree").tv_nsec, 987654321);
+}
+
+TEST_F(ExtendedHeaders, KeepTheFractionWhereThereIsOneAnyway) {
+    ASSERT_EQ(setxattr(path("tree/file").c_str(), "user.colour", "red", 3, 0), 0);
+    EXPECT_EQ(size_with({}), plain_size + extended_header);
+    EXPECT_EQ(restored_time("tree/file").tv_nsec, 123456789);
+}
+
+TEST_F(ExtendedHeaders, AreWrittenForATimeThatNoPlainOneHolds) {
+    set_time("tree/file", {-5, 250000000});
+    EXPECT_EQ(size_with({}), plain_size + extended_header);
+    EXPECT_EQ(restored_time("tree/file").tv_sec, -5);
+    EXPECT_EQ(restored_time("tree/file").tv_nsec, 250000000);
 }
 
 TEST_F(Backup, KeepsASparseFileSparse) {

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <fmt/format.h>
 #include <new>
 
@@ -36,53 +37,75 @@ std::string name_of(archive_entry* entry) {
 // --- writing -----------------------------------------------------------------------------------
 
 archive_writer::archive_writer(host_image& image, stream& account, const transfer& run,
-                               uint64_t block)
-    : image_(image), account_(account), run_(run),
+                               uint64_t block, kept_times times)
+    : image_(image), account_(account), run_(run), times_(times), block_(block),
       seal_(image.name(), [this](const std::string& bytes) { write_seal(bytes); }),
-      archive_(archive_write_new()) {
-    archive* const handle = archive_.get();
-    require_memory(handle);
-    require(archive_write_set_format_pax(handle) == ARCHIVE_OK);
-    // Names are bytes: nothing is converted, so every name comes back as it was.
-    require(archive_write_set_format_option(handle, "pax", "hdrcharset", "BINARY") == ARCHIVE_OK);
-    require(archive_write_set_bytes_per_block(handle, static_cast<int>(block)) == ARCHIVE_OK);
-    require(archive_write_set_bytes_in_last_block(handle, 1) == ARCHIVE_OK);
-    require(archive_write_open2(handle, this, nullptr, write_block, nullptr, nullptr) ==
-            ARCHIVE_OK);
+      plain_(new_archive(archive_write_set_format_ustar)),
+      extended_(new_archive(archive_write_set_format_pax)), current_(plain_.get()) {}
+
+/// One that hands on at once what it makes.
+archive_ptr archive_writer::new_archive(int (*set_format)(archive*)) {
+    archive_ptr made(archive_write_new());
+    current_ = made.get();
+    require_memory(current_);
+    require(set_format(current_) == ARCHIVE_OK);
+    if (archive_format(current_) != ARCHIVE_FORMAT_TAR_USTAR) {
+        // Names are bytes: nothing is converted, so every name comes back as it was.
+        require(archive_write_set_format_option(current_, "pax", "hdrcharset", "BINARY") ==
+                ARCHIVE_OK);
+    }
+    require(archive_write_set_bytes_per_block(current_, 0) == ARCHIVE_OK);
+    require(archive_write_open2(current_, this, nullptr, take, nullptr, nullptr) == ARCHIVE_OK);
+    return made;
 }
 
 /// Drops what can't be written rather than say so: the library doesn't release all that it holds
 /// when it is told of a failure. Whoever called the library looks for what was thrown.
-la_ssize_t archive_writer::write_block(archive* /*handle*/, void* self, const void* buffer,
-                                       size_t length) {
+la_ssize_t archive_writer::take(archive* /*handle*/, void* self, const void* buffer,
+                                size_t length) {
     auto& writer = *static_cast<archive_writer*>(self);
-    if (writer.is_over_ || writer.thrown_ != nullptr) {
-        return static_cast<la_ssize_t>(length);
+    if (!writer.is_over_ && writer.thrown_ == nullptr) {
+        try {
+            writer.gather(static_cast<const char*>(buffer), length);
+        } catch (...) {
+            writer.thrown_ = std::current_exception();
+        }
     }
-    try {
-        return static_cast<la_ssize_t>(writer.write(buffer, length));
-    } catch (...) {
-        writer.thrown_ = std::current_exception();
-        return static_cast<la_ssize_t>(length);
+    return static_cast<la_ssize_t>(length);
+}
+
+void archive_writer::gather(const char* bytes, size_t length) {
+    while (length > 0) {
+        const size_t part = std::min(length, block_.size() - block_length_);
+        memcpy(block_.data() + block_length_, bytes, part);
+        block_length_ += part;
+        bytes += part;
+        length -= part;
+        if (block_length_ == block_.size()) {
+            write_block();
+        }
     }
 }
 
-/// Returns the bytes written, which may be fewer.
-uint64_t archive_writer::write(const void* buffer, size_t length) {
-    run_.check_may_move();
-    uint64_t written = 0;
-    const int status = image_.write(buffer, length, position_, written);
-    if (status != STS_OK) {
-        throw failed("writing the image", image_.name(), status);
+void archive_writer::write_block() {
+    for (size_t done = 0; done < block_length_;) {
+        run_.check_may_move();
+        const size_t length = block_length_ - done;
+        uint64_t written = 0;
+        const int status = image_.write(block_.data() + done, length, position_, written);
+        if (status != STS_OK) {
+            throw failed("writing the image", image_.name(), status);
+        }
+        if (written == 0 || written > length) {
+            throw failure(fmt::format("the image \"{}\" took {} of {} bytes at byte {}",
+                                      image_.name(), written, length, position_));
+        }
+        seal_.take(block_.data() + done, written);
+        position_ += written;
+        account_.bytes += written;
+        done += written;
     }
-    if (written == 0 || written > length) {
-        throw failure(fmt::format("the image \"{}\" took {} of {} bytes at byte {}", image_.name(),
-                                  written, length, position_));
-    }
-    seal_.take(buffer, written);
-    position_ += written;
-    account_.bytes += written;
-    return written;
+    block_length_ = 0;
 }
 
 /// A storage that keeps no metadata keeps a backup all the same: the end tells.
@@ -97,41 +120,57 @@ void archive_writer::write_seal(const std::string& bytes) {
     }
 }
 
-/// Where what is archived next will stand. Not all before is written yet.
-uint64_t archive_writer::position_in_archive() const {
-    return static_cast<uint64_t>(archive_filter_bytes(archive_.get(), 0));
-}
-
 void archive_writer::require(bool good) {
     if (thrown_ != nullptr) {
         std::rethrow_exception(thrown_);
     }
     if (!good) {
         throw failure(fmt::format("writing the archive in the image \"{}\" failed: {}",
-                                  image_.name(), archive_text(archive_.get())));
+                                  image_.name(), archive_text(current_)));
     }
 }
 
+/// Whether a plain header may hold it: the library tells what is too long or too large for one.
+bool archive_writer::is_plain(archive_entry* entry) const {
+    return (times_ == kept_times::seconds || archive_entry_mtime_nsec(entry) == 0) &&
+           archive_entry_xattr_count(entry) == 0 && archive_entry_acl_types(entry) == 0 &&
+           archive_entry_sparse_count(entry) == 0;
+}
+
+int archive_writer::write_header(archive_entry* entry) {
+    if (is_plain(entry)) {
+        current_ = plain_.get();
+        const int result = archive_write_header(current_, entry);
+        if (result == ARCHIVE_OK || result == ARCHIVE_FATAL) {
+            return result;
+        }
+    }
+    current_ = extended_.get();
+    return archive_write_header(current_, entry);
+}
+
 bool archive_writer::header(archive_entry* entry, std::string& reason) {
-    seal_.begin(piece_kind::header, position_in_archive());
-    const int result = archive_write_header(archive_.get(), entry);
+    seal_.begin(piece_kind::header, position_ + block_length_);
+    const int result = write_header(entry);
     require(result != ARCHIVE_FATAL);
-    seal_.begin(piece_kind::content, position_in_archive());
-    reason = result == ARCHIVE_OK ? "" : archive_text(archive_.get());
+    seal_.begin(piece_kind::content, position_ + block_length_);
+    reason = result == ARCHIVE_OK ? "" : archive_text(current_);
     return result == ARCHIVE_OK || result == ARCHIVE_WARN;
 }
 
 void archive_writer::data(const void* bytes, size_t length) {
-    require(archive_write_data(archive_.get(), bytes, length) >= 0);
+    require(archive_write_data(current_, bytes, length) >= 0);
 }
 
 void archive_writer::finish_entry() {
-    require(archive_write_finish_entry(archive_.get()) >= ARCHIVE_WARN);
+    require(archive_write_finish_entry(current_) >= ARCHIVE_WARN);
 }
 
 std::string archive_writer::finish() {
-    seal_.begin(piece_kind::end, position_in_archive());
-    require(archive_write_close(archive_.get()) >= ARCHIVE_WARN);
+    seal_.begin(piece_kind::end, position_ + block_length_);
+    current_ = plain_.get();
+    require(archive_write_close(current_) >= ARCHIVE_WARN);
+    write_block();
     seal_.finish();
     return seal_status_ == STS_OK ? "" : status_text(seal_status_);
 }

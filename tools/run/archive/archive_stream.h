@@ -1,5 +1,5 @@
-// An archive stream (pax) on an image: libarchive writes it in blocks at increasing positions, and
-// reads it back the same way. Both sides stop when the run is to stop. What is written is sealed
+// An archive stream on an image: libarchive makes it (ustar, and pax where that can't hold what
+// there is), it is written in blocks at increasing positions, and read back the same way. Both sides stop when the run is to stop. What is written is sealed
 // (image_seal.h), and what is read is checked against its seal.
 #pragma once
 
@@ -40,11 +40,16 @@ std::string archive_text(archive* handle);
 /// An entry's name as people write it: a directory's without the "/" at its end.
 std::string name_of(archive_entry* entry);
 
+/// How much of a time an archive keeps. A fraction of a second takes an extended header of 1 KiB;
+/// without it only what no plain header holds has one, and that keeps the fraction, too.
+enum class kept_times { seconds, fractions };
+
 /// Writes one image.
 class archive_writer {
   public:
     /// `block` in bytes, at most 1 GiB.
-    archive_writer(host_image& image, stream& account, const transfer& run, uint64_t block);
+    archive_writer(host_image& image, stream& account, const transfer& run, uint64_t block,
+                   kept_times times);
     /// What isn't finished by now isn't written any more.
     ~archive_writer() { is_over_ = true; }
     archive_writer(const archive_writer&) = delete;
@@ -61,22 +66,30 @@ class archive_writer {
     std::string finish();
 
   private:
-    static la_ssize_t write_block(archive* handle, void* self, const void* buffer, size_t length);
-    uint64_t write(const void* buffer, size_t length);
+    static la_ssize_t take(archive* handle, void* self, const void* buffer, size_t length);
+    archive_ptr new_archive(int (*set_format)(archive*));
+    void gather(const char* bytes, size_t length);
+    void write_block();
     void write_seal(const std::string& bytes);
-    uint64_t position_in_archive() const;
+    bool is_plain(archive_entry* entry) const;
+    int write_header(archive_entry* entry);
     void require(bool good);
 
     host_image& image_;
     stream& account_;
     const transfer& run_;
-    uint64_t position_ = 0;
+    const kept_times times_;
+    std::vector<char> block_; ///< what is to be written next
+    size_t block_length_ = 0;
+    uint64_t position_ = 0; ///< in the image, where that will stand
     seal_maker seal_;
     uint64_t seal_length_ = 0;
     int seal_status_ = 0; ///< of the first write of it that failed
     bool is_over_ = false;
     std::exception_ptr thrown_; ///< by the callback, which can't throw
-    archive_ptr archive_;       ///< last: its end calls back
+    archive_ptr plain_;         ///< last: their ends call back
+    archive_ptr extended_;
+    archive* current_ = nullptr; ///< the one that has the current entry
 };
 
 /// Reads one image. What is damaged of a sealed one costs the entries that it hits and no others.
