@@ -12,6 +12,8 @@
 
 namespace {
 
+constexpr size_t entries_between_reports = 1024;
+
 plot_data plot_of(const run_options& options, const transfer& run) {
     plot_data data;
     const figures total = figures_of(run).total;
@@ -47,12 +49,22 @@ void report(const run_options& options, const transfer& run, const std::string& 
 
 } // namespace
 
-tree_listing list_for(transfer& run, const std::vector<tree_root>& roots) {
-    return list_trees(roots, [&](size_t entries) {
-        run.check_may_move();
-        run.say(fmt::format("{} entries found", entries));
-    });
+std::vector<tree_root> roots_of(const std::vector<std::string>& directories) {
+    std::vector<tree_root> roots;
+    for (const std::string& directory : directories) {
+        roots.push_back(root_of(directory));
+    }
+    return roots;
 }
+
+void entries_found::add() {
+    if (++count_ % entries_between_reports == 0) {
+        run_.check_may_move();
+        tell();
+    }
+}
+
+void entries_found::tell() const { run_.say(fmt::format("{} entries found", count_)); }
 
 int run_operation(const run_options& options, transfer& run, const std::function<void()>& job,
                   const std::function<int()>& summary) {

@@ -41,8 +41,20 @@ int run_restore(const restore_options& options);
 int run_verify(const verify_options& options);
 int run_list(const run_options& options); ///< of the server's LSUs when `lsu` is empty
 
-/// Lists trees and says how far it is. Ends as `abandoned` when the run is to stop.
-tree_listing list_for(transfer& run, const std::vector<tree_root>& roots);
+std::vector<tree_root> roots_of(const std::vector<std::string>& directories);
+
+/// Says now and then how many entries a walk has found, and ends it as `abandoned` when the run is
+/// to stop.
+class entries_found {
+  public:
+    explicit entries_found(transfer& run) : run_(run) {}
+    void add();
+    void tell() const;
+
+  private:
+    transfer& run_;
+    size_t count_ = 0;
+};
 
 /// Runs `job` in a thread of its own, shows its progress, ends it on SIGINT or SIGTERM, and reports
 /// what it moved. `summary` is printed when it is done and returns what the program ends with.

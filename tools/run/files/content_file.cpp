@@ -4,8 +4,11 @@
 #include <unistd.h>
 #include <utility>
 
-content_file::content_file(const std::string& path)
-    : descriptor_(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)) {}
+content_file::content_file(const std::string& path) : content_file(AT_FDCWD, path) {}
+
+content_file::content_file(int directory, const std::string& name)
+    : descriptor_(openat(directory, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)) {
+}
 
 content_file::~content_file() {
     if (is_open()) {

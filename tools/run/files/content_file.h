@@ -12,6 +12,8 @@ class content_file {
     content_file() = default;
     /// Follows no symbolic link and waits for no pipe's other end. errno says why it isn't open.
     explicit content_file(const std::string& path);
+    /// The same of a `name` in an open directory.
+    content_file(int directory, const std::string& name);
     ~content_file();
     content_file(content_file&& other) noexcept;
     content_file& operator=(content_file&&) = delete;

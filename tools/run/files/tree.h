@@ -1,6 +1,8 @@
 // Directory trees as a backup sees them: every file of them with its name in the archive.
 #pragma once
 
+#include "tools/run/files/scratch_file.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -18,6 +20,12 @@ struct tree_root {
 /// kept; one that leads out of the current directory is made absolute first.
 tree_root root_of(const std::string& directory);
 
+/// Whether an archive's `name` is of that tree. `below` is then its path below the top, empty for
+/// the top itself.
+bool is_of_tree(const tree_root& root, const std::string& name, std::string& below);
+/// Where that is on disk.
+std::string path_in_tree(const tree_root& root, const std::string& below);
+
 struct tree_entry {
     std::string name; ///< in the archive
     std::string path; ///< on disk
@@ -26,20 +34,57 @@ struct tree_entry {
     dev_t device = 0;
     ino_t inode = 0;
     nlink_t links = 0;
+    size_t root = 0; ///< the tree that it was found in
 };
 
-/// Something of a tree that can't be read.
-struct tree_problem {
-    std::string path;
-    std::string reason;
+/// Whether the file may have other names, as no directory has.
+bool has_other_names(const tree_entry& entry);
+
+/// What a walk through trees tells.
+struct tree_visitor {
+    /// An entry, valid until this returns. A directory comes before what is in it, which is sorted
+    /// by name; each name comes once, though trees may overlap. May throw to end the walk.
+    std::function<void(const tree_entry& entry)> found;
+    /// Something that can't be read.
+    std::function<void(const std::string& path, const std::string& reason)> lost;
 };
 
-struct tree_listing {
-    std::vector<tree_entry> entries; ///< a directory before what is in it; each name once
-    std::vector<tree_problem> problems;
-};
+enum class tree_detail { all, names }; ///< of entries other than directories
 
-/// Lists the trees. Symbolic links are listed, not followed. `found` is told the number of entries
-/// so far, now and then, and may throw to end it. Fails when a root isn't there.
-tree_listing list_trees(const std::vector<tree_root>& roots,
-                        const std::function<void(size_t entries)>& found);
+/// Symbolic links are told, not followed. Fails when a root isn't there. Of a walk's memory only
+/// the names of the directories that it is in count.
+void walk_trees(const std::vector<tree_root>& roots, tree_detail detail,
+                const tree_visitor& visitor);
+
+/// The entries of trees in the order in which they were found, kept in a scratch file. Device, inode
+/// and links are kept of files with other names alone.
+class tree_list {
+  public:
+    explicit tree_list(std::vector<tree_root> roots) : roots_(std::move(roots)) {}
+
+    /// Lists what a walk finds; both functions of `visitor` are called besides.
+    void fill(const tree_visitor& visitor);
+    size_t size() const { return size_; }
+
+    class reader {
+      public:
+        explicit reader(const tree_list& list) : list_(list), from_(list.kept_) {}
+        /// The next entry, valid until the next call; null at the end.
+        const tree_entry* next();
+
+      private:
+        const tree_list& list_;
+        scratch_reader from_;
+        tree_entry entry_;
+        std::string below_;
+    };
+
+  private:
+    void add(const tree_entry& entry);
+
+    const std::vector<tree_root> roots_;
+    scratch_file kept_;
+    size_t size_ = 0;
+    std::string name_before_;
+    std::string packed_;
+};

@@ -1,10 +1,26 @@
-// How work is spread over streams.
+// How work is spread over streams so that they end together.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <queue>
+#include <utility>
 #include <vector>
 
-/// The stream of each weight, so that all streams carry about the same: the heaviest goes first,
-/// each to the stream that carries least, the lowest of equals. `streams` is at least 1.
-std::vector<size_t> balance(const std::vector<uint64_t>& weights, size_t streams);
+/// What streams carry.
+class stream_loads {
+  public:
+    explicit stream_loads(size_t streams);
+    /// Gives a piece of work to the stream that carries least, the lowest of equals, and returns
+    /// that.
+    size_t place(uint64_t weight);
+
+  private:
+    using load = std::pair<uint64_t, size_t>; // what a stream carries, and which it is
+    std::priority_queue<load, std::vector<load>, std::greater<>> lightest_;
+};
+
+/// Which stream does which piece of work: the heaviest goes first, each to the stream that carries
+/// least by then.
+std::vector<size_t> balance(const std::vector<uint64_t>& weights, stream_loads& loads);
