@@ -14,7 +14,6 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fmt/format.h>
-#include <iterator>
 #include <memory>
 
 namespace fs = std::filesystem;
@@ -41,7 +40,6 @@ class share_restorer {
     }
 
     bool is_sealed() const { return is_sealed_; }
-    std::vector<made_directory> take_directories() { return disk_.take_directories(); }
 
   private:
     void restore_entries(archive_reader& reader, const transfer& run) {
@@ -114,17 +112,6 @@ descriptor open_target(const restore_options& options) {
     return target;
 }
 
-/// Directories of all streams, to be finished together.
-std::vector<made_directory>
-directories_of(const std::vector<std::unique_ptr<share_restorer>>& shares) {
-    std::vector<made_directory> all;
-    for (const auto& share : shares) {
-        std::vector<made_directory> some = share->take_directories();
-        std::move(some.begin(), some.end(), std::back_inserter(all));
-    }
-    return all;
-}
-
 } // namespace
 
 int run_restore(const restore_options& options) {
@@ -144,7 +131,7 @@ int run_restore(const restore_options& options) {
             shares[index]->restore(image, account, run, options.block);
         });
         run.say("setting the directories' modes and times");
-        finish_directories(target, directories_of(shares), problems);
+        target.directories.finish(target.below, problems);
         for (size_t index = 0; index < shares.size(); ++index) {
             if (!shares[index]->is_sealed()) {
                 say_unsealed(backup.images()[index].name);

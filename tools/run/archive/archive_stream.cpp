@@ -179,7 +179,6 @@ std::string archive_writer::finish() {
 
 namespace {
 
-constexpr uint64_t meta_at_once = uint64_t{1} << 20;
 constexpr uint64_t empty_archive = 1024; // bytes of one without entries
 
 /// Whether it is the storage's medium that fails here, and perhaps not elsewhere in the image.
@@ -188,18 +187,11 @@ bool is_bad_medium(int status) {
     return error == EIO || error == EBADMSG;
 }
 
-/// All metadata of an image; empty when there is none.
-std::string meta_of(host_image& image) {
-    std::string all;
+/// Reads an image's metadata as far as they can be read.
+uint64_t read_meta(host_image& image, char* buffer, uint64_t length, uint64_t position) {
     uint64_t count = 0;
-    do {
-        const size_t before = all.size();
-        all.resize(before + meta_at_once);
-        const int status = image.read_meta(all.data() + before, meta_at_once, before, count);
-        count = status == STS_OK ? std::min(count, meta_at_once) : 0;
-        all.resize(before + count);
-    } while (count > 0 && all.size() <= largest_seal);
-    return all;
+    const int status = image.read_meta(buffer, length, position, count);
+    return status == STS_OK ? std::min(count, length) : 0;
 }
 
 } // namespace
@@ -218,11 +210,14 @@ archive_reader::archive_reader(host_image& image, stream& account, const transfe
 }
 
 void archive_reader::open_seal() {
-    std::string bytes = meta_of(image_);
-    if (bytes.empty()) {
+    char first = '\0';
+    if (read_meta(image_, &first, 1, 0) == 0) {
         return;
     }
-    std::optional<image_seal> seal = image_seal::read(std::move(bytes));
+    std::optional<image_seal> seal =
+        image_seal::read([this](char* buffer, uint64_t length, uint64_t position) {
+            return read_meta(image_, buffer, length, position);
+        });
     is_seal_broken_ = !seal;
     if (seal) {
         checked_.emplace(*std::move(seal), block_.size(),

@@ -1,6 +1,7 @@
 #include "tools/run/archive/image_seal.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <endian.h>
 #include <new>
@@ -10,6 +11,7 @@ namespace {
 
 constexpr char seal_magic[8] = {'T', 'H', 'R', 'S', 'E', 'A', 'L', '1'};
 constexpr size_t kept_at_once = size_t{256} * 1024;
+constexpr size_t read_at_once = size_t{256} * 1024;
 constexpr size_t longest_name = 255;
 constexpr unsigned kind_bits = 2;
 constexpr unsigned kind_mask = 3;
@@ -132,29 +134,56 @@ void seal_maker::finish() {
 
 // --- reading -----------------------------------------------------------------------------------
 
-std::optional<image_seal> image_seal::read(std::string bytes) {
-    seal_end end = {};
-    if (bytes.size() < sizeof end) {
-        return {};
+std::optional<image_seal> image_seal::read(source from) {
+    image_seal seal(std::move(from));
+    return seal.has_whole_end() && seal.is_consistent() ? std::optional(std::move(seal))
+                                                        : std::nullopt;
+}
+
+/// Its bytes from `place` on, some of them; empty at its end.
+std::string_view image_seal::bytes_at(uint64_t place) {
+    if (place < before_ || place >= before_ + bytes_.size()) {
+        before_ = place;
+        bytes_.resize(read_at_once);
+        bytes_.resize(std::min<uint64_t>(from_(bytes_.data(), read_at_once, place), read_at_once));
     }
-    memcpy(&end, bytes.data() + bytes.size() - sizeof end, sizeof end);
+    return std::string_view(bytes_).substr(place - before_);
+}
+
+/// Reads all of it once and takes what its end says, where that is whole.
+bool image_seal::has_whole_end() {
     running_hash checked;
-    checked.add(bytes.data(), bytes.size() - unchecked_end);
+    std::string last; // the end's record and the name before it among them
+    uint64_t length = 0;
+    for (std::string_view some = bytes_at(0); !some.empty(); some = bytes_at(length)) {
+        length += some.size();
+        last += some;
+        const size_t before = last.size() - std::min(last.size(), sizeof(seal_end) + longest_name);
+        checked.add(last.data(), before);
+        last.erase(0, before);
+        if (length > largest_seal) {
+            return false;
+        }
+    }
+    seal_end end = {};
+    if (last.size() < sizeof end) {
+        return false;
+    }
+    memcpy(&end, last.data() + last.size() - sizeof end, sizeof end);
+    checked.add(last.data(), last.size() - unchecked_end);
     const XXH128_canonical_t checksum = checked.value();
     const uint64_t name_length = le64toh(end.name_length);
     if (memcmp(end.magic, seal_magic, sizeof seal_magic) != 0 ||
         memcmp(&checksum, &end.seal_checksum, sizeof checksum) != 0 ||
-        name_length > std::min(longest_name, bytes.size() - sizeof end)) {
-        return {};
+        name_length > std::min(longest_name, last.size() - sizeof end)) {
+        return false;
     }
-    image_seal seal;
-    seal.pieces_end_ = bytes.size() - sizeof end - name_length;
-    seal.image_ = bytes.substr(seal.pieces_end_, name_length);
-    seal.length_ = le64toh(end.length);
-    seal.entries_ = le64toh(end.entries);
-    seal.checksum_ = end.image_checksum;
-    seal.bytes_ = std::move(bytes);
-    return seal.is_consistent() ? std::optional(std::move(seal)) : std::nullopt;
+    image_ = last.substr(last.size() - sizeof end - name_length, name_length);
+    pieces_end_ = length - sizeof end - name_length;
+    length_ = le64toh(end.length);
+    entries_ = le64toh(end.entries);
+    checksum_ = end.image_checksum;
+    return true;
 }
 
 /// Whether its pieces are what the image is said to have, as somebody may have made it up.
@@ -174,20 +203,30 @@ bool image_seal::fits(const running_hash& whole) const {
 }
 
 std::optional<image_piece> image_seal::next() {
-    size_t place = place_;
+    uint32_t check = 0;
+    std::array<char, longest_number + sizeof check> packed = {};
+    size_t there = 0; // of what a piece may take
+    while (there < packed.size() && place_ + there < pieces_end_) {
+        const std::string_view some =
+            bytes_at(place_ + there)
+                .substr(0, std::min(packed.size() - there, pieces_end_ - place_ - there));
+        if (some.empty()) {
+            break;
+        }
+        there += some.copy(packed.data() + there, some.size());
+    }
+    size_t place = 0;
     uint64_t number = 0;
-    unsigned groups = 0;
     bool is_whole = false;
-    while (!is_whole && place < pieces_end_ && groups < longest_number) {
-        const auto byte = static_cast<unsigned char>(bytes_[place++]);
-        number |= uint64_t{byte & group_mask} << (group_bits * groups++);
+    while (!is_whole && place < std::min<size_t>(there, longest_number)) {
+        const auto byte = static_cast<unsigned char>(packed[place]);
+        number |= uint64_t{byte & group_mask} << (group_bits * place++);
         is_whole = (byte & more_groups) == 0;
     }
-    uint32_t check = 0;
-    if (!is_whole || pieces_end_ - place < sizeof check) {
+    if (!is_whole || there - place < sizeof check) {
         return {};
     }
-    memcpy(&check, bytes_.data() + place, sizeof check);
+    memcpy(&check, packed.data() + place, sizeof check);
     image_piece piece;
     piece.kind = static_cast<piece_kind>(number & kind_mask);
     piece.length = number >> kind_bits;
@@ -196,6 +235,6 @@ std::optional<image_piece> image_seal::next() {
     if (piece.kind > piece_kind::end || piece.length == 0 || piece.length > largest) {
         return {};
     }
-    place_ = place + sizeof check;
+    place_ += place + sizeof check;
     return piece;
 }

@@ -22,11 +22,13 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <xxhash.h>
 
 constexpr uint64_t largest_piece = uint64_t{256} * 1024; ///< bytes, of content
 constexpr uint64_t largest_header = uint64_t{16} << 20;  ///< bytes, as they are believed
-constexpr uint64_t largest_seal = uint64_t{256} << 20;   ///< bytes: some twenty million entries
+constexpr uint64_t largest_seal = uint64_t{16} << 30;    ///< bytes: some billion entries
 
 enum class piece_kind : uint8_t { content = 0, header = 1, end = 2 };
 
@@ -83,11 +85,13 @@ class seal_maker {
     std::string kept_; ///< not given away yet
 };
 
-/// A seal that is read again.
+/// A seal that is read again, a part of it at a time.
 class image_seal {
   public:
-    /// None when `bytes` are no whole seal.
-    static std::optional<image_seal> read(std::string bytes);
+    /// Reads from a place of the seal's bytes: how many it has read, 0 at the end.
+    using source = std::function<uint64_t(char* buffer, uint64_t length, uint64_t position)>;
+    /// None when those bytes are no whole seal.
+    static std::optional<image_seal> read(source from);
 
     const std::string& image() const { return image_; } ///< the name it was written under
     uint64_t length() const { return length_; }
@@ -97,12 +101,16 @@ class image_seal {
     std::optional<image_piece> next();
 
   private:
-    image_seal() = default;
+    explicit image_seal(source from) : from_(std::move(from)) {}
+    bool has_whole_end();
     bool is_consistent();
+    std::string_view bytes_at(uint64_t place);
 
-    std::string bytes_;
-    size_t pieces_end_ = 0;
-    size_t place_ = 0;
+    source from_;
+    std::string bytes_;   ///< those that were read last
+    uint64_t before_ = 0; ///< how many stand before them
+    uint64_t pieces_end_ = 0;
+    uint64_t place_ = 0;
     std::string image_;
     uint64_t length_ = 0;
     uint64_t entries_ = 0;

@@ -156,7 +156,10 @@ class troubles {
     std::string text_;
 };
 
-bool sets_owners() { return geteuid() == 0; }
+bool sets_owners() {
+    static const bool is_root = geteuid() == 0;
+    return is_root;
+}
 
 /// The wanted mode without the bits that only fit the wanted owner, on a file of another.
 mode_t mode_for(const struct stat& made, const attributes& wanted) {

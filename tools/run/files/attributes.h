@@ -27,12 +27,13 @@ class owner_lookup {
 };
 
 struct attributes {
+    attributes() = default;
     attributes(archive_entry* entry, const owner_lookup& owners);
 
-    uid_t user;
-    gid_t group;
-    mode_t mode;                                            ///< permission bits
-    timespec times[2];                                      ///< as for utimensat
+    uid_t user = 0;
+    gid_t group = 0;
+    mode_t mode = 0;                                        ///< permission bits
+    timespec times[2] = {};                                 ///< as for utimensat
     std::vector<std::pair<std::string, std::string>> named; ///< extended, with access control lists
 };
 

@@ -15,11 +15,11 @@ constexpr mode_t for_us_alone = 0700;
 constexpr int most_attempts = 16;
 
 /// Takes the first name off a path.
-std::string next_name(std::string_view& path) {
+std::string_view next_name(std::string_view& path) {
     const size_t slash = path.find('/');
     const std::string_view name = path.substr(0, slash);
     path.remove_prefix(slash == std::string_view::npos ? path.size() : slash + 1);
-    return std::string(name);
+    return name;
 }
 
 descriptor open_name(int parent, const std::string& name, int flags) {
@@ -45,7 +45,7 @@ bool kernel_resolves(int top) { return descriptor(resolve(top, ".", as_place)).i
 descriptor walk(int top, std::string_view path, int flags, bool makes) {
     descriptor place = open_name(top, ".", path.empty() ? flags : as_place);
     while (place.is_open() && !path.empty()) {
-        const std::string name = next_name(path);
+        const std::string name(next_name(path));
         if (name == "..") { // as the kernel answers it
             errno = EXDEV;
             return {};
@@ -75,13 +75,14 @@ std::optional<std::string> path_beneath(const std::string& name, std::string& re
     }
     std::string path;
     for (std::string_view rest = name; !rest.empty();) {
-        const std::string each = next_name(rest);
+        const std::string_view each = next_name(rest);
         if (each == "..") {
             reason = "the path contains \"..\"";
             return {};
         }
         if (!each.empty() && each != ".") {
-            path += (path.empty() ? "" : "/") + each;
+            path += path.empty() ? "" : "/";
+            path += each;
         }
     }
     return path;

@@ -39,8 +39,6 @@ void remove_for_another(int place, const std::string& leaf) {
     }
 }
 
-std::string shown(const std::string& path) { return path.empty() ? "." : path; }
-
 } // namespace
 
 bool extractor::make(archive_entry* entry) {
@@ -137,7 +135,7 @@ void extractor::make_directory(archive_entry* entry, const std::string& path) {
     if ((status.st_mode & open_to_us) != open_to_us) { // there before
         (void)fchmod(made.get(), open_to_us);
     }
-    directories_.push_back({path, status.st_dev, status.st_ino, attributes(entry, owners_)});
+    target_.directories.note(path, status, attributes(entry, owners_));
 }
 
 void extractor::make_file(archive_entry* entry, const std::string& path) {
@@ -228,27 +226,4 @@ void extractor::finish() {
             fmt::format("writing \"{}\" failed: {}", printable(made.name), strerror(errno)));
     }
     current_.reset();
-}
-
-// --- the directories in the end ----------------------------------------------------------------
-
-void finish_directories(const extraction_target& target, std::vector<made_directory> directories,
-                        file_problems& problems) {
-    std::sort(directories.begin(), directories.end(),
-              [](const made_directory& left, const made_directory& right) {
-                  return left.path > right.path;
-              });
-    for (const made_directory& each : directories) {
-        const descriptor opened = target.below.open_directory(each.path, O_RDONLY);
-        struct stat now = {};
-        if (!opened.is_open() || fstat(opened.get(), &now) != 0) {
-            problems.report(shown(each.path),
-                            fmt::format("its attributes can't be set: {}", strerror(errno)));
-        } else if (now.st_dev != each.device || now.st_ino != each.inode) {
-            problems.report(shown(each.path), "somebody has put another directory in its place");
-        } else if (const std::string trouble = set_attributes(opened.get(), each.wanted);
-                   !trouble.empty()) {
-            problems.report(shown(each.path), trouble);
-        }
-    }
 }

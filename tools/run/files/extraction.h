@@ -13,12 +13,12 @@
 #include "tools/run/files/attributes.h"
 #include "tools/run/files/beneath.h"
 #include "tools/run/files/claimed_names.h"
+#include "tools/run/files/made_directories.h"
 #include "tools/run/files/problems.h"
 
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <vector>
 
 /// The target of a restore, which its streams share.
 struct extraction_target {
@@ -26,14 +26,7 @@ struct extraction_target {
 
     const beneath below;
     claimed_names names;
-};
-
-/// A directory that is to get its attributes in the end.
-struct made_directory {
-    std::string path; ///< below the target; empty: the target
-    dev_t device;
-    ino_t inode;
-    attributes wanted;
+    made_directories directories; ///< to be finished when the streams are done
 };
 
 /// Makes entries, one after the other. Made before threads run: it reads the process's file mode
@@ -49,8 +42,6 @@ class extractor {
     /// A piece of the content; what isn't written is zeros. Fails when the disk takes no more.
     void write(const void* bytes, size_t length, int64_t offset);
     void finish();
-
-    std::vector<made_directory> take_directories() { return std::move(directories_); }
 
   private:
     struct open_file {
@@ -77,12 +68,6 @@ class extractor {
     file_problems& problems_;
     const owner_lookup owners_;
     std::optional<open_file> current_;
-    std::vector<made_directory> directories_;
     std::string place_path_; ///< the directory that the last one was made in, kept open
     descriptor place_;
 };
-
-/// Gives the directories of all streams their own attributes, what is inside before what is around
-/// it.
-void finish_directories(const extraction_target& target, std::vector<made_directory> directories,
-                        file_problems& problems);

@@ -12,7 +12,8 @@
 namespace {
 
 constexpr size_t kept_in_memory = size_t{1} << 20;
-constexpr size_t read_at_once = size_t{64} * 1024;
+constexpr size_t least_read = 512; // bytes at once
+constexpr size_t most_read = size_t{64} * 1024;
 constexpr mode_t ours_alone = 0600;
 constexpr unsigned group_bits = 7;
 constexpr unsigned group_mask = 0x7f;
@@ -104,7 +105,7 @@ void put_text(std::string& bytes, const std::string& text) {
 bool scratch_reader::fill() {
     position_ += buffer_.size();
     next_ = 0;
-    buffer_.resize(read_at_once);
+    buffer_.resize(std::clamp(buffer_.size() * 2, least_read, most_read)); // it may be for a word
     buffer_.resize(file_.read(buffer_.data(), buffer_.size(), position_));
     return !buffer_.empty();
 }

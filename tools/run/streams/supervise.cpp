@@ -38,6 +38,7 @@ std::exception_ptr supervise(transfer& run, const std::function<void()>& job) {
     let_sleeps_be_cut_short();
     std::exception_ptr thrown;
     std::atomic<bool> done{false};
+    const pthread_t waiting = pthread_self();
     std::thread worker([&] {
         {
             const transfer::pokable me(run);
@@ -48,6 +49,7 @@ std::exception_ptr supervise(transfer& run, const std::function<void()>& job) {
             }
         }
         done = true;
+        pthread_kill(waiting, SIGUSR1); // ends its wait for a signal
     });
     progress_view view(run);
     while (!done) {

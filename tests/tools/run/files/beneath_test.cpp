@@ -132,7 +132,7 @@ TEST_P(Beneath, ExtractsIntoTheTargetThatWasOpened) {
     EXPECT_FALSE(make("relative/file", AE_IFREG));
     EXPECT_FALSE(make("new", AE_IFDIR));
     EXPECT_FALSE(make("pipe", AE_IFIFO));
-    finish_directories(target, disk.take_directories(), problems);
+    target.directories.finish(target.below, problems);
     EXPECT_EQ(conf_dir::read(files.path() + "/moved/new/file"), "text");
     EXPECT_EQ(fs::status(files.path() + "/moved/new").permissions(), fs::perms(0751));
     EXPECT_EQ(fs::status(files.path() + "/moved/pipe").permissions(), fs::perms(0751));
@@ -151,7 +151,7 @@ TEST_P(Beneath, DirectoryThatWasReplacedKeepsItsAttributes) {
     fs::rename(files.path() + "/top/new", files.path() + "/away");
     fs::create_directory(files.path() + "/top/new");
     fs::permissions(files.path() + "/top/new", fs::perms(0700));
-    finish_directories(target, disk.take_directories(), problems);
+    target.directories.finish(target.below, problems);
     EXPECT_EQ(fs::status(files.path() + "/top/new").permissions(), fs::perms(0700));
     EXPECT_NE(problems.summary(), 0);
 }
