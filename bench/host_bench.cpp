@@ -193,7 +193,7 @@ int main(int argc, char** argv) {
         fprintf(stderr, "usage: host_bench THROTTLECTL [FILES]\n");
         return 2;
     }
-    const workshop in(argv[1], files);
+    const workshop in(fs::absolute(argv[1]).string(), files);
     const std::string plain = in.path("plain.tar");
     const std::string full = in.path("full.tar");
     const std::string image = in.path("store/daily/images");

@@ -3,7 +3,8 @@
 # Markdown tables, which docs/benchmarks.md explains. Nothing else should run meanwhile.
 #
 #   scripts/bench.sh [SECONDS]     how long each of the four pacers is measured, 30 unless given; the
-#                                  calls take a minute before that, the service two behind it
+#                                  calls take a minute before that, the service two behind it,
+#                                  and small files two more
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
