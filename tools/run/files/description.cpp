@@ -7,7 +7,7 @@
 namespace {
 
 constexpr off_t stat_block = 512; // bytes of a block as stat counts them
-constexpr const char* access_list_name = "system.posix_acl_access";
+constexpr const char* access_list_attribute = "system.posix_acl_access";
 
 bool may_have_holes(const struct stat& status) {
     return status.st_blocks * stat_block < status.st_size;
@@ -15,7 +15,7 @@ bool may_have_holes(const struct stat& status) {
 
 bool may_have_attributes(int file) {
     return flistxattr(file, nullptr, 0) != 0 ||
-           fgetxattr(file, access_list_name, nullptr, 0) >= 0 ||
+           fgetxattr(file, access_list_attribute, nullptr, 0) >= 0 ||
            (errno != ENODATA && errno != ENOTSUP);
 }
 

@@ -7,14 +7,14 @@
 
 namespace {
 
-constexpr size_t first_places = 1024; // a power of two
+constexpr size_t first_files = 1024; // a power of two
 constexpr unsigned value_bits = 48;
 constexpr uint64_t value_mask = (uint64_t{1} << value_bits) - 1;
 constexpr size_t most_devices = 0xfffe;
 
 } // namespace
 
-file_table::file_table() : places_(first_places) {}
+file_table::file_table() : places_(first_files) {}
 
 /// 1 for the first device that was added.
 std::optional<uint64_t> file_table::number_of(dev_t device) const {

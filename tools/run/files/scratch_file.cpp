@@ -14,10 +14,10 @@ namespace {
 constexpr size_t kept_in_memory = size_t{1} << 20;
 constexpr size_t least_read = 512; // bytes at once
 constexpr size_t most_read = size_t{64} * 1024;
-constexpr mode_t ours_alone = 0600;
-constexpr unsigned group_bits = 7;
-constexpr unsigned group_mask = 0x7f;
-constexpr unsigned more_groups = 0x80;
+constexpr mode_t scratch_mode = 0600;
+constexpr unsigned digit_bits = 7;
+constexpr unsigned digit_mask = 0x7f;
+constexpr unsigned more_digits = 0x80;
 constexpr unsigned number_bits = 64;
 
 std::string scratch_directory() {
@@ -25,14 +25,14 @@ std::string scratch_directory() {
     return wanted != nullptr && *wanted != '\0' ? wanted : "/var/tmp";
 }
 
-[[noreturn]] void fail(const char* what) {
+[[noreturn]] void scratch_failed(const char* what) {
     throw failure(fmt::format("a scratch file in {} {}: {} (TMPDIR names another directory)",
                               scratch_directory(), what, strerror(errno)));
 }
 
-descriptor new_file() {
+descriptor new_scratch_file() {
     const std::string directory = scratch_directory();
-    descriptor made(open(directory.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, ours_alone));
+    descriptor made(open(directory.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, scratch_mode));
     if (!made.is_open() && (errno == EOPNOTSUPP || errno == EISDIR || errno == EINVAL)) {
         std::string name = directory + "/throttlectl-XXXXXX";
         made = descriptor(mkostemp(name.data(), O_CLOEXEC));
@@ -41,7 +41,7 @@ descriptor new_file() {
         }
     }
     if (!made.is_open()) {
-        fail("can't be made");
+        scratch_failed("can't be made");
     }
     return made;
 }
@@ -57,13 +57,13 @@ void scratch_file::append(const std::string& bytes) {
 
 void scratch_file::write_tail() {
     if (!file_.is_open()) {
-        file_ = new_file();
+        file_ = new_scratch_file();
     }
     for (size_t done = 0; done < tail_.size();) {
         const ssize_t written = pwrite(file_.get(), tail_.data() + done, tail_.size() - done,
                                        static_cast<off_t>(in_file_ + done));
         if (written < 0 && errno != EINTR) {
-            fail("can't be written");
+            scratch_failed("can't be written");
         }
         done += static_cast<size_t>(std::max<ssize_t>(written, 0));
     }
@@ -80,7 +80,7 @@ size_t scratch_file::read(char* buffer, size_t length, uint64_t position) const 
                   static_cast<off_t>(position + done));
         if (got == 0 || (got < 0 && errno != EINTR)) {
             errno = got == 0 ? EIO : errno;
-            fail("can't be read");
+            scratch_failed("can't be read");
         }
         done += static_cast<size_t>(std::max<ssize_t>(got, 0));
     }
@@ -91,8 +91,8 @@ size_t scratch_file::read(char* buffer, size_t length, uint64_t position) const 
 }
 
 void put_number(std::string& bytes, uint64_t number) {
-    for (; number > group_mask; number >>= group_bits) {
-        bytes += static_cast<char>((number & group_mask) | more_groups);
+    for (; number > digit_mask; number >>= digit_bits) {
+        bytes += static_cast<char>((number & digit_mask) | more_digits);
     }
     bytes += static_cast<char>(number);
 }
@@ -112,13 +112,13 @@ bool scratch_reader::fill() {
 
 uint64_t scratch_reader::number() {
     uint64_t number = 0;
-    for (unsigned shift = 0; shift < number_bits; shift += group_bits) {
+    for (unsigned shift = 0; shift < number_bits; shift += digit_bits) {
         if (next_ == buffer_.size() && !fill()) {
             return 0;
         }
         const auto byte = static_cast<unsigned char>(buffer_[next_++]);
-        number |= uint64_t{byte & group_mask} << shift;
-        if ((byte & more_groups) == 0) {
+        number |= uint64_t{byte & digit_mask} << shift;
+        if ((byte & more_digits) == 0) {
             break;
         }
     }

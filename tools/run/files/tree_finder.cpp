@@ -11,7 +11,7 @@
 #include <unistd.h>
 
 namespace {
-constexpr int as_place = O_PATH;
+constexpr int place_flags = O_PATH;
 } // namespace
 
 tree_finder::tree_finder(const std::vector<tree_root>& roots) {
@@ -53,7 +53,7 @@ bool tree_finder::find_in(const opened_tree& tree, const std::string& below, str
     } else {
         std::string parent = parent_of(below);
         if (!opened_parent_.is_open() || tree_ != &tree || parent != parent_) {
-            opened_parent_ = tree.below->open_directory(parent, as_place);
+            opened_parent_ = tree.below->open_directory(parent, place_flags);
             tree_ = &tree;
             parent_ = std::move(parent);
         }
