@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <grp.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -94,10 +95,11 @@ bool tool_process::await(const std::string& file, const std::string& text) const
 
 ended tool_process::wait() {
     int status = 0;
-    waitpid(pid_, &status, 0);
+    rusage used = {};
+    wait4(pid_, &status, 0, &used);
     pid_ = -1;
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), conf_dir::read(out_path_),
-            conf_dir::read(err_path_)};
+            conf_dir::read(err_path_), used.ru_maxrss};
 }
 
 ended run_process(const std::vector<std::string>& command, const process_options& options) {

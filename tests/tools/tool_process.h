@@ -14,6 +14,7 @@ struct ended {
     int code = -1; ///< exit code; negative: the signal that ended it
     std::string out;
     std::string err;
+    long most_memory = 0; ///< KiB resident at once
 };
 
 struct process_options {
