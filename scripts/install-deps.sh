@@ -5,7 +5,8 @@
 #   smoke        and what the tests of the wire need
 #   tests        and what all tests need
 #   sanitizers   and what the tests need as clang builds them
-#   all          and what CI and the benchmarks use besides
+#   all          and what CI uses besides
+#   bench        what all tests need, and what the benchmarks set beside the plugin
 #
 # Does nothing, and needs no rights, when they are all there.
 set -euo pipefail
@@ -19,15 +20,17 @@ packages=(
 smoke=(libgtest-dev libgmock-dev)
 tests=("${smoke[@]}" git libcpp-httplib-dev libbenchmark-dev libxml2-utils chromium openssl)
 sanitizers=(clang libclang-rt-dev)
+peers=(curl fio libnbd-bin nbdkit pv rclone)
 
 for set in "$@"; do
   case "$set" in
     smoke) packages+=("${smoke[@]}") ;;
     tests) packages+=("${tests[@]}") ;;
     sanitizers) packages+=("${tests[@]}" "${sanitizers[@]}") ;;
-    all) packages+=("${tests[@]}" "${sanitizers[@]}" clang-format clang-tidy fio mmdebstrap pv) ;;
+    all) packages+=("${tests[@]}" "${sanitizers[@]}" clang-format clang-tidy mmdebstrap) ;;
+    bench) packages+=("${tests[@]}" "${peers[@]}") ;;
     *)
-      sed -n '2,10s/^# \{0,1\}//p' "$0" >&2
+      sed -n '2,11s/^# \{0,1\}//p' "$0" >&2
       exit 2 ;;
   esac
 done
