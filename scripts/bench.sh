@@ -51,8 +51,8 @@ pipe_viewer() { { pv -q -B $block -L $rate /dev/zero 2>"$scratch/said" || true; 
 
 # server_of_disks [STREAMS]: so many clients of one server, all into one pipe.
 server_of_disks() {
-  { nbdkit -U - --filter=rate memory 1T rate=$((rate * 8)) --run '
-      for ((stream = 0; stream < '"${1:-1}"'; ++stream)); do
+  { nbdkit -U - --filter=rate pattern 1T rate=$((rate * 8)) --run '
+      for stream in $(seq '"${1:-1}"'); do
         nbdcopy --request-size='$block' "$uri" - &
       done
       wait' 2>"$scratch/said" || true; } | meter_stream
