@@ -22,17 +22,31 @@ uint64_t rate_of_direction(const throttling_config_s& config, operation_type_t o
 
 } // namespace
 
+pacing_window window_at(const throttling_config_s& config, const tm& when) {
+    if (when.tm_wday >= config.weekend_start && when.tm_wday <= config.weekend_end) {
+        return pacing_window::weekend;
+    }
+    if (in_window(when.tm_hour, config.off_time_start, config.off_time_end)) {
+        return pacing_window::off_time;
+    }
+    if (in_window(when.tm_hour, config.work_time_start, config.work_time_end)) {
+        return pacing_window::work_time;
+    }
+    return pacing_window::none;
+}
+
 uint64_t allowed_rate(const throttling_config_s& config, operation_type_t operation,
                       const tm& when) {
     const uint64_t rate = rate_of_direction(config, operation);
-    if (when.tm_wday >= config.weekend_start && when.tm_wday <= config.weekend_end) {
+    switch (window_at(config, when)) {
+    case pacing_window::weekend:
         return percent_of(rate, config.weekend_bandwidth_percent);
-    }
-    if (in_window(when.tm_hour, config.off_time_start, config.off_time_end)) {
+    case pacing_window::off_time:
         return percent_of(rate, config.off_time_bandwidth_percent);
-    }
-    if (in_window(when.tm_hour, config.work_time_start, config.work_time_end)) {
+    case pacing_window::work_time:
         return percent_of(rate, config.work_time_bandwidth_percent);
+    case pacing_window::none:
+        break;
     }
     return rate;
 }

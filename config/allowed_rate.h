@@ -14,6 +14,12 @@ enum operation_type_t : unsigned {
     OPERATION_READ_WRITE = 2,
 };
 
+/// What decides the percent of an hour.
+enum class pacing_window { none, work_time, off_time, weekend };
+
+/// The window that holds at the local time `when`.
+pacing_window window_at(const throttling_config_s& config, const tm& when);
+
 /// Bytes per second that may be used for `operation` at the local time `when`, before it is shared
 /// among connections. The direction's percent and that of the window that holds multiply; a weekend
 /// day looks at no hour window, and where the off window and the work window both hold, off counts.

@@ -67,6 +67,11 @@ bool store(const setting& which, throttling_config_s* config, const char* value)
     return false;
 }
 
+} // namespace
+
+char plugin_config_path[4096];
+char cloudstore_config_path[4096];
+
 const setting* find_key(const char* key) {
     for (const setting& each : settings) {
         if (each.key != nullptr && strcmp(key, each.key) == 0) {
@@ -76,9 +81,19 @@ const setting* find_key(const char* key) {
     return nullptr;
 }
 
-/// The whole file as text.
-void form_file(const throttling_config_s& config, char (&buffer)[STS_CONFIG_SIZE]) {
-    config_text text(buffer);
+config_text::config_text(char* buffer, size_t size) : buffer_(buffer), size_(size) {
+    memset(buffer_, 0, size_);
+}
+
+void config_text::add(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    vsnprintf(buffer_ + used_, size_ - used_, format, arguments);
+    va_end(arguments);
+    used_ += strlen(buffer_ + used_);
+}
+
+void form_file(const throttling_config_s& config, config_text& text) {
     for (const setting& each : settings) {
         if (!each.in_file) {
             continue;
@@ -100,21 +115,6 @@ void form_file(const throttling_config_s& config, char (&buffer)[STS_CONFIG_SIZE
             break;
         }
     }
-}
-
-} // namespace
-
-char plugin_config_path[4096];
-char cloudstore_config_path[4096];
-
-config_text::config_text(char* buffer) : buffer_(buffer) { memset(buffer_, 0, STS_CONFIG_SIZE); }
-
-void config_text::add(const char* format, ...) {
-    va_list arguments;
-    va_start(arguments, format);
-    vsnprintf(buffer_ + used_, STS_CONFIG_SIZE - used_, format, arguments);
-    va_end(arguments);
-    used_ += strlen(buffer_ + used_);
 }
 
 bool operator==(const throttling_config_s& one, const throttling_config_s& other) {
@@ -164,49 +164,68 @@ int is_overlap(int start1, int end1, int start2, int end2) {
            is_between(start2, end2, start1) || is_between(start2, end2, end1 - 1);
 }
 
+window_repairs mend_windows(throttling_config_s& config) {
+    window_repairs done;
+    if (config.work_time_start == config.work_time_end) {
+        done.work_was_empty = true;
+        config.work_time_end = (config.work_time_start + 1) % 24;
+    }
+    if (config.off_time_start == config.off_time_end) {
+        done.off_was_empty = true;
+        config.off_time_end = (config.off_time_start + 1) % 24;
+    }
+    if (is_overlap(config.work_time_start, config.work_time_end, config.off_time_start,
+                   config.off_time_end)) {
+        done.overlapped = true;
+        config.off_time_end = config.work_time_start;
+        config.off_time_start = config.work_time_end;
+    }
+    return done;
+}
+
 int check_time(const sts_session_def_v7_t* session, throttling_config_s* config) {
-    if (config->work_time_start == config->work_time_end) {
+    const window_repairs done = mend_windows(*config);
+    if (done.work_was_empty) {
         log_msg(session, __func__, 1, STS_SEV_WARN,
                 "work_time_start cannot equal to work_time_end, set work_time_end = "
                 "work_time_start + 1.");
-        config->work_time_end = (config->work_time_start + 1) % 24;
     }
-    if (config->off_time_start == config->off_time_end) {
+    if (done.off_was_empty) {
         log_msg(session, __func__, 1, STS_SEV_WARN,
                 "off_time_start cannot equal to off_time_end, set off_time_end = "
                 "off_time_start + 1.");
-        config->off_time_end = (config->off_time_start + 1) % 24;
     }
-    if (is_overlap(config->work_time_start, config->work_time_end, config->off_time_start,
-                   config->off_time_end)) {
+    if (done.overlapped) {
         log_msg(session, __func__, 1, STS_SEV_WARN,
                 "work time overlaps with off time, set off_time_end as work_time_start, set "
                 "off_time_start as work_time_end.");
-        config->off_time_end = config->work_time_start;
-        config->off_time_start = config->work_time_end;
     }
     return STS_OK;
 }
 
-void parse_oneline_to_var(const sts_session_def_v7_t* session, throttling_config_s* config,
-                          const char* key, const char* value) {
+line_result parse_oneline_to_var(const sts_session_def_v7_t* session, throttling_config_s* config,
+                                 const char* key, const char* value) {
     if (const setting* known = find_key(key)) {
         if (!store(*known, config, value)) {
             log_msg(session, __func__, 1, STS_SEV_WARN, "invalid %s, set to default.",
                     known->field);
+            return line_result::refused;
         }
-        return;
+        return line_result::stored;
     }
     if (strncmp(key, storage_prefix, storage_prefix_length) != 0) {
         log_msg(session, __func__, 1, STS_SEV_WARN, "Ignore item:%s.", key);
-        return;
+        return line_result::ignored;
     }
+    line_result result = line_result::storage;
     int32_t limit = number_of(value);
     if (limit <= 0) {
+        result = line_result::storage_by_default;
         log_msg(session, __func__, 1, STS_SEV_WARN, "invalid connections count, set to default.");
         limit = config->default_max_connections;
     }
     config->connections[key + storage_prefix_length] = static_cast<uint32_t>(limit);
+    return result;
 }
 
 bool find_setting(const sts_session_def_v7_t* session, const char* who, char* line,
@@ -227,6 +246,8 @@ bool find_setting(const sts_session_def_v7_t* session, const char* who, char* li
 
 namespace {
 
+constexpr const char* reader = "read_config_file_to_var";
+
 /// Has the whole of our file in `buffer` before the lock is given back: the host's callback may run
 /// while it is parsed.
 settings_seen fill_buffer(FILE* file, char (&buffer)[config_line_size]) {
@@ -237,40 +258,52 @@ settings_seen fill_buffer(FILE* file, char (&buffer)[config_line_size]) {
     return seen;
 }
 
+} // namespace
+
+void read_lines(const sts_session_def_v7_t* session, throttling_config_s* config, FILE* file,
+                const settings_listener& listener) {
+    char line[config_line_size];
+    config_line parts;
+    while (fgets(line, sizeof line, file) != nullptr) {
+        settings_piece piece = {line, nullptr, line_result::ignored};
+        if (find_setting(session, reader, line, parts)) {
+            log_msg(session, reader, 1, STS_SEV_DEBUG, "%s", line);
+            parts.cut();
+            piece.value = parts.value();
+            piece.result = parse_oneline_to_var(session, config, parts.key, piece.value);
+        }
+        if (listener && !listener(piece, *config)) {
+            return;
+        }
+    }
+}
+
+namespace {
+
 /// Reads one file. `seen` may be null; otherwise the file is our own.
 int read_file(const sts_session_def_v7_t* session, throttling_config_s* config, const char* path,
               settings_seen* seen) {
-    constexpr const char* who = "read_config_file_to_var";
-    log_msg(session, who, 1, STS_SEV_DEBUG, "enter.");
+    log_msg(session, reader, 1, STS_SEV_DEBUG, "enter.");
     char buffer[config_line_size];
     file_ptr file = open_settings(path);
     if (file == nullptr) {
         if (seen != nullptr) {
             seen->state = errno == ENOENT ? settings_seen::missing : settings_seen::unreadable;
         }
-        log_msg(session, who, 1, STS_SEV_WARN, "file %s not found, use default config setting.",
+        log_msg(session, reader, 1, STS_SEV_WARN, "file %s not found, use default config setting.",
                 path);
         return STS_ERR_END_OF_LIST;
     }
     if (seen != nullptr) {
         *seen = fill_buffer(file.get(), buffer);
     }
-    char line[config_line_size];
-    config_line parts;
-    while (fgets(line, sizeof line, file.get()) != nullptr) {
-        if (!find_setting(session, who, line, parts)) {
-            continue;
-        }
-        log_msg(session, who, 1, STS_SEV_DEBUG, "%s", line);
-        parts.cut();
-        parse_oneline_to_var(session, config, parts.key, parts.value());
-    }
+    read_lines(session, config, file.get(), {});
     if (seen != nullptr && !feof(file.get())) {
         seen->state = settings_seen::unreadable; // only its beginning was
     }
     check_time(session, config);
     file.reset();
-    log_msg(session, who, 1, STS_SEV_DEBUG, "leave.");
+    log_msg(session, reader, 1, STS_SEV_DEBUG, "leave.");
     return STS_OK;
 }
 
@@ -280,7 +313,8 @@ int rewrite_file(const sts_session_def_v7_t* session, const throttling_config_s&
     constexpr const char* who = "write_config_file_from_var";
     log_msg(session, who, 1, STS_SEV_DEBUG, "enter.");
     char text[STS_CONFIG_SIZE];
-    form_file(config, text);
+    config_text whole(text);
+    form_file(config, whole);
     if (const int status = replace_settings(plugin_config_path, text, seen)) {
         if (status == settings_left) {
             log_msg(session, who, 1, STS_SEV_ERROR,

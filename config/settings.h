@@ -5,6 +5,8 @@
 #include "config/throttling_util.h"
 
 #include <cstddef>
+#include <cstdio>
+#include <functional>
 
 constexpr const char* storage_prefix = "THR:"; ///< begins every key of ours, also a storage's
 constexpr size_t storage_prefix_length = 4;
@@ -76,9 +78,21 @@ constexpr setting settings[] = {
 extern char plugin_config_path[4096];
 extern char cloudstore_config_path[4096];
 
+/// What a key and its value have come to.
+enum class line_result {
+    stored,             ///< in the setting's field
+    refused,            ///< with a warning; the field keeps what it had
+    storage,            ///< stored as the limit of a storage
+    storage_by_default, ///< the same, with a warning and default_max_connections as the limit
+    ignored,            ///< with a warning
+};
+
+/// The setting of that key; null when there is none.
+const setting* find_key(const char* key);
+
 /// Applies one key and its value to `config`, or warns.
-void parse_oneline_to_var(const sts_session_def_v7_t* session, throttling_config_s* config,
-                          const char* key, const char* value);
+line_result parse_oneline_to_var(const sts_session_def_v7_t* session, throttling_config_s* config,
+                                 const char* key, const char* value);
 
 /// A line of a settings file: KEY=VALUE and a newline.
 struct config_line {
@@ -96,15 +110,45 @@ struct config_line {
 bool find_setting(const sts_session_def_v7_t* session, const char* who, char* line,
                   config_line& parts);
 
-/// A text of at most STS_CONFIG_SIZE - 1 characters that is put together piece by piece. What
-/// doesn't fit is cut without a word.
+/// A piece of a settings file as it is read: a line, or as much of one as is read at once.
+struct settings_piece {
+    const char* text;   ///< the key of a setting, else all of the piece
+    const char* value;  ///< null: a comment, or ignored as no setting
+    line_result result; ///< of a setting
+};
+
+/// Hears of each piece of a file once it is read, and what the record holds then. False ends the
+/// reading.
+using settings_listener =
+    std::function<bool(const settings_piece& piece, const throttling_config_s& config)>;
+
+/// Reads all lines of an open file over what `config` holds, as read_config_file_to_var does, but
+/// mends no windows. An empty `listener` hears nothing.
+void read_lines(const sts_session_def_v7_t* session, throttling_config_s* config, FILE* file,
+                const settings_listener& listener);
+
+/// What was wrong with the windows of a record.
+struct window_repairs {
+    bool work_was_empty = false; ///< now it is an hour long
+    bool off_was_empty = false;
+    bool overlapped = false; ///< now the off window is what the work window leaves
+};
+
+/// Mends windows that are empty or overlap.
+window_repairs mend_windows(throttling_config_s& config);
+
+/// A text that is put together piece by piece. What doesn't fit is cut without a word.
 class config_text {
   public:
-    /// `buffer` has STS_CONFIG_SIZE bytes; all of it is cleared.
-    explicit config_text(char* buffer);
+    /// `buffer` has `size` bytes, terminator included; all of it is cleared.
+    explicit config_text(char* buffer, size_t size = STS_CONFIG_SIZE);
     void add(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
   private:
     char* const buffer_;
+    const size_t size_;
     size_t used_ = 0;
 };
+
+/// The whole file as it is written for `config`.
+void form_file(const throttling_config_s& config, config_text& text);

@@ -1,9 +1,10 @@
 // "config": the settings of a server as all its layers tell them: read them, and change some of
-// them while all the others stay.
+// them while all the others stay; and the plugin's file, checked.
 
 #include "tools/host/records.h"
 #include "tools/host/status_names.h"
 #include "tools/manage/commands.h"
+#include "tools/manage/config_check.h"
 #include "tools/manage/settings.h"
 #include "tools/terminal/failure.h"
 #include "tools/terminal/printable.h"
@@ -19,10 +20,12 @@ constexpr uint32_t usual_room = 64 * 1024;
 constexpr uint32_t most_room = 16 * 1024 * 1024;
 
 struct config_options {
+    std::string file;
     std::string key;
     std::vector<std::string> assignments;
     bool as_text = false;
     bool as_json = false;
+    bool is_forced = false; ///< sets also what the check calls an error
 };
 
 /// The text as the layers give it, asked again with the room that they say they need.
@@ -168,7 +171,10 @@ void print_changes(const server_settings& before, const server_settings& after) 
     }
     if (!is_changed) {
         fmt::print("All is as it was: these are the values that it had.\n");
+        return;
     }
+    fmt::print("The plugin goes by that for every server that is opened from now on; one that is "
+               "open\ngoes on with what it has read.\n");
 }
 
 int run_set(const server_options& common, const config_options& options) {
@@ -178,9 +184,16 @@ int run_set(const server_options& common, const config_options& options) {
     }
     connection to(common);
     const server_settings before = read_config(to.server);
+    wanted = with_plain_sizes(before, std::move(wanted));
     const std::string text = changed_text(before, wanted, common.server);
     if (const std::string refused = refused_by_plugin(text, wanted); !refused.empty()) {
         throw failure(failed_text(to.server, wanted, refused + "nothing is changed"));
+    }
+    if (const std::string errors = new_errors(before, wanted);
+        !errors.empty() && !options.is_forced) {
+        throw failure(failed_text(to.server, wanted,
+                                  "nothing is changed; --force sets it all the same\n" +
+                                      errors.substr(0, errors.size() - 1)));
     }
     std::string reason;
     if (const int status = write_text(to.server, text, reason)) {
@@ -203,8 +216,7 @@ int run_set(const server_options& common, const config_options& options) {
 void add_config(CLI::App& app, request& asked) {
     const auto options = std::make_shared<config_options>();
     const std::string shared = " --server CS_throttle:global:disk:/srv/store";
-    CLI::App* const config =
-        app.add_subcommand("config", "Read and change the settings of a server's layers");
+    CLI::App* const config = app.add_subcommand("config", "Read, change and check settings");
     config->require_subcommand(1);
     config->fallthrough();
     config->footer(
@@ -231,13 +243,29 @@ void add_config(CLI::App& app, request& asked) {
         ->required()
         ->type_name("");
     add_server(*set, asked.common.server)->required();
+    set->add_flag("--force", options->is_forced,
+                  "Set also what \"config check\" calls an error, where the plugin takes it");
     set->footer(command_help(
         "A server of the type \"global\" sets what all storages share, any other its own "
         "storage's\n"
         "limit of connections; the next layer's settings can be set through both. Every setting\n"
         "that isn't named stays. Setting through a global server rewrites the plugin's file: its\n"
-        "comments go, and THR:CSSC_HOST_NAME becomes localhost.\n",
-        {"config set THR:SAMPLE_INTERVAL=30 THR:AVAIL_BANDWIDTH=52428800" + shared,
+        "comments go, and THR:CSSC_HOST_NAME becomes localhost.\n"
+        "Where bytes are asked for, 100M, 1.5G or 12.5MB/s will do; all factors are 1024.\n",
+        {"config set THR:SAMPLE_INTERVAL=5 THR:AVAIL_BANDWIDTH=50M" + shared,
          "config set THR:/srv/store=4 STS:EVENTS_KEPT=500" + std::string(example_server)}));
     chooses(*set, asked, [&asked, options] { return run_set(asked.common, *options); });
+
+    CLI::App* const check =
+        config->add_subcommand("check", "Say what is wrong with a settings file");
+    add_named(*check, "FILE", options->file, "The file (default: the plugin's)");
+    add_json(*check, options->as_json);
+    check->footer(
+        "A line for each: FILE:LINE: error|warning: KEY: what is wrong; what the plugin makes of\n"
+        "it. Ends with 1 when there is an error. The object of --json holds file, errors,\n"
+        "warnings (both numbers) and findings, each with line, severity, key, wrong and effect;\n"
+        "line and key may be null.\n\n" +
+        examples({"config check", "config check --conf-dir /etc/throttling",
+                  "config check --json draft.conf"}));
+    chooses(*check, asked, [options] { return run_check(options->file, options->as_json); });
 }

@@ -1,11 +1,11 @@
 // "preview": shows what the settings allow.
 
 #include "config/settings.h"
+#include "tools/host/settings_findings.h"
 #include "tools/manage/commands.h"
 #include "tools/manage/preview_table.h"
 #include "tools/terminal/failure.h"
 
-#include <cstring>
 #include <ctime>
 #include <fmt/format.h>
 #include <memory>
@@ -18,25 +18,12 @@ struct preview_options {
     bool week = false;                         ///< all seven days; else today
 };
 
-/// The readers' warnings name the setting; the file is the one that is previewed.
-void print_warning(const char* /*session_id*/, const char* message,
-                   sts_severity_v7_t /*severity*/) {
-    const char* const behind_name = strchr(message, ']');
-    std::string text = behind_name != nullptr ? behind_name + 1 : message;
-    while (!text.empty() && text.back() == '\n') {
-        text.pop_back();
-    }
-    fmt::print(stderr, "{}: {}\n", plugin_config_path, text);
-}
-
 throttling_config_s read_settings() {
-    sts_session_def_v7_t session = {};
-    session.log = print_warning;
-    session.log_mask = STS_LOG_WARN;
-    throttling_config_s config;
-    config_set_path(nullptr);
-    read_config_file_to_var(&session, &config, plugin_config_path);
-    return config;
+    const checked_settings found = told_settings();
+    if (found.state == checked_settings::missing) {
+        throw failure(missing_settings_text(plugin_config_path));
+    }
+    return found.config;
 }
 
 /// Reads the settings file, names what is wrong with it on standard error, and prints the rates.

@@ -2,6 +2,7 @@
 
 #include "tools/figures/plot.h"
 #include "tools/figures/report.h"
+#include "tools/host/settings_findings.h"
 #include "tools/run/streams/supervise.h"
 #include "tools/terminal/console.h"
 #include "tools/terminal/failure.h"
@@ -74,6 +75,7 @@ int run_operation(const run_options& options, transfer& run, const std::function
     }
     require_writable(options.json);
     require_writable(options.plot);
+    told_settings();
     const std::exception_ptr thrown = supervise(run, job);
     if (thrown == nullptr) {
         report(options, run, "done");
