@@ -217,4 +217,57 @@ TEST_F(ConfigCommand, WrongArgumentsEndWith2) {
     EXPECT_EQ(get(shared(), {"a", "b"}).code, 2);
 }
 
+TEST_F(ConfigCommand, CheckSaysWhatIsWrongAndEndsWithOneForAnError) {
+    write_settings("THR:SAMPLE_INTERVAL=5\n");
+    const std::string file = path("conf") + "/libstspithrottling.conf";
+    const ended well = tool({"config", "check"});
+    EXPECT_EQ(well.code, 0);
+    EXPECT_EQ(well.out, file + ": nothing is wrong\n");
+    write_text(path("draft"), "THR:SAMPLE_INTERVAL=61\n");
+    EXPECT_EQ(tool({"config", "check", path("draft")}).code, 0); // a warning alone
+    write_text(path("draft"), "THR:SAMPLE_INTERVAL=5s\n");
+    const ended wrong = tool({"config", "check", path("draft")});
+    EXPECT_EQ(wrong.code, 1);
+    EXPECT_EQ(wrong.out, path("draft") + ":1: error: THR:SAMPLE_INTERVAL: \"5s\" isn't a whole "
+                                         "number; the plugin takes 5\n");
+    const json told = json::parse(tool({"config", "check", "--json", path("draft")}).out);
+    EXPECT_EQ(told["errors"], 1);
+    EXPECT_EQ(told["warnings"], 0);
+    EXPECT_EQ(told["findings"][0]["line"], 1);
+    EXPECT_EQ(told["findings"][0]["key"], "THR:SAMPLE_INTERVAL");
+    const ended missing = tool({"config", "check", path("none")});
+    EXPECT_EQ(missing.code, 1);
+    EXPECT_THAT(missing.err, HasSubstr(path("none") + ": there is no such file"));
+    EXPECT_THAT(missing.err, HasSubstr("echo THR:SAMPLE_INTERVAL=5 > " + path("none")));
+}
+
+TEST_F(ConfigCommand, PreviewSaysTheLinesOfTheCheck) {
+    write_settings("THR:SAMPLE_INTERVAL=5s\n");
+    const ended shown = tool({"preview", "--at", "+1h", "--json"});
+    EXPECT_EQ(shown.code, 0);
+    EXPECT_EQ(shown.err, tool({"config", "check"}).out);
+    EXPECT_EQ(json::parse(shown.out)["read"], 104857600);
+    EXPECT_EQ(tool({"preview", "--at", "soon"}).code, 2);
+    std::filesystem::remove(path("conf") + "/libstspithrottling.conf");
+    const ended missing = tool({"preview"});
+    EXPECT_EQ(missing.code, 1);
+    EXPECT_THAT(missing.err, HasSubstr("libstspithrottling.conf: there is no such file"));
+}
+
+TEST_F(ConfigCommand, SetRefusesWhatTheCheckCallsAnErrorUnlessForced) {
+    expect_refusal(shared(), {"THR:OFF_TIME_BANDWIDTH_PERCENT=0"}, 1,
+                   "comes to 0 in 84 hours of the week");
+    EXPECT_EQ(set(shared(), {"--force", "THR:OFF_TIME_BANDWIDTH_PERCENT=0"}).code, 0);
+    EXPECT_EQ(value("THR:OFF_TIME_BANDWIDTH_PERCENT"), "0\n");
+    EXPECT_EQ(set(shared(), {"THR:WORK_TIME_END=17"}).code, 0); // that was wrong before
+}
+
+TEST_F(ConfigCommand, SetTakesSizesAsPeopleWriteThemAndSaysFromWhenItHolds) {
+    const ended done = set(shared(), {"THR:AVAIL_BANDWIDTH=12.5MB/s"});
+    EXPECT_EQ(done.code, 0);
+    EXPECT_THAT(done.out, HasSubstr("THR:AVAIL_BANDWIDTH: 104857600 -> 13107200\n"));
+    EXPECT_THAT(done.out, HasSubstr("for every server that is opened from now on"));
+    EXPECT_EQ(value("THR:AVAIL_BANDWIDTH"), "13107200\n");
+}
+
 } // namespace

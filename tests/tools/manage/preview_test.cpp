@@ -4,9 +4,6 @@
 #include <gtest/gtest.h>
 #include <sstream>
 
-using testing::HasSubstr;
-using testing::Not;
-
 namespace {
 
 tm on(int day, int hour) {
@@ -56,12 +53,26 @@ TEST(Preview, ShowsTheWindowsAndTheWeekendThatIsSaturdayAlone) {
     EXPECT_EQ(eight[13], "200.0"); // Sunday
 }
 
-TEST(Preview, DayShowsThatDayAndMarksTheHour) {
-    const std::string table = preview_table(windows(), OPERATION_READ, on(3, 12), false);
-    EXPECT_THAT(table, HasSubstr("Wednesday"));
-    EXPECT_THAT(table, Not(HasSubstr("Thursday")));
-    EXPECT_THAT(table, HasSubstr("12:00    200.0 KiB/s*\n"));
-    EXPECT_EQ(std::count(table.begin(), table.end(), '*'), 1);
+TEST(Preview, DayMergesEqualHoursWithin80ColumnsAndMarksThePresentOnes) {
+    EXPECT_EQ(preview_table(windows(), OPERATION_READ, on(3, 12), false),
+              "reads   Wednesday\n"
+              "00:00-08:00    1000.0 KiB/s   off time\n"
+              "08:00-18:00     200.0 KiB/s*  work time\n"
+              "18:00-24:00    1000.0 KiB/s   off time\n");
+    EXPECT_EQ(preview_table(windows(), OPERATION_WRITE, on(6, 0), false),
+              "writes  Saturday\n"
+              "00:00-24:00     500.0 KiB/s*  weekend\n");
+}
+
+TEST(Preview, JsonHoldsTheHoursOfTheDayOrTheWeek) {
+    const auto day = preview_json(windows(), on(3, 12), false);
+    ASSERT_EQ(day.size(), 3U);
+    EXPECT_EQ(day[1]["day"], "Wednesday");
+    EXPECT_EQ(day[1]["from"], 8);
+    EXPECT_EQ(day[1]["to"], 18);
+    EXPECT_EQ(day[1]["window"], "work time");
+    EXPECT_EQ(day[1]["read"], 204800);
+    EXPECT_EQ(preview_json(windows(), on(3, 12), true).size(), 6U * 3 + 1);
 }
 
 } // namespace
