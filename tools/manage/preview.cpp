@@ -149,11 +149,12 @@ void add_preview(CLI::App& app, request& asked) {
         ->excludes(week);
     add_json(*preview, kept->preview.as_json);
     preview->footer(
-        "WHEN is local: now, +2h (or m, d), \"Sat 03:00\" (the next), \"2026-11-28 03:00\".\n"
-        "The object of --json holds file, sample_interval, findings (as \"config check\" tells\n"
-        "them), at, and hours: a list, each with day, from, to, window, read and write (bytes\n"
-        "per second); with --at, in place of hours, window, read, write and until, which may be\n"
-        "null. What is wrong with the file is said on standard error.\n\n" +
+        "WHEN is local: now, +2h (or m, d), \"Sat 03:00\" (the next),\n"
+        "\"2026-11-28 03:00\". The object of --json holds file, sample_interval,\n"
+        "findings (as \"config check\" tells them), at, and hours: a list, each with\n"
+        "day, from, to, window, read and write (bytes per second); with --at, in place\n"
+        "of hours, window, read, write and until, which may be null. What is wrong with\n"
+        "the file is said on standard error.\n\n" +
         examples({"preview --conf-dir /etc/throttling --direction write --week",
                   "preview --at 'Sat 03:00'"}));
     chooses(*preview, asked, [kept] {
