@@ -238,7 +238,8 @@ TEST_F(Refusal, LogShowsThePluginsWarningsAndVerboseAllOfIt) {
         "plugin warning: [parse_oneline_to_var]invalid read_bandwidth_percent, set to default.\n";
     const std::string debug = "plugin debug: [throttling_open_server_v7]enter.\n";
     const ended quiet = backup_with_a_bad_setting({"tree", "--name", "a"});
-    EXPECT_THAT(quiet.err, IsEmpty());
+    EXPECT_THAT(quiet.err, testing::Not(HasSubstr("plugin warning:")));
+    EXPECT_THAT(quiet.err, HasSubstr("conf:2: error: THR:READ_BANDWIDTH_PERCENT: 101 isn't from"));
     const ended log = backup_with_a_bad_setting({"tree", "--name", "b", "--log"});
     EXPECT_THAT(log.err, HasSubstr(warning));
     EXPECT_THAT(log.err, testing::Not(HasSubstr(debug)));

@@ -138,15 +138,15 @@ TEST_F(Usage, PreviewShowsTheWeekOfTheSettings) {
     EXPECT_THAT(preview.out, HasSubstr("writes"));
     EXPECT_THAT(preview.out, testing::Not(HasSubstr("reads")));
     EXPECT_EQ(preview.err, path("conf/libstspithrottling.conf") +
-                               ": invalid read_bandwidth_percent, set to default.\n");
+                               ":4: error: THR:READ_BANDWIDTH_PERCENT: 101 isn't from 0 to 100; "
+                               "the plugin refuses it and goes on with 100\n");
 }
 
-TEST_F(Usage, PreviewWithoutAFileShowsTheDefaultsAndMakesNone) {
+TEST_F(Usage, PreviewWithoutAFileNamesItAndMakesNone) {
     const ended preview = tool({"preview", "--conf-dir", path("")});
-    EXPECT_EQ(preview.code, 0);
-    EXPECT_THAT(preview.out, HasSubstr("Throttling is off"));
-    EXPECT_THAT(preview.out, HasSubstr("100.0 MiB/s"));
-    EXPECT_THAT(preview.err, HasSubstr("not found, use default config setting."));
+    EXPECT_EQ(preview.code, 1);
+    EXPECT_EQ(preview.out, "");
+    EXPECT_THAT(preview.err, HasSubstr("libstspithrottling.conf: there is no such file"));
     EXPECT_FALSE(std::filesystem::exists(path("libstspithrottling.conf")));
 }
 

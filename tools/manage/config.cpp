@@ -6,6 +6,7 @@
 #include "tools/manage/commands.h"
 #include "tools/manage/config_check.h"
 #include "tools/manage/settings.h"
+#include "tools/terminal/console.h"
 #include "tools/terminal/failure.h"
 #include "tools/terminal/printable.h"
 
@@ -173,8 +174,8 @@ void print_changes(const server_settings& before, const server_settings& after) 
         fmt::print("All is as it was: these are the values that it had.\n");
         return;
     }
-    fmt::print("The plugin goes by that for every server that is opened from now on; one that is "
-               "open\ngoes on with what it has read.\n");
+    console::get().line("The plugin goes by that for every server that is opened from now on; one "
+                        "that is\nopen goes on with what it has read.");
 }
 
 int run_set(const server_options& common, const config_options& options) {

@@ -220,7 +220,7 @@ TEST_F(ConfigCommand, WrongArgumentsEndWith2) {
 TEST_F(ConfigCommand, CheckSaysWhatIsWrongAndEndsWithOneForAnError) {
     write_settings("THR:SAMPLE_INTERVAL=5\n");
     const std::string file = path("conf") + "/libstspithrottling.conf";
-    const ended well = tool({"config", "check"});
+    const ended well = tool({"config", "check", "--conf-dir", path("conf")});
     EXPECT_EQ(well.code, 0);
     EXPECT_EQ(well.out, file + ": nothing is wrong\n");
     write_text(path("draft"), "THR:SAMPLE_INTERVAL=61\n");
@@ -243,13 +243,13 @@ TEST_F(ConfigCommand, CheckSaysWhatIsWrongAndEndsWithOneForAnError) {
 
 TEST_F(ConfigCommand, PreviewSaysTheLinesOfTheCheck) {
     write_settings("THR:SAMPLE_INTERVAL=5s\n");
-    const ended shown = tool({"preview", "--at", "+1h", "--json"});
+    const ended shown = tool({"preview", "--at", "+1h", "--json", "--conf-dir", path("conf")});
     EXPECT_EQ(shown.code, 0);
-    EXPECT_EQ(shown.err, tool({"config", "check"}).out);
+    EXPECT_EQ(shown.err, tool({"config", "check", "--conf-dir", path("conf")}).out);
     EXPECT_EQ(json::parse(shown.out)["read"], 104857600);
-    EXPECT_EQ(tool({"preview", "--at", "soon"}).code, 2);
+    EXPECT_EQ(tool({"preview", "--at", "soon", "--conf-dir", path("conf")}).code, 2);
     std::filesystem::remove(path("conf") + "/libstspithrottling.conf");
-    const ended missing = tool({"preview"});
+    const ended missing = tool({"preview", "--conf-dir", path("conf")});
     EXPECT_EQ(missing.code, 1);
     EXPECT_THAT(missing.err, HasSubstr("libstspithrottling.conf: there is no such file"));
 }
@@ -266,7 +266,7 @@ TEST_F(ConfigCommand, SetTakesSizesAsPeopleWriteThemAndSaysFromWhenItHolds) {
     const ended done = set(shared(), {"THR:AVAIL_BANDWIDTH=12.5MB/s"});
     EXPECT_EQ(done.code, 0);
     EXPECT_THAT(done.out, HasSubstr("THR:AVAIL_BANDWIDTH: 104857600 -> 13107200\n"));
-    EXPECT_THAT(done.out, HasSubstr("for every server that is opened from now on"));
+    EXPECT_THAT(done.err, HasSubstr("for every server that is opened from now on"));
     EXPECT_EQ(value("THR:AVAIL_BANDWIDTH"), "13107200\n");
 }
 

@@ -56,12 +56,12 @@ TEST(Preview, ShowsTheWindowsAndTheWeekendThatIsSaturdayAlone) {
 TEST(Preview, DayMergesEqualHoursWithin80ColumnsAndMarksThePresentOnes) {
     EXPECT_EQ(preview_table(windows(), OPERATION_READ, on(3, 12), false),
               "reads   Wednesday\n"
-              "00:00-08:00    1000.0 KiB/s   off time\n"
-              "08:00-18:00     200.0 KiB/s*  work time\n"
-              "18:00-24:00    1000.0 KiB/s   off time\n");
+              "00:00-08:00   1000.0 KiB/s   off time\n"
+              "08:00-18:00    200.0 KiB/s*  work time\n"
+              "18:00-24:00   1000.0 KiB/s   off time\n");
     EXPECT_EQ(preview_table(windows(), OPERATION_WRITE, on(6, 0), false),
               "writes  Saturday\n"
-              "00:00-24:00     500.0 KiB/s*  weekend\n");
+              "00:00-24:00    500.0 KiB/s*  weekend\n");
 }
 
 TEST(Preview, JsonHoldsTheHoursOfTheDayOrTheWeek) {
