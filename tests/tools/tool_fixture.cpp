@@ -145,3 +145,7 @@ void ToolTest::give_away(const std::string& name) const {
 }
 
 void write_text(const std::string& path, const std::string& text) { conf_dir::write(path, text); }
+
+std::string without_warnings(const std::string& err) {
+    return std::regex_replace(err, std::regex("[^\n]*: warning: [^\n]*\n"), "");
+}

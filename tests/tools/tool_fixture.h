@@ -53,3 +53,5 @@ class ToolTest : public testing::Test {
 };
 
 void write_text(const std::string& path, const std::string& text);
+/// What is said besides the warnings about the settings.
+std::string without_warnings(const std::string& err);
