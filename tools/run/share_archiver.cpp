@@ -20,6 +20,8 @@ bool may_have_links(archive_entry* entry) {
            type != AE_IFCHR;
 }
 
+ino_t inode_of(archive_entry* entry) { return static_cast<ino_t>(archive_entry_ino64(entry)); }
+
 } // namespace
 
 share_archiver::share_archiver(host_image& image, stream& account, const transfer& run,
@@ -87,7 +89,7 @@ void share_archiver::link() {
     if (!may_have_links(entry)) {
         return;
     }
-    if (const auto place = names_of_.find(archive_entry_dev(entry), archive_entry_ino64(entry))) {
+    if (const auto place = names_of_.find(archive_entry_dev(entry), inode_of(entry))) {
         archive_entry_unset_size(entry);
         archive_entry_copy_hardlink(entry, scratch_reader(names_, *place).text().c_str());
     }
@@ -98,7 +100,7 @@ void share_archiver::keep_name() {
     if (may_have_links(entry) && archive_entry_hardlink(entry) == nullptr) {
         std::string packed;
         put_text(packed, archive_entry_pathname(entry));
-        names_of_.add(archive_entry_dev(entry), archive_entry_ino64(entry), names_.size());
+        names_of_.add(archive_entry_dev(entry), inode_of(entry), names_.size());
         names_.append(packed);
     }
 }

@@ -116,7 +116,7 @@ class tree_walk {
         entry_.name += leaf;
         struct stat status = {};
         if (detail_ == tree_detail::names && type != DT_DIR && type != DT_UNKNOWN) {
-            status.st_mode = DTTOIF(type);
+            status.st_mode = static_cast<mode_t>(DTTOIF(type));
         } else if (lstat(entry_.path.c_str(), &status) != 0) {
             visitor_.lost(entry_.path, strerror(errno));
             return;
