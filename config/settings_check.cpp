@@ -17,7 +17,7 @@
 
 namespace {
 
-constexpr off_t most_bytes = 1024 * 1024;
+constexpr off_t most_bytes = off_t{1024} * 1024;
 constexpr size_t most_findings = 1000;
 constexpr size_t longest_quote = 60;
 constexpr size_t most_written = STS_CONFIG_SIZE - 1; ///< bytes of the file when it is rewritten
