@@ -104,7 +104,7 @@ TEST(StalledPeersAreCut, FiveSecondsAfterTheirFirstByteInRealTime) {
 TEST(StalledPeersAreCut, WhenTheyDontTakeTheirAnswersInRealTime) {
     const service_process service({"--no-http"});
     const crowd mute(service.port(), 20, "127.0.0.1", true);
-    mute.keep_sending(long_answer, milliseconds(1000));
+    mute.keep_sending(long_answer, milliseconds(2500));
     EXPECT_EQ(mute.closed(), 0U);
     EXPECT_EQ(mute.await_closed(20, seconds(8)), 20U);
 }
