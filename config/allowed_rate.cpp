@@ -35,20 +35,26 @@ pacing_window window_at(const throttling_config_s& config, const tm& when) {
     return pacing_window::none;
 }
 
-uint64_t allowed_rate(const throttling_config_s& config, operation_type_t operation,
-                      const tm& when) {
-    const uint64_t rate = rate_of_direction(config, operation);
-    switch (window_at(config, when)) {
+int32_t percent_of_window(const throttling_config_s& config, pacing_window window) {
+    switch (window) {
     case pacing_window::weekend:
-        return percent_of(rate, config.weekend_bandwidth_percent);
+        return config.weekend_bandwidth_percent;
     case pacing_window::off_time:
-        return percent_of(rate, config.off_time_bandwidth_percent);
+        return config.off_time_bandwidth_percent;
     case pacing_window::work_time:
-        return percent_of(rate, config.work_time_bandwidth_percent);
+        return config.work_time_bandwidth_percent;
     case pacing_window::none:
         break;
     }
-    return rate;
+    return 100;
+}
+
+uint64_t allowed_rate(const throttling_config_s& config, operation_type_t operation,
+                      const tm& when) {
+    const uint64_t rate = rate_of_direction(config, operation);
+    const pacing_window window = window_at(config, when);
+    return window == pacing_window::none ? rate
+                                         : percent_of(rate, percent_of_window(config, window));
 }
 
 uint64_t least_allowed_rate(const throttling_config_s& config, operation_type_t operation) {

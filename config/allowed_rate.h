@@ -20,6 +20,9 @@ enum class pacing_window { none, work_time, off_time, weekend };
 /// The window that holds at the local time `when`.
 pacing_window window_at(const throttling_config_s& config, const tm& when);
 
+/// The percent that multiplies the direction's in that window; 100 in none.
+int32_t percent_of_window(const throttling_config_s& config, pacing_window window);
+
 /// Bytes per second that may be used for `operation` at the local time `when`, before it is shared
 /// among connections. The direction's percent and that of the window that holds multiply; a weekend
 /// day looks at no hour window, and where the off window and the work window both hold, off counts.

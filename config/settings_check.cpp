@@ -139,21 +139,6 @@ int32_t percent_of_direction(const throttling_config_s& config, operation_type_t
                                        : config.write_bandwidth_percent;
 }
 
-/// The percent that multiplies the direction's in that window; 100 in none.
-int32_t percent_of_window(const throttling_config_s& config, pacing_window window) {
-    switch (window) {
-    case pacing_window::work_time:
-        return config.work_time_bandwidth_percent;
-    case pacing_window::off_time:
-        return config.off_time_bandwidth_percent;
-    case pacing_window::weekend:
-        return config.weekend_bandwidth_percent;
-    case pacing_window::none:
-        break;
-    }
-    return 100;
-}
-
 /// The setting to blame for a rate of 0.
 const char* zero_key(const throttling_config_s& config, operation_type_t direction,
                      pacing_window window) {

@@ -146,26 +146,18 @@ scenario() {
 }
 
 pacing() {
+  local everyone="the plugin, \`THR:SAMPLE_INTERVAL=30\`: plugin 30
+the plugin, \`THR:SAMPLE_INTERVAL=5\`: plugin 5
+\`pv\`: pipe_viewer
+\`fio\`: flexible_io
+\`nbdkit\`: server_of_disks
+\`rclone\`: remote_copy"
   echo "| Scenario | Pacer | Achieved / allowed | Busiest second / allowed | Longest pause, s |" \
     "At once, s | The plugin is behind in |"
   echo "| --- | --- | ---: | ---: | ---: | ---: | --- |"
-  scenario "steady" <<END
-the plugin, \`THR:SAMPLE_INTERVAL=30\`: plugin 30
-the plugin, \`THR:SAMPLE_INTERVAL=5\`: plugin 5
-\`pv\`: pipe_viewer
-\`fio\`: flexible_io
-\`nbdkit\`: server_of_disks
-\`rclone\`: remote_copy
-END
+  scenario "steady" <<<"$everyone"
   idle=$((seconds / 3 > 0 ? seconds / 3 : 1))
-  scenario "after $idle s idle" <<END
-the plugin, \`THR:SAMPLE_INTERVAL=30\`: plugin 30
-the plugin, \`THR:SAMPLE_INTERVAL=5\`: plugin 5
-\`pv\`: pipe_viewer
-\`fio\`: flexible_io
-\`nbdkit\`: server_of_disks
-\`rclone\`: remote_copy
-END
+  scenario "after $idle s idle" <<<"$everyone"
   idle=0
   scenario "16 streams" <<END
 the plugin, \`THR:SAMPLE_INTERVAL=5\`: plugin 5 16
