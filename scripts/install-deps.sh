@@ -27,7 +27,7 @@ for set in "$@"; do
     smoke) packages+=("${smoke[@]}") ;;
     tests) packages+=("${tests[@]}") ;;
     sanitizers) packages+=("${tests[@]}" "${sanitizers[@]}") ;;
-    all) packages+=("${tests[@]}" "${sanitizers[@]}" clang-format clang-tidy mmdebstrap) ;;
+    all) packages+=("${tests[@]}" "${sanitizers[@]}" clang-format clang-tidy) ;;
     bench) packages+=("${tests[@]}" "${peers[@]}") ;;
     *)
       sed -n '2,11s/^# \{0,1\}//p' "$0" >&2
