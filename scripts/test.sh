@@ -6,7 +6,8 @@
 #   scripts/test.sh Settings asan       those whose names match the regular expression Settings
 #   scripts/test.sh --failed            those that failed last
 #
-# PRESET is release, debug, asan, tsan, coverage or smoke, which is what a site runs and the tests of the wire.
+# PRESET is release, debug, asan, tsan (the tests that have threads), tsan-all, coverage or smoke, which is what a
+# site runs and the tests of the wire.
 # What fails is printed whole, of what passes only the count; all of it is in build/PRESET/test.log.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -18,11 +19,11 @@ packages=()
 for each in "$@"; do
   case "$each" in
     release | debug | coverage) presets+=("$each") packages+=(tests) ;;
-    asan | tsan) presets+=("$each") packages+=(sanitizers) ;;
+    asan | tsan | tsan-all) presets+=("$each") packages+=(sanitizers) ;;
     smoke) presets+=("$each") packages+=(smoke) ;;
     --failed) choice=(--rerun-failed) ;;
     -*)
-      sed -n '2,10s/^# \{0,1\}//p' "$0"
+      sed -n '2,11s/^# \{0,1\}//p' "$0"
       [ "$each" = --help ] && exit 0
       exit 2 ;;
     *) names+=("$each") ;;
