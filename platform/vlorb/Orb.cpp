@@ -45,7 +45,8 @@ std::mutex running_guard; // two libraries may have an Orb each
 unsigned running = 0;     ///< Orb objects that are started
 
 /// What the wire needs, whatever a machine's own configuration of the ORB says.
-const char* options[][2] = {
+using option = const char* [2];
+option options[] = {
     {"traceLevel", "0"},                   // the host's standard error isn't ours
     {"nativeCharCodeSet", "ISO-8859-1"},   // narrow text goes byte for byte
     {"defaultCharCodeSet", "ISO-8859-1"},  // and a name in a corbaloc carries no code set
@@ -55,8 +56,19 @@ const char* options[][2] = {
     {"resetTimeOutOnRetries", "0"},      // the time-out is that of the whole call,
     {"clientConnectTimeOutPeriod", "0"}, // making its connection included
     {"oneCallPerConnection", "1"},       // what comes in on an idle one is its end
+    {"retainAddressOrder", "1"},         // an object's address is chosen once
     {nullptr, nullptr},
 };
+
+/// Those of them that this release of the ORB knows. From 4.3 on it chooses among an object's addresses anew
+/// whenever a connection is lost, unless told not to, and where memory ends meanwhile waits for that for ever.
+option* known_options() {
+    constexpr CORBA::ULong chooses_anew = 0x04030000;
+    if (omniORB::versionHex() < chooses_anew) {
+        std::fill_n(options[std::size(options) - 2], 2, nullptr);
+    }
+    return options;
+}
 
 /// The certificates are read when the ORB starts, and then stand for the whole process. It never
 /// starts again in a process where it couldn't read them, so they are tried before.
@@ -191,7 +203,7 @@ void Orb::init(ACE_Abstract_Timer_Queue<ACE_Event_Handler*>* /*timers*/) {
     register_wide_code_set();
     int argc = 0;
     char* argv[] = {nullptr};
-    orb = CORBA::ORB_init(argc, argv, "omniORB4", options);
+    orb = CORBA::ORB_init(argc, argv, "omniORB4", known_options());
     if (running++ == 0) {
         watch_orb_threads();
         send_again_only_what_was_not_begun();
