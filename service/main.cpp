@@ -253,6 +253,7 @@ int main(int argc, char** argv) {
         request asked;
         CLI::App app(about, "vlsld");
         app.footer(more);
+        app.set_version_flag("--version", "vlsld " PROGRAM_VERSION, "Print the version and exit");
         add_options(app, asked);
         try {
             app.parse(argc, argv);

@@ -87,6 +87,7 @@ int run_program(int argc, char** argv) {
     CLI::App app("Watches and tries bandwidth throttling: moves real data through the plugin, as a "
                  "host does, and shows what it allows.",
                  "throttlectl");
+    app.set_version_flag("--version", "throttlectl " PROGRAM_VERSION, "Print the version and exit");
     app.require_subcommand(1);
     app.fallthrough();
     app.failure_message(usage_text);

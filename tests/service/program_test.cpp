@@ -35,6 +35,12 @@ TEST(Program, HelpTeaches) {
     EXPECT_TRUE(help.err.empty());
 }
 
+TEST(Program, TellsItsVersion) {
+    const ended version = run({"--version"});
+    EXPECT_EQ(version.code, 0);
+    EXPECT_EQ(version.out, "vlsld " PROGRAM_VERSION "\n");
+}
+
 TEST(Program, WrongArgumentsEndItWith2) {
     for (const std::vector<std::string>& arguments :
          std::vector<std::vector<std::string>>{{"--no-such"},

@@ -82,6 +82,12 @@ TEST_F(Usage, RefusesEmptyNamesRatherThanTakeThemForAllOrTheDefault) {
     }
 }
 
+TEST_F(Usage, TellsItsVersion) {
+    const ended version = tool({"--version"});
+    EXPECT_EQ(version.code, 0);
+    EXPECT_EQ(version.out, "throttlectl " PROGRAM_VERSION "\n");
+}
+
 TEST_F(Usage, HelpOfEveryCommandShowsAnExample) {
     for (const char* command : {"backup", "restore", "verify", "list"}) {
         const ended help = tool({"run", command, "--help"});
