@@ -7,6 +7,7 @@
 #   sanitizers   and what the tests need as clang builds them
 #   all          and what CI uses besides
 #   bench        what all tests need, and what the benchmarks set beside the plugin
+#   package      and what makes and checks the Debian packages
 #
 # Does nothing, and needs no rights, when they are all there.
 set -euo pipefail
@@ -18,8 +19,10 @@ packages=(
   libace-dev libcos4-dev libomniorb4-dev omniidl omniorb-idl python3
 )
 smoke=(libgtest-dev libgmock-dev)
-tests=("${smoke[@]}" git libcpp-httplib-dev libbenchmark-dev libxml2-utils chromium openssl)
+tests=("${smoke[@]}" git libcpp-httplib-dev libbenchmark-dev libxml2-utils chromium openssl
+  logrotate man-db scdoc)
 sanitizers=(clang libclang-rt-dev)
+package=(debhelper dpkg-dev fakeroot git lintian mmdebstrap scdoc)
 peers=(curl fio libnbd-bin nbdkit pv rclone)
 
 for set in "$@"; do
@@ -29,8 +32,9 @@ for set in "$@"; do
     sanitizers) packages+=("${tests[@]}" "${sanitizers[@]}") ;;
     all) packages+=("${tests[@]}" "${sanitizers[@]}" clang-format clang-tidy) ;;
     bench) packages+=("${tests[@]}" "${peers[@]}") ;;
+    package) packages+=("${package[@]}") ;;
     *)
-      sed -n '2,11s/^# \{0,1\}//p' "$0" >&2
+      sed -n '2,12s/^# \{0,1\}//p' "$0" >&2
       exit 2 ;;
   esac
 done
