@@ -1,6 +1,7 @@
 // throttlectl: the commands there are, what all of them take, and what the program ends with.
 
 #include "tools/call/command.h"
+#include "tools/complete/command.h"
 #include "tools/figures/command.h"
 #include "tools/host/status_names.h"
 #include "tools/manage/commands.h"
@@ -95,8 +96,8 @@ int run_program(int argc, char** argv) {
                examples({std::string("run backup /etc") + example_server + " --lsu daily",
                          "preview --week"}));
     add_common(app, asked);
-    for (const auto& add :
-         {add_run, add_plot, add_preview, add_lsu, add_image, add_events, add_config, add_call}) {
+    for (const auto& add : {add_run, add_plot, add_preview, add_lsu, add_image, add_events,
+                            add_config, add_call, add_complete}) {
         add(app, asked);
     }
     try {

@@ -10,19 +10,10 @@ import subprocess
 import sys
 import tempfile
 
+from help_text import help_of, section_of_help
+
 throttlectl, vlsld, sources, made = sys.argv[1:]
 wrong = []
-
-
-def help_of(command):
-    return subprocess.run(command + ["--help"], check=True, capture_output=True, text=True).stdout
-
-
-def section_of_help(text, title):
-    """The lines of a section of the help, each without what explains it: two blanks stand before that."""
-    found = re.search(rf"^{title}:\n((?:  .*\n?|\n(?=  ))*)", text, re.M | re.I)
-    return [re.split(r"  +", line.strip())[0] for line in (found[1] if found else "").splitlines()
-            if re.match(r"  \S", line)]
 
 
 def options_of_help(text):
