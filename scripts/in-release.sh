@@ -10,6 +10,7 @@
 # one line says why where that, or the release, can't be had.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+. scripts/release-root.sh
 
 if [ $# -lt 2 ]; then
   sed -n '2,10s/^# \{0,1\}//p' "$0"
@@ -34,33 +35,15 @@ esac
 roots=${RELEASE_ROOTS:-/var/tmp/release-roots}
 root=$roots/$release
 
-# The sources of this machine, with that release in place of its own.
-sources() {
-  . /etc/os-release
-  apt-get indextargets --format 'deb $(REPO_URI) $(RELEASE) $(COMPONENT)' 'Created-By: Packages' | sort -u |
-    sed -n "s/^\(deb [^ ]* \)$VERSION_CODENAME\(-[^ ]*\)\{0,1\} /\1$release\2 /p"
-}
-
-# make_root PACKAGE...: a root that nothing depends on yet needs no data to be on disk at once.
-make_root() {
-  command -v mmdebstrap >/dev/null ||
-    { apt-get -q update && apt-get -q install -y --no-install-recommends mmdebstrap; } || return
-  apt-config dump | grep -E '^Acquire::(https?::|Check-|Retries|ForceIPv)' >"$roots/apt.conf"
-  rm -rf "$root.new"
-  sources | mmdebstrap --variant=apt --keyring=/usr/share/keyrings/debian-archive-keyring.gpg \
-    --aptopt="$roots/apt.conf" --dpkgopt=force-unsafe-io --include="$(IFS=,; echo "$*")" \
-    "$release" "$root.new" - && mv "$root.new" "$root"
-}
-
 mkdir -p "$roots/ccache"
 if ! reason=$(unshare --mount --pid --ipc --fork mount -t tmpfs tmpfs "$roots" 2>&1); then
   no_root "$release" "$reason"
 fi
 if [ ! -d "$root" ]; then
   echo "making a root of $release" >&2
-  [ -n "$(sources)" ] || no_root "$release" "none of this machine's package sources is named after its own release"
+  [ -n "$(sources "$release")" ] || no_root "$release" "none of this machine's package sources is named after its own release"
   log=$roots/$release.log
-  if ! make_root ca-certificates $(! command -v ccache >/dev/null || echo ccache) >"$log" 2>&1; then
+  if ! make_root "$release" "$root" ca-certificates $(! command -v ccache >/dev/null || echo ccache) >"$log" 2>&1; then
     rm -rf --one-file-system "$root.new"
     no_root "$release" "$(grep -m 1 '^E: ' "$log") ($log)"
   fi
