@@ -76,7 +76,7 @@ use() {
   diff -r --no-dereference /etc /tmp/restored/etc
   throttlectl preview
   status | grep -F /srv/store
-  grep -F 'create_or_open_image_v10' /var/log/throttling/vlcssc/throttlinglog_* >/dev/null
+  grep -F '[DEBUG]' /var/log/throttling/vlcssc/throttlinglog_* >/dev/null
 }
 export -f status use
 quietly unshare --net bash -euxc use
