@@ -5,7 +5,7 @@
 #   scripts/package.sh --twice    and makes them again in another directory: the same bytes
 #   scripts/package.sh --check    and installs, upgrades, removes and purges them in a fresh root
 #
-# scripts/in-release.sh trixie scripts/package.sh makes those of another release. ccache is used where it is
+# scripts/in-release.sh trixie scripts/package.sh makes those of another release, in its root. ccache is used where it is
 # installed, with the cache of $CCACHE_DIR.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -37,13 +37,21 @@ mkdir -p build
 . /etc/os-release
 version=$(dpkg-parsechangelog -S Version)~deb$VERSION_ID
 
+# files: those of the tree, uncommitted ones too; where there is no repository, all.
+files() {
+  if git -c safe.directory="$PWD" rev-parse --git-dir >/dev/null 2>&1; then
+    git -c safe.directory="$PWD" ls-files -z --cached --others --exclude-standard
+  else
+    find . -path ./build -prune -o ! -type d -print0
+  fi
+}
+
 # make_packages DIR: builds this tree, as it is, in a directory of its own below DIR.
 make_packages() {
   local tree=$1/libstspithrottling-$version
   rm -rf "$1"
   mkdir -p "$tree"
-  git -c safe.directory="$PWD" ls-files -z --cached --others --exclude-standard |
-    tar -c --null --ignore-failed-read -T - 2>/dev/null | tar -x -C "$tree" --no-same-owner
+  files | tar -c --null --ignore-failed-read -T - 2>/dev/null | tar -x -C "$tree" --no-same-owner
   sed -i "1s/(.*)/($version)/" "$tree/debian/changelog"
   echo "making packages in $1" >&2
   if ! (cd "$tree" && DEB_BUILD_OPTIONS="parallel=${CMAKE_BUILD_PARALLEL_LEVEL:-$(nproc)} ${DEB_BUILD_OPTIONS:-}" \
