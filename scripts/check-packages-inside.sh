@@ -16,8 +16,8 @@ quietly() {
 }
 # ours: what lies on disk, but the operator's settings, that has one of our names.
 ours() {
-  find / -xdev \( -path /packages -o -path /proc -o -path /dev -o -path /var/log/apt -o -path /etc/throttling \) -prune -o \
-    \( -iname '*throttl*' -o -iname '*vlsld*' -o -iname '*vaultaro*' -o -name 'libsts*' -o -name 'libvl*' \) -print
+  find / -xdev \( -path /packages -o -path /proc -o -path /dev -o -path /var/log/apt -o -path /etc/throttling \) \
+    -prune -o \( -iname '*throttl*' -o -iname '*vlsld*' -o -iname '*vaultaro*' -o -name 'libsts*' -o -name 'libvl*' \) -print
 }
 
 names=()
@@ -35,7 +35,8 @@ say "upgrading"
 quietly apt-get -q install -y --no-install-recommends -o Dpkg::Options::=--force-confold /packages/*.deb
 for each in /packages/*.deb; do
   name=$(dpkg-deb --field "$each" Package)
-  [ "$(dpkg-query -W -f '${db:Status-Abbrev}${Version}' "$name")" = "ii $(dpkg-deb --field "$each" Version)" ] || fail "$name"
+  version=$(dpkg-deb --field "$each" Version)
+  [ "$(dpkg-query -W -f '${db:Status-Abbrev}${Version}' "$name")" = "ii $version" ] || fail "$name isn't upgraded"
 done
 grep -q 'lease 600' /etc/default/vlsld || fail "the upgrade took the operator's options"
 [ -L /etc/systemd/system/multi-user.target.wants/vlsld.service ] || fail "the unit isn't enabled"
@@ -84,7 +85,8 @@ rm -r /srv/store /tmp/restored /tmp/state
 
 say "removing"
 quietly apt-get -q remove -y "${names[@]}"
-[ -f /etc/throttling/libstspithrottling.conf ] && grep -q 'lease 600' /etc/default/vlsld || fail "the settings went with the programs"
+[ -f /etc/throttling/libstspithrottling.conf ] && grep -q 'lease 600' /etc/default/vlsld ||
+  fail "the settings went with the programs"
 ! command -v vlsld throttlectl || fail "the programs are there"
 
 say "purging"

@@ -5,8 +5,8 @@
 #   scripts/package.sh --twice    and makes them again in another directory: the same bytes
 #   scripts/package.sh --check    and installs, upgrades, removes and purges them in a fresh root
 #
-# scripts/in-release.sh trixie scripts/package.sh makes those of another release, in its root. ccache is used where it is
-# installed, with the cache of $CCACHE_DIR.
+# scripts/in-release.sh trixie scripts/package.sh makes those of another release, in its root. ccache is used
+# where it is installed, with the cache of $CCACHE_DIR.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

@@ -27,16 +27,21 @@ def options_of_help(text):
 
 
 def sections_of(page):
-    """The sections of a page by title, and what its lines define at the left margin."""
+    """The sections of a page by title, each with the options that stand in it; and the titles of its commands."""
     sections = {}
-    title = ""
+    commands = set()
+    chapter = title = ""
     for line in open(os.path.join(sources, page + ".scd"), encoding="utf-8"):
-        if heading := re.match(r"##? (.*)", line):
-            title = heading[1]
+        if heading := re.match(r"(##?) (.*)", line):
+            title = heading[2]
             sections[title] = set()
-        elif line.startswith("*"):
-            sections[title].add(re.sub(r"[*_]", "", line.strip()) if "-" in line[:3] else line.strip())
-    return sections
+            if heading[1] == "#":
+                chapter = title
+            elif chapter == "COMMANDS":
+                commands.add(title)
+        elif line.startswith("*-"):
+            sections[title].add(re.sub(r"[*_]", "", line.strip()))
+    return sections, commands
 
 
 def compare(where, there_is, in_page):
@@ -51,13 +56,12 @@ def compare_options(program, page, section, inherited=frozenset()):
     name = " ".join([os.path.basename(program[0])] + program[1:])
     if section not in page:
         wrong.append(f"{name}: there is no section \"{section}\" in the manual page")
-    told = {each for each in page.get(section, set()) if each.startswith("-")}
-    compare(f"{name}, section \"{section}\"", options_of_help(text) - inherited, told)
+    compare(f"{name}, section \"{section}\"", options_of_help(text) - inherited, page.get(section, set()))
     return text
 
 
 # --- the programs -----------------------------------------------------------------------------------
-page = sections_of("throttlectl.1")
+page, told_commands = sections_of("throttlectl.1")
 everywhere = {"-h, --help"}
 commands = set()
 
@@ -73,9 +77,8 @@ def walk(path):
 
 
 walk([])
-titles = {each for each in page if not each.isupper() and each not in ("Server names", "Backups")}
-compare("throttlectl, its commands", commands, titles)
-compare_options([vlsld], sections_of("vlsld.8"), "OPTIONS")
+compare("throttlectl, its commands", commands, told_commands)
+compare_options([vlsld], sections_of("vlsld.8")[0], "OPTIONS")
 
 # --- the settings -----------------------------------------------------------------------------------
 # The plugin writes all of them at its first start, with their defaults.
