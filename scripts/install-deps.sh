@@ -22,7 +22,7 @@ smoke=(libgtest-dev libgmock-dev)
 tests=("${smoke[@]}" git libcpp-httplib-dev libbenchmark-dev libxml2-utils chromium openssl
   logrotate man-db scdoc)
 sanitizers=(clang libclang-rt-dev)
-package=(debhelper dpkg-dev fakeroot git lintian mmdebstrap scdoc)
+package=(build-essential debhelper fakeroot git lintian mmdebstrap scdoc)
 peers=(curl fio libnbd-bin nbdkit pv rclone)
 
 for set in "$@"; do
