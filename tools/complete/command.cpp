@@ -233,11 +233,10 @@ int print_next(const CLI::App& program, const std::vector<std::string>& words) {
     if (const std::string conf_dir = line.given("--conf-dir"); !conf_dir.empty()) {
         setenv("VL_CONF_DIR", conf_dir.c_str(), 1);
     }
+    const std::string begun = words.empty() ? "" : words.back();
     std::map<std::string, std::string> shown;
     for (const candidate& each : line.next()) {
-        if (!each.word.empty() &&
-            each.word.compare(0, words.empty() ? 0 : words.back().size(),
-                              words.empty() ? "" : words.back()) == 0 &&
+        if (!each.word.empty() && each.word.rfind(begun, 0) == 0 &&
             printable(each.word) == each.word) {
             shown.emplace(each.word, each.about);
         }
