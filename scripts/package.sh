@@ -24,8 +24,9 @@ for each in "$@"; do
 done
 
 scripts/install-deps.sh package
-# A package is built with a home of its own.
+# A package is built with a home of its own. Paths that the cache rewrites would stand in what is made.
 if command -v ccache >/dev/null; then
+  export CCACHE_BASEDIR= CCACHE_HASHDIR=true
   export CCACHE_DIR=${CCACHE_DIR:-$(ccache --get-config cache_dir)}
   config=${CCACHE_CONFIGPATH:-${XDG_CONFIG_HOME:-$HOME/.config}/ccache/ccache.conf}
   [ ! -f "$config" ] || export CCACHE_CONFIGPATH=$config
