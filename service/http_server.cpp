@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
+#include <charconv>
 #include <cstring>
 #include <ctime>
 #include <exception>
@@ -29,9 +30,23 @@ constexpr int niceness = 10;         ///< of whoever looks, beside those who do 
 /// Connections may be accepted between one's cut and its end.
 constexpr unsigned most_descriptors = most_web_connections + 64;
 
-/// Who connects: an IPv4 address, the network of an IPv6 address, or, on this host's own sockets,
-/// nobody in particular.
-std::string neighbour(const sockaddr* address) {
+/// Who made the other end of a Unix socket; none on others.
+std::optional<uid_t> user_of(int socket) {
+    int family = AF_UNSPEC;
+    ucred found = {};
+    socklen_t family_size = sizeof family;
+    socklen_t size = sizeof found;
+    const bool is_known = getsockopt(socket, SOL_SOCKET, SO_DOMAIN, &family, &family_size) == 0 &&
+                          family == AF_UNIX &&
+                          getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &found, &size) == 0;
+    return is_known ? std::optional<uid_t>(found.uid) : std::nullopt;
+}
+
+/// Who connects: a user of this host, an IPv4 address, or the network of an IPv6 address.
+std::string neighbour(const sockaddr* address, std::optional<uid_t> user) {
+    if (user) {
+        return fmt::format("user {}", *user);
+    }
     if (address != nullptr && address->sa_family == AF_INET) {
         const auto* const v4 = reinterpret_cast<const sockaddr_in*>(address);
         return {reinterpret_cast<const char*>(&v4->sin_addr), sizeof v4->sin_addr};
@@ -44,10 +59,6 @@ std::string neighbour(const sockaddr* address) {
                                                     : std::string(bytes, network);
     }
     return "";
-}
-
-http_answer short_answer(unsigned status, const char* text) {
-    return {status, "text/plain; charset=utf-8", in_one_piece(text)};
 }
 
 /// An answer that is being sent.
@@ -98,7 +109,7 @@ MHD_Result send_answer(MHD_Connection* connection, http_answer answer, const htt
         MHD_add_response_header(response, name.c_str(), value.c_str());
     }
     if (answer.status == MHD_HTTP_METHOD_NOT_ALLOWED) {
-        MHD_add_response_header(response, "Allow", "GET, HEAD");
+        MHD_add_response_header(response, "Allow", answer.allowed.c_str());
     }
     if (is_head) { // or the library sends the chunk that ends a body
         MHD_set_response_options(response, MHD_RF_HTTP_1_0_COMPATIBLE_STRICT, MHD_RO_END);
@@ -136,7 +147,24 @@ http_request request_of(MHD_Connection* connection, const char* path) {
     return std::move(found.request);
 }
 
+/// Bytes of the body that a request says it has. None: it doesn't say.
+std::optional<size_t> length_of_body(MHD_Connection* connection) {
+    const char* const text =
+        MHD_lookup_connection_value(connection, MHD_HEADER_KIND, MHD_HTTP_HEADER_CONTENT_LENGTH);
+    size_t length = 0;
+    if (text == nullptr) {
+        return std::nullopt;
+    }
+    const char* const end = text + strlen(text);
+    const auto [behind, error] = std::from_chars(text, end, length);
+    return error == std::errc() && behind == end ? length : longest_body + 1;
+}
+
 } // namespace
+
+http_answer short_answer(unsigned status, const std::string& line) {
+    return {status, "text/plain; charset=utf-8", in_one_piece(line + "\n")};
+}
 
 void http_server::stop_daemon::operator()(MHD_Daemon* which) const { MHD_stop_daemon(which); }
 
@@ -151,8 +179,10 @@ struct http_server::callbacks {
         }
     }
 
+    /// Called for the head of a request, then with its body, if it is to have one, and at its end.
     static MHD_Result answer(void* self, MHD_Connection* connection, const char* path,
-                             const char* method, const char*, const char*, size_t*, void**) {
+                             const char* method, const char*, const char* more, size_t* size,
+                             void** body) {
         const auto& server = *static_cast<const http_server*>(self);
         auto* const known = static_cast<http_server::connection*>(
             MHD_get_connection_info(connection, MHD_CONNECTION_INFO_SOCKET_CONTEXT)
@@ -161,12 +191,38 @@ struct http_server::callbacks {
             return MHD_NO; // there was no memory for it
         }
         try {
-            return send_answer(connection, server.answer(request_of(connection, path), method),
-                               server.site_.headers, strcmp(method, MHD_HTTP_METHOD_HEAD) == 0,
-                               &known->sent);
+            http_request request = request_of(connection, path);
+            request.user = known->user;
+            const auto send = [&](http_answer said) {
+                return send_answer(connection, std::move(said), server.site_.headers,
+                                   strcmp(method, MHD_HTTP_METHOD_HEAD) == 0, &known->sent);
+            };
+            const http_handler* const change = server.change_of(path, method);
+            request.is_change = change != nullptr;
+            if (change == nullptr) {
+                return send(server.answer(request, method));
+            }
+            if (*body == nullptr) {
+                if (std::optional<http_answer> why = server.objection(request, connection)) {
+                    return send(std::move(*why));
+                }
+                *body = new std::string;
+                return MHD_YES;
+            }
+            auto& text = *static_cast<std::string*>(*body);
+            if (*size > 0) {
+                text.append(more, std::exchange(*size, 0));
+                return text.size() <= longest_body ? MHD_YES : MHD_NO;
+            }
+            request.body = std::move(text);
+            return send((*change)(request));
         } catch (const std::exception&) {
             return MHD_NO; // which ends the connection
         }
+    }
+
+    static void complete(void*, MHD_Connection*, void** body, MHD_RequestTerminationCode) {
+        delete static_cast<std::string*>(std::exchange(*body, nullptr));
     }
 
     /// No path of ours needs an escape, and none may hide in one.
@@ -187,6 +243,7 @@ http_server::http_server(const std::vector<int>& listening, http_site site)
                              MHD_OPTION_CONNECTION_LIMIT, most_descriptors,               //
                              MHD_OPTION_CONNECTION_MEMORY_LIMIT, longest_request,         //
                              MHD_OPTION_NOTIFY_CONNECTION, callbacks::notify, this,       //
+                             MHD_OPTION_NOTIFY_COMPLETED, callbacks::complete, nullptr,   //
                              MHD_OPTION_UNESCAPE_CALLBACK, callbacks::unescape, nullptr,  //
                              MHD_OPTION_STRICT_FOR_CLIENT, 1,                             //
                              MHD_OPTION_SIGPIPE_HANDLED_BY_APP, 1,                        //
@@ -275,7 +332,8 @@ void http_server::enter(MHD_Connection* with, void** place) {
     const sockaddr* const address =
         MHD_get_connection_info(with, MHD_CONNECTION_INFO_CLIENT_ADDRESS)->client_addr;
     try {
-        open_.push_back({socket, neighbour(address), uptime_ms() + web_patience_ms});
+        const std::optional<uid_t> user = user_of(socket);
+        open_.push_back({socket, user, neighbour(address, user), uptime_ms() + web_patience_ms});
         *place = &open_.back();
         if (open_.size() > most_web_connections) {
             cut(oldest_of_most());
@@ -313,6 +371,31 @@ void http_server::cut(connection_list::iterator which) {
     cut_.splice(cut_.end(), open_, which);
 }
 
+const http_handler* http_server::change_of(const std::string& path, std::string_view method) const {
+    const auto change = site_.changes.find(path);
+    return method == MHD_HTTP_METHOD_POST && change != site_.changes.end() ? &change->second
+                                                                           : nullptr;
+}
+
+/// Why a change isn't even read; none: it may come.
+std::optional<http_answer> http_server::objection(const http_request& request,
+                                                  MHD_Connection* from) const {
+    if (site_.refusal) {
+        if (std::optional<http_answer> refusal = site_.refusal(request)) {
+            return refusal;
+        }
+    }
+    const std::optional<size_t> length = length_of_body(from);
+    if (!length) {
+        return short_answer(MHD_HTTP_LENGTH_REQUIRED, "How long is the body? (Content-Length)");
+    }
+    if (*length > longest_body) {
+        return short_answer(MHD_HTTP_CONTENT_TOO_LARGE,
+                            fmt::format("At most {} bytes are read.", longest_body));
+    }
+    return std::nullopt;
+}
+
 http_answer http_server::answer(const http_request& request, std::string_view method) const {
     if (site_.refusal) {
         if (std::optional<http_answer> refusal = site_.refusal(request)) {
@@ -320,11 +403,16 @@ http_answer http_server::answer(const http_request& request, std::string_view me
         }
     }
     const auto page = site_.pages.find(request.path);
+    if (page == site_.pages.end() && site_.changes.count(request.path) != 0) {
+        http_answer said = short_answer(MHD_HTTP_METHOD_NOT_ALLOWED, "This takes POST alone.");
+        said.allowed = "POST";
+        return said;
+    }
     if (page == site_.pages.end()) {
-        return short_answer(MHD_HTTP_NOT_FOUND, "There is nothing here.\n");
+        return short_answer(MHD_HTTP_NOT_FOUND, "There is nothing here.");
     }
     if (method != MHD_HTTP_METHOD_GET && method != MHD_HTTP_METHOD_HEAD) {
-        return short_answer(MHD_HTTP_METHOD_NOT_ALLOWED, "This can only be read.\n");
+        return short_answer(MHD_HTTP_METHOD_NOT_ALLOWED, "This can only be read.");
     }
     return page->second(request);
 }

@@ -1,5 +1,6 @@
 // vlsld: what it is asked to do, and how it starts, runs and stops.
 
+#include "service/control/control_server.h"
 #include "service/corba_server.h"
 #include "service/key_secret.h"
 #include "service/ledger.h"
@@ -9,6 +10,8 @@
 #include "service/service_log.h"
 #include "service/signals.h"
 #include "service/web_server.h"
+
+#include "common/control_path.h"
 
 #include <CLI/CLI.hpp>
 #include <csignal>
@@ -55,11 +58,17 @@ struct request {
     int64_t lease = 3600;
     std::string port_file;
     std::string log_file;
-    std::string state; ///< empty: the default
+    std::string state;   ///< empty: the default
+    std::string control; ///< empty: the default
 };
 
 void add_options(CLI::App& app, request& asked) {
     const auto is_port = CLI::Range(0, 65535).description("");
+    const CLI::Validator is_named(
+        [](const std::string& name) {
+            return name.empty() ? std::string("the name is empty") : std::string();
+        },
+        "");
     app.add_option("--port", asked.port,
                    "Port to listen on; 0: a free one (default: VLSL_PORT of the environment, else "
                    "the service vlsl/tcp, else 5638)")
@@ -100,12 +109,14 @@ void add_options(CLI::App& app, request& asked) {
                    "nobody else may write to (default: STATE_DIRECTORY of the environment, else "
                    "for root /var/lib/vlsld, else $XDG_STATE_HOME/vlsld, else "
                    "~/.local/state/vlsld). One that is named has to work")
-        ->check(CLI::Validator(
-            [](const std::string& name) {
-                return name.empty() ? std::string("names no directory") : std::string();
-            },
-            ""))
+        ->check(is_named)
         ->type_name("DIR");
+    app.add_option("--control", asked.control,
+                   "Unix socket to be asked and steered by, of \"throttlectl service\" (default: "
+                   "\"control\" in RUNTIME_DIRECTORY of the environment, else for root in "
+                   "/run/vlsld, else in $XDG_RUNTIME_DIR/vlsld). One that is named has to work")
+        ->check(is_named)
+        ->type_name("PATH");
     CLI::Option* const ca =
         app.add_option(
                "--tls-ca", asked.corba.tls_ca,
@@ -153,6 +164,26 @@ key_secret take_secret(const std::string& directory, service_log& log) {
              ". When the service is started anew, sessions that are open are refused, and their "
              "data flows uncounted until each backup opens its server again");
     return new_secret();
+}
+
+/// Where none is named and the usual place won't do, the service runs without.
+void start_control(std::optional<control_server>& control, const std::string& path, ledger& book,
+                   service_log& log) {
+    if (!path.empty()) {
+        control.emplace(path, book);
+        return;
+    }
+    std::string why = "no directory for it (--control PATH)";
+    try {
+        const std::string usual = own_control_path();
+        if (!usual.empty()) {
+            control.emplace(usual, book);
+            return;
+        }
+    } catch (const control_socket_error& error) {
+        why = error.what();
+    }
+    log.line("warning: \"throttlectl service\" can't ask or steer this service: " + why);
 }
 
 /// Ticks once a second until a stop signal comes; which one.
@@ -238,6 +269,8 @@ void serve(request& asked) {
             web.emplace(sockets.descriptors(), book);
         }
         const corba_server corba(asked.corba, book, keys, to_log);
+        std::optional<control_server> control;
+        start_control(control, asked.control, book, log);
         announce(asked, corba, page, log);
         const int signal = tick_until_stopped(book, log, signals);
         bound_the_end(signals, longest_end_ms);

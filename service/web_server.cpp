@@ -53,8 +53,7 @@ std::optional<http_answer> refuse_foreign_hosts(const http_request& request) {
     if (is_own_host(request.host)) {
         return std::nullopt;
     }
-    return http_answer{403, "text/plain; charset=utf-8",
-                       in_one_piece("Ask by address, or by a name of this host.\n")};
+    return short_answer(403, "Ask by address, or by a name of this host.");
 }
 
 http_site site(ledger& book) {
@@ -64,11 +63,7 @@ http_site site(ledger& book) {
               [](const http_request&) {
                   return http_answer{200, "text/html; charset=utf-8", in_one_piece(page)};
               }},
-             {"/status",
-              [&](const http_request& request) {
-                  return http_answer{200, "application/json",
-                                     status_json(book, this_moment(), since_of(request))};
-              }},
+             {"/status", status_page(book)},
              {"/metrics", [&](const http_request&) {
                   return http_answer{200, "text/plain; version=0.0.4; charset=utf-8",
                                      metrics_text(book, this_moment())};
@@ -80,6 +75,13 @@ http_site site(ledger& book) {
 bool is_own_host(const std::string& host) {
     const std::string name = host_name(host);
     return is_address(name) || name == "localhost" || name == own_name();
+}
+
+http_handler status_page(ledger& book) {
+    return [&](const http_request& request) {
+        return http_answer{200, "application/json",
+                           status_json(book, this_moment(), since_of(request))};
+    };
 }
 
 web_server::web_server(const std::vector<int>& listening, ledger& book)

@@ -18,6 +18,10 @@ class web_server {
     http_server server_;
 };
 
+/// What "/status" answers, here and on the control socket: the book, with the history behind the
+/// query's "since". `book` is borrowed.
+http_handler status_page(ledger& book);
+
 /// Whether a request that was addressed to `host` (with its port, as in the Host header) may be
 /// answered: to an address, or to a name of this machine. Any other name may be one that a foreign
 /// page has had pointed here.

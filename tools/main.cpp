@@ -6,6 +6,7 @@
 #include "tools/host/status_names.h"
 #include "tools/manage/commands.h"
 #include "tools/run/command.h"
+#include "tools/service/command.h"
 #include "tools/terminal/console.h"
 #include "tools/terminal/failure.h"
 
@@ -97,7 +98,7 @@ int run_program(int argc, char** argv) {
                          "preview --week"}));
     add_common(app, asked);
     for (const auto& add : {add_run, add_plot, add_preview, add_lsu, add_image, add_events,
-                            add_config, add_call, add_complete}) {
+                            add_config, add_service, add_call, add_complete}) {
         add(app, asked);
     }
     try {

@@ -62,6 +62,9 @@ service_process::service_process(const std::vector<std::string>& arguments, int 
     if (!has("--state")) {
         command.insert(command.end(), {"--state", state()});
     }
+    if (!has("--control")) {
+        command.insert(command.end(), {"--control", control()});
+    }
     command.insert(command.end(), arguments.begin(), arguments.end());
     process_.emplace(command, process_options{environment, "", false});
     // Where its log goes elsewhere, what it says on standard output is all there is to wait for.

@@ -24,6 +24,9 @@ class service_process {
     int tls_port() const { return port_of("VLSL_TLS_PORT"); }
     int http_port() const { return port_of("VLSL_HTTP_PORT"); }
 
+    /// Its control socket, unless `arguments` name another.
+    std::string control() const { return directory_ + "/control"; }
+
     /// The body of a page, which has to be answered with 200.
     std::string get(const std::string& path) const;
     nlohmann::json status() const { return nlohmann::json::parse(get("/status")); }

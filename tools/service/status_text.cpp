@@ -1,0 +1,69 @@
+#include "tools/service/status_text.h"
+
+#include "tools/terminal/failure.h"
+#include "tools/terminal/printable.h"
+#include "tools/terminal/sizes.h"
+
+#include <fmt/format.h>
+#include <vector>
+
+namespace {
+
+/// "2 at 3.0 MiB/s of 10.0 MiB/s", or "-" where nobody is at it.
+std::string direction_text(const ordered_json& seen) {
+    const auto flows = seen.at("flows").get<int64_t>();
+    return flows == 0
+               ? "-"
+               : fmt::format("{} at {} of {}", flows, rate_text(seen.at("measured").get<double>()),
+                             rate_text(seen.at("allowed").get<double>()));
+}
+
+std::string counted(int64_t count, const char* one, const char* more) {
+    return fmt::format("{} {}", count, count == 1 ? one : more);
+}
+
+/// "3 d 2 h", "2 h 5 min", "5 min 3 s".
+std::string duration_text(int64_t seconds) {
+    struct unit {
+        const char* name;
+        int64_t seconds;
+    };
+    constexpr unit units[] = {{"d", 86400}, {"h", 3600}, {"min", 60}, {"s", 1}};
+    for (size_t each = 0; each + 1 < std::size(units); ++each) {
+        const int64_t whole = seconds / units[each].seconds;
+        if (whole > 0) {
+            const unit& next = units[each + 1];
+            return fmt::format("{} {} {} {}", whole, units[each].name,
+                               seconds % units[each].seconds / next.seconds, next.name);
+        }
+    }
+    return fmt::format("{} s", seconds);
+}
+
+} // namespace
+
+std::string status_text(const ordered_json& status) {
+    try {
+        std::string text =
+            fmt::format("Up for {}: {}, {} since the start; {} refused as malformed\n",
+                        duration_text(status.at("uptime").get<int64_t>()),
+                        counted(status.at("sessions").get<int64_t>(), "session", "sessions"),
+                        counted(status.at("reports").get<int64_t>(), "report", "reports"),
+                        counted(status.at("malformed").get<int64_t>(), "question", "questions"));
+        std::vector<std::vector<std::string>> lines;
+        for (const ordered_json& each : status.at("storages")) {
+            lines.push_back({printable(each.at("name").get<std::string>()),
+                             fmt::format("{} of {}", each.at("connections").get<int64_t>(),
+                                         each.at("limit").get<int64_t>()),
+                             std::to_string(each.at("refused").get<int64_t>()),
+                             direction_text(each.at("read")), direction_text(each.at("write"))});
+        }
+        return text +
+               (lines.empty()
+                    ? "No storage is known yet.\n"
+                    : columns_text({"storage", "connections", "refused", "reading", "writing"},
+                                   lines));
+    } catch (const ordered_json::exception& error) {
+        throw failure(std::string("what the service answered isn't understood: ") + error.what());
+    }
+}
