@@ -41,6 +41,20 @@ void fair_share::leave(place whose) {
     find_level();
 }
 
+void fair_share::begin_anew(int64_t now) {
+    pass(now);
+    excess_ = 0;
+    moved_ = {};
+    for (sharer& each : all_) {
+        each = {};
+        each.since_ = now_;
+    }
+    find_level();
+    for (sharer& each : all_) {
+        each.level_then_ = level_;
+    }
+}
+
 /// Lets time pass: dues grow, and what is nobody's due pays back what was too much.
 void fair_share::pass(int64_t now) {
     const int64_t before = now_;
@@ -92,8 +106,8 @@ void fair_share::find_level() {
         left = 1;
         sharing = 0;
         for (const sharer& each : all_) {
-            left -= each.need_ <= level_ ? each.part_at(level_) : 0;
-            sharing += each.need_ <= level_ || each.is_overdue_ ? 0 : 1;
+            left -= each.most_needed() <= level_ ? each.part_at(level_) : 0;
+            sharing += each.most_needed() <= level_ || each.is_overdue_ ? 0 : 1;
         }
     }
     if (sharing == 0) {
@@ -105,7 +119,19 @@ void fair_share::find_level() {
         const double beyond = std::fmod(level_ * 10, 1.0);
         level_ -= beyond < 0.5 ? beyond / 10 : 0;
     }
+    for (sharer& each : all_) {
+        each.is_bound_ = each.bound_ < level_ * (1 - 1e-6);
+    }
 }
+
+void fair_share::bind(place whose, double most) {
+    if (whose->bound_ != most) {
+        whose->bound_ = most;
+        find_level();
+    }
+}
+
+void fair_share::tell(place whose, double part) { whose->told_ = part; }
 
 // --- what is reported --------------------------------------------------------------------------
 
@@ -162,11 +188,11 @@ void fair_share::take_up_need(sharer& flow, bool is_held, int64_t interval) {
     const double need = flow.seen_.used / seconds;
     const bool is_far_from_held = flow.seen_.used < nearly * flow.seen_let_ * (1 - 1 / seconds);
     if (is_held || need >= level_ * 0.98) {
-        if (!flow.wants_more()) {
+        if (!flow.wants_all()) {
             excess_ = std::max(excess_, 0.0);
         }
         flow.need_ = sharer::unknown;
-    } else if (!flow.wants_more()) {
+    } else if (!flow.wants_all()) {
         flow.need_ = (flow.need_ + need) / 2;
         flow.peak_ = std::max(need, flow.peak_ * 0.95);
     } else if (is_far_from_held) {
@@ -231,8 +257,15 @@ double fair_share::excess_without(const sharer& whose) const {
     return sum;
 }
 
+/// The most that a flow may be let have for a while, to be paid back: the whole, and more where its
+/// own rate is above the whole and no count meets that.
+double fair_share::most_at_once(double own) const {
+    const double more = level_ * most_of_level;
+    return level_ > 0.5 ? std::clamp(own, 1.0, std::max(more, 1.0)) : more;
+}
+
 /// The share for a flow that wants more: its due, less what it owes and what is too much in all.
-double fair_share::part_of_wanting(const sharer& flow, int64_t interval) {
+double fair_share::part_of_wanting(const sharer& flow, double own, int64_t interval) {
     double excess = excess_without(flow);
     if (!flow.has_moved_) { // it owes nothing yet: where there was room lately, it has its part
         excess = std::max(excess - lately_unused(interval), 0.0);
@@ -240,9 +273,8 @@ double fair_share::part_of_wanting(const sharer& flow, int64_t interval) {
     const int64_t length = std::max(flow.length_, now_ - flow.since_);
     const int64_t rest = flow.since_ + length - now_;
     const double due = flow.due_ + std::min(flow.level_then_, level_) * seconds_of(rest);
-    const double most = level_ > 0.5 ? 1 : level_ * most_of_level;
     return std::clamp((due - flow.debt_ / 2 - excess) / seconds_of(length), level_ * least_of_level,
-                      most);
+                      most_at_once(own));
 }
 
 /// The least share for a flow of a known need: little where others want more, since these would
@@ -289,7 +321,9 @@ uint64_t fair_share::count(place whose, double own, uint64_t most, int64_t inter
     }
     flow.length_ = std::max(flow.length_, interval);
     const bool is_small = !flow.wants_more() && flow.let_need() <= level_;
-    const double part = flow.wants_more() ? part_of_wanting(flow, interval)
+    const bool is_bound = flow.is_bound_ && flow.wants_all(); // others steer it, this does no harm
+    const double part = flow.wants_more() ? part_of_wanting(flow, own, interval)
+                        : is_bound        ? flow.bound_ * most_of_level
                         : is_small        ? std::max(flow.let_need(), least_part())
                                           : level_;
     // Of the two counts on either side: the one that is nearer, where that holds back nobody who
@@ -298,8 +332,8 @@ uint64_t fair_share::count(place whose, double own, uint64_t most, int64_t inter
     double count = std::max(std::floor(own / part * rounding), 1.0);
     const bool is_next_nearer = own / count - part > part - own / (count + 1);
     if (flow.wants_more()) {
-        const bool is_alone = level_ > 0.5 && count == 1;
-        count += is_next_nearer || (is_alone && would_be_too_much(flow, own)) ? 1 : 0;
+        const bool is_alone = level_ > 0.5 && (count == 1 || own > 1);
+        count += is_next_nearer || (is_alone && would_be_too_much(flow, own / count)) ? 1 : 0;
     } else if (!is_small && is_next_nearer && own / (count + 1) >= flow.need_ * 1.02) {
         ++count;
     }

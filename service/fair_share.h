@@ -12,6 +12,8 @@
 //            level between two counts is met by one and the other in turn, and what was moved
 //            before others heard of a newcomer is paid back, also when who moved it has left
 //   debt     the same of one flow beside the others: who got more gets less next time
+//   bound    what a flow may have at most as it shares something else, too; where that is less than
+//            the level, it counts as its need, and who shares that with it steers it
 //
 // All is in parts of the allowed rate: a share of it, or seconds of the whole. The same calls give
 // the same counts: no clock, no lock and no text in here. A call takes time for each flow, so of more
@@ -40,6 +42,8 @@ class fair_share {
     /// One more flow from `now` on, in seconds. Nothing is known of it, so it may want all.
     place join(int64_t now);
     void leave(place whose);
+    /// What is allowed has changed, by which all is measured: all begin anew, owing nothing.
+    void begin_anew(int64_t now);
 
     /// Takes up what a flow has moved since its last report. `interval` is the usual time from one
     /// to the next, in seconds, above 0.
@@ -48,6 +52,14 @@ class fair_share {
     /// The count to tell a flow, from 1 to `most`. `own` is the rate that its client divides, a
     /// share. A later answer takes the place of an earlier one for the whole running sample.
     uint64_t count(place whose, double own, uint64_t most, int64_t interval, int64_t now);
+
+    /// What who wants more gets, a share.
+    double level() const { return level_; }
+    static constexpr double unbound = std::numeric_limits<double>::infinity();
+    /// A flow may have `most` at most, a share, whatever it wants.
+    void bind(place whose, double most);
+    /// What a flow was told in the end, a share, where it isn't what its last count says.
+    void tell(place whose, double part);
 
   private:
     bool is_crowded() const { return all_.size() > most_weighed; }
@@ -58,9 +70,10 @@ class fair_share {
     void remember(double used, int64_t interval);
     double lately_unused(int64_t interval);
     double excess_without(const sharer& whose) const;
-    double part_of_wanting(const sharer& flow, int64_t interval);
+    double part_of_wanting(const sharer& flow, double own, int64_t interval);
     double least_part() const;
     bool would_be_too_much(const sharer& flow, double part) const;
+    double most_at_once(double own) const;
 
     static constexpr size_t remembered = 10; ///< intervals
 
@@ -80,6 +93,8 @@ class fair_share::sharer {
 
     double told_ = 0;                  ///< share that its count lets through; 0: none was told
     double need_ = unknown;            ///< a share
+    double bound_ = unknown;           ///< a share
+    bool is_bound_ = false;            ///< to less than the level
     double peak_ = 0;                  ///< the most that it needed lately
     double debt_ = 0;                  ///< seconds of the whole
     double due_ = 0;                   ///< since its last report
@@ -93,10 +108,17 @@ class fair_share::sharer {
     double seen_let_ = 0;              ///< what it might have used in that time
     std::array<double, 4> moved_ = {}; ///< by its last samples
 
-    bool wants_more() const { return need_ == unknown; }
+    bool wants_all() const { return need_ == unknown; }
+    bool wants_more() const { return wants_all() && !is_bound_; }
     /// What a flow of a known need is to be let use, so that it is seen to grow; where samples are
     /// short, whole seconds are a coarse measure.
-    double let_need() const { return peak_ * 1.12 * (1 + 1 / static_cast<double>(length_)); }
+    double let_need() const {
+        return wants_all() ? bound_ : peak_ * 1.12 * (1 + 1 / static_cast<double>(length_));
+    }
+    /// The most that it may come to have.
+    double most_needed() const { return need_ < bound_ ? need_ : bound_; }
     /// Its part of the whole at a level.
-    double part_at(double level) const { return is_overdue_ ? 0 : need_ < level ? need_ : level; }
+    double part_at(double level) const {
+        return is_overdue_ ? 0 : most_needed() < level ? most_needed() : level;
+    }
 };

@@ -29,7 +29,8 @@ int64_t interval_of(const throttling_config_s& settings) {
     return settings.sample_interval > 0 ? settings.sample_interval : shortest_silence_of_flow / 2;
 }
 
-uint64_t allowed_now(const throttling_config_s& settings, operation_type_t operation, moment now) {
+uint64_t settings_allow(const throttling_config_s& settings, operation_type_t operation,
+                        moment now) {
     tm local = {};
     localtime_r(&now.wall, &local);
     return allowed_rate(settings, operation, local);
@@ -57,6 +58,11 @@ int64_t early_by(const sample& reported, uint64_t share, int64_t longest) {
     return std::clamp(due - taken, int64_t{0}, longest);
 }
 
+/// `part` of `whole`; where nothing is allowed, all.
+double ratio(uint64_t part, uint64_t whole) {
+    return whole == 0 ? 1 : static_cast<double>(part) / static_cast<double>(whole);
+}
+
 std::string row(const char* name, const char* description, uint64_t value) {
     return fmt::format("name={},description={},type=int,value={},fixed=y;", name, description,
                        value);
@@ -71,6 +77,11 @@ std::string part(const char* what, const std::vector<std::string>& items) {
     const ptrdiff_t listed = std::min(count, most_listed);
     return fmt::format("; {}{}{}", what, fmt::join(items.begin(), items.begin() + listed, "; "),
                        listed < count ? fmt::format("; and {} more", count - listed) : "");
+}
+
+/// Whom a limit is for.
+std::string limited_text(const std::optional<std::string>& storage) {
+    return storage ? "storage " + in_quotes(*storage) : "all storages of the host";
 }
 
 bool is_quiet(const storage_point& point) {
@@ -348,6 +359,12 @@ const throttling_config_s& ledger::settings_of(const storage_entry& which) const
     return which.second.settings != nullptr ? *which.second.settings : *latest_;
 }
 
+/// What a session's client goes by, but for limits.
+const throttling_config_s& ledger::settings_for(const session_entry& who,
+                                                const storage_entry& what) const {
+    return who.second.settings != nullptr ? *who.second.settings : settings_of(what);
+}
+
 bool ledger::is_latest(const std::string& text) {
     const turn mine(*this);
     return text == latest_text_;
@@ -511,7 +528,7 @@ answer ledger::malformed(session_number number, int32_t status, const std::strin
 
 answer ledger::connect(session_entry& who, storage_entry& what, moment now) {
     storage& store = what.second;
-    const int64_t limit = limit_of(settings_of(what), what.first);
+    const int64_t limit = connection_limit_of(what, now);
     if (store.connections >= limit) {
         ++store.refused;
         const std::string why = fmt::format("storage {} has all {} connections of its limit",
@@ -551,11 +568,12 @@ int64_t ledger::report(session_entry& who, storage_entry& what, const sample& re
         ++held.connections;
         ++what.second.connections;
         log(who, fmt::format("is still connected to {}, {} of {}", in_quotes(what.first),
-                             what.second.connections, limit_of(settings, what.first)));
+                             what.second.connections, connection_limit_of(what, now)));
     }
     auto& place = held.flows[operation];
     if (!place) {
         place = flows.insert(flows.end(), flow{who.first, now.uptime, 0, shares.join(now.uptime)});
+        join_host(**place, operation, now);
         log(who, fmt::format("{} {}, one of {}", flow_names[operation], in_quotes(what.first),
                              flows.size()));
     }
@@ -563,14 +581,25 @@ int64_t ledger::report(session_entry& who, storage_entry& what, const sample& re
     flows.splice(flows.end(), flows, *place);
     own.reported = now.uptime;
     own.rate = rate_of(reported);
-    const uint64_t allowed = allowed_now(settings, operation, now);
-    shares.report(
-        own.share,
-        {static_cast<double>(reported.bytes) / static_cast<double>(std::max(allowed, uint64_t{1})),
-         int64_t{reported.end} - int64_t{reported.start}},
-        interval_of(settings), now.uptime);
-    const uint64_t sharing = own.count != 0 ? own.count : flows.size();
-    return early_by(reported, allowed / sharing, settings.sample_interval);
+    follow_limits(what, now);
+    if (is_paused(what, operation, now)) {
+        return 0; // what else it has to wait is told where the reply is made
+    }
+    const auto of = [&](uint64_t whole) {
+        return moved_sample{static_cast<double>(reported.bytes) /
+                                static_cast<double>(std::max(whole, uint64_t{1})),
+                            int64_t{reported.end} - int64_t{reported.start}};
+    };
+    const uint64_t most = allowed(what, operation, now);
+    shares.report(own.share, of(most), interval_of(settings), now.uptime);
+    if (own.host_share) {
+        host_shares_[operation].report(*own.host_share, of(*host_caps_[operation]),
+                                       interval_of(settings), now.uptime);
+    }
+    const uint64_t part = own.count != 0
+                              ? settings_allow(settings_for(who, what), operation, now) / own.count
+                              : most / flows.size();
+    return early_by(reported, part, settings.sample_interval);
 }
 
 void ledger::end_flow(session_entry& who, storage_entry& what, operation_type_t operation,
@@ -581,6 +610,7 @@ void ledger::end_flow(session_entry& who, storage_entry& what, operation_type_t 
     }
     flow_list& flows = what.second.flows[operation];
     what.second.shares[operation].leave((*held->second.flows[operation])->share);
+    leave_host(**held->second.flows[operation], operation);
     flows.erase(*held->second.flows[operation]);
     held->second.flows[operation].reset();
     log(who, fmt::format("{}: {} {}, {} left", why, flow_names[operation], in_quotes(what.first),
@@ -624,6 +654,201 @@ void ledger::drop_if_empty(session_entry& who, storage_entry& what) {
     }
 }
 
+// --- limits of operators -----------------------------------------------------------------------
+
+const live_limits& ledger::limits_of(const std::string& name) const {
+    static const live_limits none;
+    const auto own = limits_.find(name);
+    return own != limits_.end() ? own->second : none;
+}
+
+int64_t ledger::connection_limit_of(const storage_entry& what, moment now) const {
+    return in_force(limits_of(what.first).connections, now.uptime)
+        .value_or(limit_of(settings_of(what), what.first));
+}
+
+/// Bytes per second for all flows of a storage together, but for the host's cap.
+uint64_t ledger::allowed(const storage_entry& what, operation_type_t operation, moment now) const {
+    return limited(settings_allow(settings_of(what), operation, now),
+                   in_force(limits_of(what.first).rates[operation], now.uptime));
+}
+
+/// Where the limits have changed, the shares of the flows are to be found anew.
+void ledger::follow_limits(storage_entry& what, moment now) {
+    const live_limits& limits = limits_of(what.first);
+    for (const operation_type_t operation : {OPERATION_READ, OPERATION_WRITE}) {
+        const auto limit = in_force(limits.rates[operation], now.uptime);
+        if (limit != what.second.limits[operation]) {
+            what.second.limits[operation] = limit;
+            what.second.shares[operation].begin_anew(now.uptime);
+        }
+        follow_cap(operation, now);
+    }
+}
+
+void ledger::follow_cap(operation_type_t operation, moment now) {
+    const auto cap = in_force(host_limits_.rates[operation], now.uptime);
+    if (cap == host_caps_[operation]) {
+        return;
+    }
+    host_caps_[operation] = cap;
+    host_shares_[operation] = {};
+    for (storage_entry& each : storages_) {
+        for (flow& one : each.second.flows[operation]) {
+            one.host_share.reset();
+            join_host(one, operation, now);
+        }
+    }
+}
+
+void ledger::join_host(flow& one, operation_type_t operation, moment now) {
+    if (host_caps_[operation]) {
+        one.host_share = host_shares_[operation].join(now.uptime);
+    }
+}
+
+void ledger::leave_host(flow& one, operation_type_t operation) {
+    if (one.host_share) {
+        host_shares_[operation].leave(*one.host_share);
+    }
+}
+
+bool ledger::is_paused(const storage_entry& what, operation_type_t operation, moment now) const {
+    return in_force(limits_of(what.first).rates[operation], now.uptime) == 0U ||
+           in_force(host_limits_.rates[operation], now.uptime) == 0U;
+}
+
+/// Seconds that a session has to wait as what it does with a storage is paused. One wait holds for
+/// both of its directions, and each reply says it anew.
+int64_t ledger::pause(session_entry& who, storage_entry& what, moment now) const {
+    const auto held = who.second.holds.find(&what);
+    for (const operation_type_t operation : {OPERATION_READ, OPERATION_WRITE}) {
+        if (held != who.second.holds.end() && held->second.flows[operation] &&
+            is_paused(what, operation, now)) {
+            return pause_of(settings_for(who, what).sample_interval);
+        }
+    }
+    return 0;
+}
+
+limits_view ledger::limit(const std::optional<std::string>& name, const limit_change& change,
+                          const std::string& by, moment now) {
+    const turn mine(*this);
+    if (name && !is_storage_name(*name)) {
+        throw limit_refused("no storage can be called " + in_quotes(*name));
+    }
+    if (!name && change.connections) {
+        throw limit_refused("connections are limited by storage");
+    }
+    if (!change.rates[0] && !change.rates[1] && !change.connections) {
+        throw limit_refused("no limit is named");
+    }
+    end_limits(now);
+    if (name && limits_.count(*name) == 0 && limits_.size() >= most_storages) {
+        throw limit_refused(fmt::format("{} storages are limited already", most_storages));
+    }
+    live_limits& limits = name ? limits_[*name] : host_limits_;
+    const int64_t until = change.seconds ? now.uptime + *change.seconds : timed<uint64_t>::never;
+    std::vector<std::string> said;
+    limits_view view = {name, {}, {}, true, std::nullopt};
+    if (name) {
+        const auto known = storages_.find(*name);
+        view.is_known = known != storages_.end();
+        if (view.is_known) {
+            view.sample_interval = settings_of(*known).sample_interval;
+        }
+    }
+    for (const operation_type_t operation : {OPERATION_READ, OPERATION_WRITE}) {
+        if (const auto rate = change.rates[operation]) {
+            limits.rates[operation] = {*rate, until};
+            said.push_back(fmt::format("{} {} bytes/s", flow_names[operation], *rate));
+            view.allowed[operation] = allowed_by_settings(name, operation, now);
+        }
+    }
+    if (change.connections) {
+        limits.connections = {*change.connections, until};
+        said.push_back(fmt::format("connections {}", *change.connections));
+    }
+    lines_.put(fmt::format("{}: limited by {}: {}{}", limited_text(name), by, fmt::join(said, ", "),
+                           change.seconds ? fmt::format(", for {} s", *change.seconds) : ""));
+    for (storage_entry& each : storages_) {
+        follow_limits(each, now);
+    }
+    view.limits = limits;
+    return view;
+}
+
+bool ledger::unlimit(const std::optional<std::string>& name, const std::string& by, moment now) {
+    const turn mine(*this);
+    end_limits(now);
+    live_limits taken;
+    if (!name) {
+        taken = std::exchange(host_limits_, {});
+    } else if (const auto found = limits_.find(*name); found != limits_.end()) {
+        taken = found->second;
+        limits_.erase(found);
+    }
+    if (taken.is_empty()) {
+        return false;
+    }
+    lines_.put(fmt::format("{}: its limits are taken back by {}", limited_text(name), by));
+    for (storage_entry& each : storages_) {
+        follow_limits(each, now);
+    }
+    return true;
+}
+
+std::vector<limits_view> ledger::limits(moment now) {
+    const turn mine(*this);
+    end_limits(now);
+    std::vector<limits_view> all;
+    if (!host_limits_.is_empty()) {
+        all.push_back({std::nullopt, host_limits_, {}, true, std::nullopt});
+    }
+    for (const auto& [name, limits] : limits_) {
+        all.push_back({name, limits, {}, true, std::nullopt});
+    }
+    return all;
+}
+
+/// What the settings allow for a storage now; for the host, for all of them together.
+/// None: it isn't known, as no text has come yet.
+std::optional<uint64_t> ledger::allowed_by_settings(const std::optional<std::string>& name,
+                                                    operation_type_t operation, moment now) const {
+    if (name) {
+        const auto known = storages_.find(*name);
+        return known != storages_.end()
+                   ? std::optional(settings_allow(settings_of(*known), operation, now))
+                   : std::nullopt;
+    }
+    std::optional<uint64_t> most;
+    for (const storage_entry& each : storages_) {
+        most = add_up(most.value_or(0), settings_allow(settings_of(each), operation, now));
+    }
+    return most;
+}
+
+/// Forgets what has run out.
+void ledger::end_limits(moment now) {
+    const auto end_one = [&](auto& limit, const std::optional<std::string>& name,
+                             const char* what) {
+        if (limit && now.uptime >= limit->until) {
+            limit.reset();
+            lines_.put(fmt::format("{}: its limit of {} has run out", limited_text(name), what));
+        }
+    };
+    const auto end_of = [&](live_limits& limits, const std::optional<std::string>& name) {
+        end_one(limits.rates[OPERATION_READ], name, flow_names[OPERATION_READ]);
+        end_one(limits.rates[OPERATION_WRITE], name, flow_names[OPERATION_WRITE]);
+        end_one(limits.connections, name, "connections");
+    };
+    end_of(host_limits_, std::nullopt);
+    for (auto each = limits_.begin(); each != limits_.end();) {
+        end_of(each->second, each->first);
+        each = each->second.is_empty() ? limits_.erase(each) : std::next(each);
+    }
+}
+
 // --- what is seen of it ------------------------------------------------------------------------
 
 uint64_t ledger::measured(const storage_entry& what, operation_type_t operation, moment now) const {
@@ -638,8 +863,7 @@ uint64_t ledger::measured(const storage_entry& what, operation_type_t operation,
 storage_point ledger::point_of(const storage_entry& what, moment now) const {
     const auto direction = [&](operation_type_t operation) {
         return direction_view{static_cast<int64_t>(what.second.flows[operation].size()),
-                              allowed_now(settings_of(what), operation, now),
-                              measured(what, operation, now)};
+                              allowed(what, operation, now), measured(what, operation, now)};
     };
     return {now.wall, what.second.connections, direction(OPERATION_READ),
             direction(OPERATION_WRITE)};
@@ -650,8 +874,7 @@ storage_point ledger::point_of(const storage_entry& what, moment now) const {
 uint64_t ledger::count_for(session_entry& who, storage_entry& what, operation_type_t operation,
                            moment now) {
     const throttling_config_s& settings = settings_of(what);
-    const throttling_config_s& own =
-        who.second.settings != nullptr ? *who.second.settings : settings;
+    const throttling_config_s& own = settings_for(who, what);
     uint64_t most = std::numeric_limits<uint64_t>::max();
     for (const throttling_config_s* each : {&settings, &own}) {
         const uint64_t least = least_allowed_rate(*each, operation);
@@ -659,44 +882,61 @@ uint64_t ledger::count_for(session_entry& who, storage_entry& what, operation_ty
             least != 0 ? std::min(most, least) : most; // where nothing is ever left no count helps
     }
     const auto held = who.second.holds.find(&what);
-    if (held == who.second.holds.end() || !held->second.flows[operation]) {
+    if (held == who.second.holds.end() || !held->second.flows[operation] ||
+        is_paused(what, operation, now)) {
         return std::clamp<uint64_t>(what.second.flows[operation].size(), 1, most);
     }
-    const uint64_t allowed = allowed_now(settings, operation, now);
-    const double own_part = allowed == 0 ? 1
-                                         : static_cast<double>(allowed_now(own, operation, now)) /
-                                               static_cast<double>(allowed);
+    const uint64_t own_rate = settings_allow(own, operation, now);
+    const uint64_t whole = allowed(what, operation, now);
+    const int64_t interval = interval_of(settings);
     flow& asking = **held->second.flows[operation];
-    asking.count = what.second.shares[operation].count(asking.share, own_part, most,
-                                                       interval_of(settings), now.uptime);
+    fair_share& shares = what.second.shares[operation];
+    if (!asking.host_share) {
+        shares.bind(asking.share, fair_share::unbound);
+        asking.count =
+            shares.count(asking.share, ratio(own_rate, whole), most, interval, now.uptime);
+        return asking.count;
+    }
+    fair_share& all_shares = host_shares_[operation];
+    const uint64_t cap = *host_caps_[operation];
+    shares.bind(asking.share, all_shares.level() * ratio(cap, whole));
+    all_shares.bind(*asking.host_share, shares.level() * ratio(whole, cap));
+    asking.count = std::max(
+        shares.count(asking.share, ratio(own_rate, whole), most, interval, now.uptime),
+        all_shares.count(*asking.host_share, ratio(own_rate, cap), most, interval, now.uptime));
+    const uint64_t told = own_rate / asking.count;
+    shares.tell(asking.share, ratio(told, whole));
+    all_shares.tell(*asking.host_share, ratio(told, cap));
     return asking.count;
 }
 
 answer ledger::reply(session_entry& who, storage_entry& what, operation_type_t operation,
                      int64_t wait, moment now) {
     const auto free_flow = [&](operation_type_t each) {
-        const uint64_t allowed = allowed_now(settings_of(what), each, now);
-        return allowed - std::min(allowed, measured(what, each, now));
+        const uint64_t most = allowed(what, each, now);
+        return most - std::min(most, measured(what, each, now));
     };
     // Of both directions there is no one figure: the lesser one is free either way.
     const uint64_t free = operation == OPERATION_READ_WRITE
                               ? std::min(free_flow(OPERATION_READ), free_flow(OPERATION_WRITE))
                               : free_flow(operation);
-    return {STS_OK,
-            row("THR_R_CONNECTION_COUNTS", "sessions reading",
-                count_for(who, what, OPERATION_READ, now)) +
-                row("THR_W_CONNECTION_COUNTS", "sessions writing",
-                    count_for(who, what, OPERATION_WRITE, now)) +
-                row("THR_FREE_FLOW", "bandwidth left[bytes/second]", free) +
-                row("THR_WAIT_SECONDS", "time to wait[seconds]", static_cast<uint64_t>(wait))};
+    return {STS_OK, row("THR_R_CONNECTION_COUNTS", "sessions reading",
+                        count_for(who, what, OPERATION_READ, now)) +
+                        row("THR_W_CONNECTION_COUNTS", "sessions writing",
+                            count_for(who, what, OPERATION_WRITE, now)) +
+                        row("THR_FREE_FLOW", "bandwidth left[bytes/second]", free) +
+                        row("THR_WAIT_SECONDS", "time to wait[seconds]",
+                            static_cast<uint64_t>(std::max(wait, pause(who, what, now))))};
 }
 
 void ledger::tick(moment now) {
     const turn mine(*this);
     expire(now);
     tell(false_keys_, now);
+    end_limits(now);
     for (storage_entry& each : storages_) {
         expire_flows(each, now);
+        follow_limits(each, now);
     }
     if (now.uptime - last_point_ < history_step) {
         return;
@@ -741,7 +981,7 @@ ledger_view ledger::view(moment now, const view_part& wanted) {
             --first; // from the end, since little is wanted mostly
         }
         seen.storages.push_back({each->first,
-                                 limit_of(settings_of(*each), each->first),
+                                 connection_limit_of(*each, now),
                                  each->second.refused,
                                  settings_of(*each).sample_interval,
                                  point_of(*each, now),

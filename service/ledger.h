@@ -8,7 +8,10 @@
 //                       silence for two sample intervals
 //   settings            the last row text that named a storage sets its limit and its rates
 //
-// The count that a flow is told is such that all get their fair share (fair_share.h).
+// The count that a flow is told is such that all get their fair share (fair_share.h): of what the
+// settings of its storage allow, less where an operator limits it (live_limits.h), and of what all
+// storages of the host may have together, where there is such a cap. Of two counts it is told the
+// larger one.
 //
 // A session that says nothing for the lease ends and gives back what it held. One that isn't in the
 // book is taken up again when it speaks: the service was started anew under it. So that its
@@ -26,6 +29,7 @@
 #include "service/fair_share.h"
 #include "service/limits.h"
 #include "service/line_queue.h"
+#include "service/live_limits.h"
 #include "service/log_line.h"
 #include "service/moment.h"
 
@@ -40,6 +44,7 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
@@ -107,6 +112,28 @@ struct storage_view {
     std::vector<storage_point> history; ///< oldest first
 };
 
+/// What an operator asks to be limited. What is none stays as it is.
+struct limit_change {
+    std::optional<uint64_t> rates[2]; ///< by operation, bytes per second; 0: a pause
+    std::optional<int64_t> connections;
+    std::optional<int64_t> seconds; ///< how long it holds; none: until it is taken back
+};
+
+/// The limits that hold for a storage, or for the host.
+struct limits_view {
+    std::optional<std::string> storage; ///< none: all storages of the host together
+    live_limits limits;
+    /// For whoever set them, of each rate: what the settings allow of it now, at least.
+    std::optional<uint64_t> allowed[2];
+    bool is_known = true;                   ///< somebody has named the storage
+    std::optional<int32_t> sample_interval; ///< of a storage's settings, seconds
+};
+
+/// Why a limit isn't set.
+struct limit_refused : std::runtime_error {
+    using runtime_error::runtime_error;
+};
+
 /// Everything that can be seen of the book.
 struct ledger_view {
     int64_t uptime; ///< seconds since the service started
@@ -170,6 +197,18 @@ class ledger {
     /// A request came with a key that nobody was handed. Costs next to nothing.
     void count_false_key() { ++false_keys_.count; }
 
+    // What operators ask.
+
+    /// Limits a storage, which may be one that nobody has used yet; none: all storages of the host
+    /// together. It holds for each session from its next report on. `by` is who asks, for the log.
+    /// Throws limit_refused, where nothing has changed.
+    limits_view limit(const std::optional<std::string>& storage, const limit_change& change,
+                      const std::string& by, moment now);
+    /// Takes all limits of a storage, or of the host, back. Whether there were any.
+    bool unlimit(const std::optional<std::string>& storage, const std::string& by, moment now);
+    /// Those that hold, the host's first, then by name.
+    std::vector<limits_view> limits(moment now);
+
     /// Ends what has run out, and writes history. To be called about once a second.
     void tick(moment now);
     ledger_view view(moment now, const view_part& wanted = {});
@@ -180,6 +219,7 @@ class ledger {
         int64_t reported; ///< uptime of the last report
         uint64_t rate;    ///< bytes per second of the last report
         fair_share::place share;
+        std::optional<fair_share::place> host_share = std::nullopt; ///< while the host has a cap
         uint64_t count = 0; ///< that it was last told; 0: none yet
     };
     using flow_list = std::list<flow>; ///< whoever has been silent longest first
@@ -200,7 +240,8 @@ class ledger {
         int64_t refused = 0;
         int64_t asked = 0; ///< uptime when a client last named it
         flow_list flows[2];
-        fair_share shares[2]; ///< of the flows
+        fair_share shares[2];              ///< of the flows
+        std::optional<uint64_t> limits[2]; ///< that the shares are of
         std::deque<storage_point> history;
         bool is_unused() const { return connections == 0 && flows[0].empty() && flows[1].empty(); }
     };
@@ -246,6 +287,8 @@ class ledger {
     void drop(storage_map::iterator which);
     std::string take_up(const settings_ptr& incoming, account_entry& whose, moment now);
     const throttling_config_s& settings_of(const storage_entry& which) const;
+    const throttling_config_s& settings_for(const session_entry& who,
+                                            const storage_entry& what) const;
     bool can_be_dropped(const storage_entry& which) const;
     bool is_latest(const std::string& text);
 
@@ -261,6 +304,19 @@ class ledger {
     void give_back(session_entry& who, storage_entry& what, const char* why);
     hold& hold_of(session_entry& who, storage_entry& what);
     void drop_if_empty(session_entry& who, storage_entry& what);
+
+    const live_limits& limits_of(const std::string& storage) const;
+    int64_t connection_limit_of(const storage_entry& what, moment now) const;
+    uint64_t allowed(const storage_entry& what, operation_type_t operation, moment now) const;
+    void follow_limits(storage_entry& what, moment now);
+    void follow_cap(operation_type_t operation, moment now);
+    void join_host(flow& one, operation_type_t operation, moment now);
+    void leave_host(flow& one, operation_type_t operation);
+    std::optional<uint64_t> allowed_by_settings(const std::optional<std::string>& storage,
+                                                operation_type_t operation, moment now) const;
+    void end_limits(moment now);
+    bool is_paused(const storage_entry& what, operation_type_t operation, moment now) const;
+    int64_t pause(session_entry& who, storage_entry& what, moment now) const;
 
     uint64_t measured(const storage_entry& what, operation_type_t operation, moment now) const;
     storage_point point_of(const storage_entry& what, moment now) const;
@@ -291,6 +347,10 @@ class ledger {
     std::unordered_set<session_number> ended_;     ///< by their clients, as many as may be open
     std::deque<session_number> ended_longest_ago_; ///< the same, in order
     storage_map storages_;
+    std::map<std::string, live_limits> limits_; ///< by storage
+    live_limits host_limits_;
+    fair_share host_shares_[2];            ///< of all flows, while there is a cap
+    std::optional<uint64_t> host_caps_[2]; ///< that they are of
     settings_ptr latest_ = std::make_shared<throttling_config_s>();
     settings_ptr latest_rates_; ///< the same without limits; null until a text comes
     std::optional<std::string> latest_text_;

@@ -115,6 +115,9 @@ class simulation {
             all_.start(mix_.hosts[which].demands.front().since * second,
                        [this, which] { be(which); });
         }
+        for (const simulated_limit& each : mix_.limits) {
+            all_.start(each.when * second, [this, each] { take_up(each); });
+        }
         all_.run(clock_);
         service() = {};
         return std::move(course_);
@@ -123,6 +126,23 @@ class simulation {
   private:
     moment now() const { return {1000 + static_cast<int64_t>(all_.now() / second), clock_.now()}; }
     double in_intervals(double when) const { return when / second / mix_.interval; }
+
+    std::string storage_of(size_t host) const { return "s" + std::to_string(host % mix_.storages); }
+
+    void take_up(const simulated_limit& asked) {
+        const size_t storages = asked.is_of_host ? 1 : mix_.storages;
+        for (size_t each = 0; each < storages; ++each) {
+            const auto whom = asked.is_of_host ? std::nullopt : std::optional(storage_of(each));
+            limit_change change;
+            if (asked.part) {
+                change.rates[OPERATION_WRITE] =
+                    static_cast<uint64_t>(*asked.part * static_cast<double>(mix_.allowed));
+                book_.limit(whom, change, "a test", now());
+            } else {
+                book_.unlimit(whom, "a test", now());
+            }
+        }
+    }
 
     scripted_reply answer_to(const exchange& asked) {
         const size_t host = std::stoul(asked.session_text);
@@ -144,7 +164,8 @@ class simulation {
             reply.text = evenly(reported);
         }
         const long count = value_of(reply.text, "THR_W_CONNECTION_COUNTS");
-        course_.replies.push_back({in_intervals(all_.now()), host, count});
+        course_.replies.push_back(
+            {in_intervals(all_.now()), host, count, value_of(reply.text, "THR_WAIT_SECONDS")});
         return {reply.status, reply.text};
     }
 
@@ -182,10 +203,10 @@ class simulation {
         config.avail_bandwidth = mix_.allowed;
         config.sample_interval = mix_.interval;
         char type[] = "cloud";
-        char name[] = "s3";
+        std::string name = storage_of(which);
         ServiceConnector connector;
         connector.set_throttling_enabled(1);
-        connector.connect_service(&session, type, name);
+        connector.connect_service(&session, type, name.data());
         book_.configure(static_cast<session_number>(which + 1), settings_, now());
         connector.set_config_params(&config, 0);
         connector.check_connections(OPERATION_READ_WRITE, 1, 0);
@@ -227,6 +248,7 @@ class simulation {
                 all_.wait_until(all_.now() + block / speed * second);
             }
             current.data_length += static_cast<unsigned long>(block);
+            ++course_.blocks[which];
             moved += std::floor(block);
         }
         if (host.is != simulated_host::falls_silent && host.leaves < mix_.lasts * mix_.interval) {
@@ -240,12 +262,20 @@ class simulation {
         connector.disconnect_service();
     }
 
+    std::string rows() const {
+        std::string text;
+        for (size_t each = 0; each < mix_.storages; ++each) {
+            text += row(storage_of(each).c_str(), 100'000);
+        }
+        return text;
+    }
+
     const simulated_mix& mix_;
     simulated_course course_;
     const double whole_; ///< bytes of an interval
     virtual_clock clock_{midnight};
     fibers all_;
-    const std::string settings_ = row("s3", 100'000) + row("AVAIL_BANDWIDTH", mix_.allowed) +
+    const std::string settings_ = rows() + row("AVAIL_BANDWIDTH", mix_.allowed) +
                                   row("SAMPLE_INTERVAL", static_cast<uint64_t>(mix_.interval));
     ledger book_{long_lease, {1000, midnight}, [](const std::string&) {}};
 };
@@ -253,7 +283,8 @@ class simulation {
 } // namespace
 
 simulated_course::simulated_course(size_t hosts, double intervals)
-    : moved_(hosts, std::vector<double>(static_cast<size_t>(std::ceil(intervals)) * steps)) {}
+    : blocks(hosts),
+      moved_(hosts, std::vector<double>(static_cast<size_t>(std::ceil(intervals)) * steps)) {}
 
 /// An amount is spread evenly over the time that it took.
 void simulated_course::add(size_t host, double from, double to, double amount) {

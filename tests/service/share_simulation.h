@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <limits>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,12 +26,21 @@ struct simulated_host {
     bool catches_up = false; ///< its source goes on while it is paced; else it stands still then
 };
 
+/// What an operator does while data flows.
+struct simulated_limit {
+    double when;                ///< seconds after the start
+    std::optional<double> part; ///< of what is allowed; 0: a pause; none: limits are taken back
+    bool is_of_host = false;    ///< for all storages together
+};
+
 struct simulated_mix {
     uint64_t allowed = 20'000'000; ///< bytes per second
     int32_t interval = 30;         ///< seconds
     double lasts = 40;             ///< intervals
     int blocks = 300;              ///< that make an interval's worth of the whole
     std::vector<simulated_host> hosts;
+    std::vector<simulated_limit> limits = {};
+    size_t storages = 1; ///< that the hosts use in turn
     /// Tells each host how many there are, and lets it wait for what it was early of its even part.
     bool evenly = false;
 };
@@ -53,11 +63,13 @@ class simulated_course {
         double when; ///< in intervals
         size_t host;
         long count;
+        long wait; ///< seconds
     };
     std::vector<reply> replies;
 
     void add(size_t host, double from, double to, double amount);
-    std::string text() const; ///< a line for each interval
+    std::vector<size_t> blocks; ///< that were moved, by host
+    std::string text() const;   ///< a line for each interval
 
   private:
     std::vector<std::vector<double>> moved_; ///< by host and step, a part of a whole step's worth

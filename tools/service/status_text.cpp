@@ -1,5 +1,6 @@
 #include "tools/service/status_text.h"
 
+#include "tools/service/limit_text.h"
 #include "tools/terminal/failure.h"
 #include "tools/terminal/printable.h"
 #include "tools/terminal/sizes.h"
@@ -20,24 +21,6 @@ std::string direction_text(const ordered_json& seen) {
 
 std::string counted(int64_t count, const char* one, const char* more) {
     return fmt::format("{} {}", count, count == 1 ? one : more);
-}
-
-/// "3 d 2 h", "2 h 5 min", "5 min 3 s".
-std::string duration_text(int64_t seconds) {
-    struct unit {
-        const char* name;
-        int64_t seconds;
-    };
-    constexpr unit units[] = {{"d", 86400}, {"h", 3600}, {"min", 60}, {"s", 1}};
-    for (size_t each = 0; each + 1 < std::size(units); ++each) {
-        const int64_t whole = seconds / units[each].seconds;
-        if (whole > 0) {
-            const unit& next = units[each + 1];
-            return fmt::format("{} {} {} {}", whole, units[each].name,
-                               seconds % units[each].seconds / next.seconds, next.name);
-        }
-    }
-    return fmt::format("{} s", seconds);
 }
 
 } // namespace
