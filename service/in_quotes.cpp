@@ -16,3 +16,17 @@ std::string in_quotes(std::string_view text) {
     }
     return result + (text.size() > longest ? "...\"" : "\"");
 }
+
+std::string printable(std::string_view text) {
+    std::string shown;
+    for (const char each : text) {
+        const auto byte = static_cast<unsigned char>(each);
+        if (each == '\\' || each == '\n') {
+            shown += each == '\n' ? "\\n" : "\\\\";
+        } else {
+            shown +=
+                byte < ' ' || byte == 0x7f ? fmt::format("\\x{:02x}", byte) : std::string(1, each);
+        }
+    }
+    return shown;
+}

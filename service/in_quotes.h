@@ -7,3 +7,6 @@
 /// `text` between quotes; quotes, backslashes and control characters are escaped, and what is
 /// beyond 128 bytes is left out.
 std::string in_quotes(std::string_view text);
+
+/// A line that may hold anything, with its control characters and backslashes escaped.
+std::string printable(std::string_view text);

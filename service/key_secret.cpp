@@ -1,104 +1,16 @@
 #include "service/key_secret.h"
 
-#include "common/descriptor.h"
-
-#include <algorithm>
 #include <cerrno>
 #include <charconv>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <optional>
 #include <sys/random.h>
-#include <sys/stat.h>
 #include <system_error>
-#include <unistd.h>
 
 namespace {
 
 constexpr const char* file_name = "secret";
 constexpr size_t file_size = 2 * key_secret().size() + 1; ///< digits and a line's end
-
-[[noreturn]] void fail(const std::string& path, const std::string& why) {
-    throw state_error(path + ": " + why);
-}
-
-[[noreturn]] void fail_with(const std::string& path, int error) { fail(path, strerror(error)); }
-
-/// Makes a directory and those above it; each that it makes is its owner's alone.
-void make_directories(const std::string& path) {
-    for (size_t end = path.find('/', 1);; end = path.find('/', end + 1)) {
-        const std::string part = path.substr(0, end);
-        struct stat there = {};
-        if (mkdir(part.c_str(), S_IRWXU) != 0 && stat(part.c_str(), &there) != 0) {
-            fail_with(part, errno);
-        }
-        if (end == std::string::npos) {
-            return;
-        }
-    }
-}
-
-std::string owner_and_mode(const struct stat& of) {
-    return fmt::format("owner {}, mode {:04o}", of.st_uid, of.st_mode & 07777U);
-}
-
-/// Whoever may write there could put a secret of their own into the place of ours.
-void check_directory(const std::string& path, int directory) {
-    struct stat found = {};
-    if (fstat(directory, &found) != 0) {
-        fail_with(path, errno);
-    }
-    if ((found.st_uid != geteuid() && found.st_uid != 0) ||
-        (found.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
-        fail(path, fmt::format("others may write there ({}); it has to be of user {} and writable "
-                               "by nobody else: chmod 0700, or name another directory",
-                               owner_and_mode(found), geteuid()));
-    }
-}
-
-void check_file(const std::string& path, const struct stat& found) {
-    if (!S_ISREG(found.st_mode)) {
-        fail(path, "is no file; remove it, and a new one is made");
-    }
-    if (found.st_uid != geteuid() || (found.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
-        fail(path, fmt::format("others may have read it ({}); it has to be of user {} with mode "
-                               "0600: remove it, and a new one is made",
-                               owner_and_mode(found), geteuid()));
-    }
-}
-
-/// As many bytes as there are, up to `size`. None when they can't be read.
-std::optional<std::string> read_up_to(int from, size_t size) {
-    std::string text(size, '\0');
-    size_t got = 0;
-    while (got < size) {
-        const ssize_t more = read(from, text.data() + got, size - got);
-        if (more < 0 && errno != EINTR) {
-            return std::nullopt;
-        }
-        if (more == 0) {
-            break;
-        }
-        got += more > 0 ? static_cast<size_t>(more) : 0;
-    }
-    text.resize(got);
-    return text;
-}
-
-bool write_all(int to, const std::string& text) {
-    size_t written = 0;
-    while (written < text.size()) {
-        const ssize_t more = write(to, text.data() + written, text.size() - written);
-        if (more < 0 && errno != EINTR) {
-            return false;
-        }
-        written += more > 0 ? static_cast<size_t>(more) : 0;
-    }
-    return true;
-}
 
 std::string text_of(const key_secret& secret) {
     std::string text;
@@ -124,79 +36,22 @@ std::optional<key_secret> parse(const std::string& text) {
 }
 
 /// None when there is no such file.
-std::optional<key_secret> read_secret(const std::string& path, int directory) {
-    // It may be a link or a FIFO; neither is followed or waited for.
-    const descriptor file(
-        openat(directory, file_name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-    if (!file.is_open()) {
-        if (errno == ENOENT) {
-            return std::nullopt;
-        }
-        if (errno == ELOOP || errno == ENXIO) {
-            fail(path, "is no file; remove it, and a new one is made");
-        }
-        fail_with(path, errno);
-    }
-    struct stat found = {};
-    if (fstat(file.get(), &found) != 0) {
-        fail_with(path, errno);
-    }
-    check_file(path, found);
-    const std::optional<std::string> text = read_up_to(file.get(), file_size + 1);
+std::optional<key_secret> read_secret(const state_directory& directory) {
+    const std::optional<std::string> text = directory.read(file_name, file_size + 1);
     if (!text) {
-        fail_with(path, errno);
+        return std::nullopt;
     }
     const std::optional<key_secret> secret = parse(*text);
     if (!secret) {
-        fail(path, fmt::format("is damaged: {} bytes, not {} hexadecimal digits and a line's end; "
-                               "bring back the right one, or remove it and a new one is made",
-                               text->size(), file_size - 1));
+        throw state_error(
+            fmt::format("{}: is damaged: {} bytes, not {} hexadecimal digits and a line's end; "
+                        "bring back the right one, or remove it and a new one is made",
+                        directory.path_of(file_name), text->size(), file_size - 1));
     }
     return secret;
 }
 
-/// Writes a secret of our own, whole, unless another service was quicker.
-void write_new_secret(const std::string& path, int directory) {
-    const std::string draft = fmt::format(".{}.{}", file_name, gettid());
-    unlinkat(directory, draft.c_str(), 0); // left by one of our number that was killed
-    const descriptor file(openat(directory, draft.c_str(),
-                                 O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
-                                 S_IRUSR | S_IWUSR));
-    if (!file.is_open()) {
-        fail_with(path, errno);
-    }
-    int error = 0;
-    if (!write_all(file.get(), text_of(new_secret())) || fsync(file.get()) != 0 ||
-        (linkat(directory, draft.c_str(), directory, file_name, 0) != 0 && errno != EEXIST)) {
-        error = errno;
-    }
-    unlinkat(directory, draft.c_str(), 0);
-    if (error != 0 || fsync(directory) != 0) {
-        fail_with(path, error != 0 ? error : errno);
-    }
-}
-
-/// Whether the environment's `name` is an absolute path.
-std::optional<std::string> path_in(const char* name) {
-    const char* const set = getenv(name);
-    return set != nullptr && set[0] == '/' ? std::optional<std::string>(set) : std::nullopt;
-}
-
 } // namespace
-
-std::string default_state_directory() {
-    if (const auto given = path_in("STATE_DIRECTORY")) {
-        return given->substr(0, given->find(':'));
-    }
-    if (geteuid() == 0) {
-        return "/var/lib/vlsld";
-    }
-    if (const auto state = path_in("XDG_STATE_HOME")) {
-        return *state + "/vlsld";
-    }
-    const auto home = path_in("HOME");
-    return home ? *home + "/.local/state/vlsld" : "";
-}
 
 key_secret new_secret() {
     key_secret secret;
@@ -206,21 +61,14 @@ key_secret new_secret() {
     return secret;
 }
 
-key_secret kept_secret(const std::string& directory) {
-    make_directories(directory);
-    const descriptor opened(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!opened.is_open()) {
-        fail_with(directory, errno);
-    }
-    check_directory(directory, opened.get());
-    const std::string path = directory + "/" + file_name;
-    std::optional<key_secret> secret = read_secret(path, opened.get());
+key_secret kept_secret(const state_directory& directory) {
+    std::optional<key_secret> secret = read_secret(directory);
     if (!secret) {
-        write_new_secret(path, opened.get());
-        secret = read_secret(path, opened.get()); // whoever's was first
+        directory.write_first(file_name, text_of(new_secret()));
+        secret = read_secret(directory); // whoever's was first
     }
     if (!secret) {
-        fail(path, "was removed as soon as it was made");
+        throw state_error(directory.path_of(file_name) + ": was removed as soon as it was made");
     }
     return *secret;
 }

@@ -4,6 +4,7 @@
 #include "service/in_quotes.h"
 
 #include <algorithm>
+#include <cmath>
 #include <fmt/format.h>
 #include <limits>
 #include <utility>
@@ -191,10 +192,15 @@ ledger::session_entry* ledger::enter(const caller& who, bool is_taken_up, moment
     const auto place = silent_longest_.insert(silent_longest_.end(), who.session);
     const auto place_with_owner = own.insert(own.end(), who.session);
     return &*sessions_
-                 .try_emplace(
-                     who.session,
-                     session{
-                         "", now.uptime, place, &owner, place_with_owner, is_taken_up, nullptr, {}})
+                 .try_emplace(who.session, session{"",
+                                                   now.uptime,
+                                                   place,
+                                                   &owner,
+                                                   place_with_owner,
+                                                   is_taken_up,
+                                                   nullptr,
+                                                   {},
+                                                   {}})
                  .first;
 }
 
@@ -356,6 +362,9 @@ void ledger::drop(storage_map::iterator which) {
 }
 
 const throttling_config_s& ledger::settings_of(const storage_entry& which) const {
+    if (own_ != nullptr) {
+        return *own_;
+    }
     return which.second.settings != nullptr ? *which.second.settings : *latest_;
 }
 
@@ -365,16 +374,42 @@ const throttling_config_s& ledger::settings_for(const session_entry& who,
     return who.second.settings != nullptr ? *who.second.settings : settings_of(what);
 }
 
-bool ledger::is_latest(const std::string& text) {
-    const turn mine(*this);
-    return text == latest_text_;
+/// Null: nobody sent it lately.
+ledger::text_ptr ledger::find_text(const std::string& text) const {
+    const auto found = std::find_if(texts_.begin(), texts_.end(),
+                                    [&](const text_ptr& each) { return each->text == text; });
+    return found != texts_.end() ? *found : nullptr;
+}
+
+/// What a text that was cut is read on top of.
+settings_ptr ledger::base_for(session_number who) const {
+    const auto known = sessions_.find(who);
+    if (known != sessions_.end() && known->second.settings != nullptr) {
+        return known->second.settings;
+    }
+    return own_ != nullptr ? own_ : latest_;
+}
+
+ledger::text_ptr ledger::remember_text(const std::string& text, const settings_ptr& read) {
+    const auto rates = std::make_shared<throttling_config_s>(*read);
+    rates->connections.clear(); // so that a session keeps no more than it needs
+    texts_.push_front(std::make_shared<known_text>(known_text{text, read, rates}));
+    if (texts_.size() > most_texts) {
+        texts_.pop_back();
+    }
+    return texts_.front();
 }
 
 int32_t ledger::configure(const caller& who, const std::string& text, moment now) {
     const bool is_too_long = text.size() > longest_text;
     std::optional<settings_text> read;
-    if (!is_too_long && !is_latest(text)) {
-        read = read_settings(text); // before its turn: a long one takes as long as many questions
+    if (!is_too_long) {
+        std::unique_lock<std::mutex> guard(lock_);
+        if (find_text(text) == nullptr) {
+            const settings_ptr base = base_for(who.session);
+            guard.unlock();
+            read = read_settings(text, base); // not in its turn: it takes as long as many questions
+        }
     }
     const turn mine(*this);
     expire(now);
@@ -388,30 +423,56 @@ int32_t ledger::configure(const caller& who, const std::string& text, moment now
     if (known == nullptr) {
         return STS_ERR_NOMEM;
     }
-    if (text == latest_text_) {
-        known->second.settings = latest_rates_;
+    const text_ptr earlier = known->second.sent.lock();
+    text_ptr sent = find_text(text);
+    const bool is_new = sent == nullptr;
+    std::string no_names;
+    if (is_new) {
+        const settings_text incoming =
+            read ? *std::move(read) : read_settings(text, base_for(who.session));
+        if (incoming.settings == nullptr) {
+            return malformed(who.session, STS_ERR_INVALID,
+                             "settings without a readable row: " + in_quotes(text))
+                .status;
+        }
+        no_names = part("not taken, no name: ", incoming.no_names);
+        sent = remember_text(text, incoming.settings);
+    }
+    known->second.sent = sent;
+    known->second.settings = sent->rates;
+    if (sent == earlier) {
         return STS_OK; // as each image sends them at its open
     }
-    const settings_text incoming = read ? *std::move(read) : read_settings(text);
-    if (incoming.settings == nullptr) {
-        return malformed(who.session, STS_ERR_INVALID,
-                         "settings without a readable row: " + in_quotes(text))
-            .status;
+    const std::string by = who.peer.empty() ? "" : " of " + who.peer;
+    if (own_ != nullptr) {
+        const std::string differences = is_new ? differences_from_own(*sent->whole) : "";
+        if (!differences.empty()) {
+            log(*known, "other settings" + by + ", which don't hold here" + differences);
+        }
+        return STS_OK;
     }
-    const std::string news = take_up(incoming.settings, *known->second.owner, now) +
-                             part("not taken, no name: ", incoming.no_names);
+    const std::string news =
+        take_up(sent->whole, earlier != nullptr ? earlier->whole.get() : nullptr,
+                *known->second.owner, now) +
+        no_names;
     if (!news.empty()) {
-        log(*known, "new settings" + news); // one line, however many storages the text names
+        log(*known, "new settings" + by + news); // one line, however many storages the text names
     }
-    latest_text_ = text;
-    const auto rates = std::make_shared<throttling_config_s>(*incoming.settings);
-    rates->connections.clear(); // so that a session keeps no more than it needs
-    known->second.settings = latest_rates_ = rates;
     return STS_OK;
 }
 
-/// What changes by it, for the log.
-std::string ledger::take_up(const settings_ptr& incoming, account_entry& whose, moment now) {
+/// What changes by it, for the log. A client that sent `earlier` ones changes what differs from
+/// those; null: all is new.
+std::string ledger::take_up(const settings_ptr& incoming, const throttling_config_s* earlier,
+                            account_entry& whose, moment now) {
+    std::map<const throttling_config_s*, settings_ptr> changed_from; // so that they stay shared
+    const auto changed_by_it = [&](const throttling_config_s& current) {
+        if (earlier == nullptr) {
+            return incoming;
+        }
+        settings_ptr& changed = changed_from[&current];
+        return changed != nullptr ? changed : changed = with_changes(current, *earlier, *incoming);
+    };
     const connection_limits& named = incoming->connections;
     make_room(static_cast<size_t>(std::count_if(
                   named.begin(), named.end(),
@@ -419,20 +480,50 @@ std::string ledger::take_up(const settings_ptr& incoming, account_entry& whose, 
               whose, named);
     std::vector<std::string> changed;
     std::vector<std::string> left_out;
+    const settings_ptr before = latest_; // which others may refer to
     for (const auto& [name, limit] : named) {
         storage_entry* const what = find_or_add(name, whose, now);
         if (what == nullptr) {
             left_out.push_back(in_quotes(name));
             continue;
         }
-        const std::string change = changes(settings_of(*what), *incoming, name);
+        const settings_ptr current =
+            what->second.settings != nullptr ? what->second.settings : before;
+        const settings_ptr then = changed_by_it(*current);
+        const std::string change = ::changes(*current, *then, name);
         if (!change.empty()) {
             changed.push_back(fmt::format("storage {}: {}", in_quotes(name), change));
         }
-        what->second.settings = incoming;
+        what->second.settings = then;
     }
-    latest_ = incoming;
+    latest_ = changed_by_it(*before);
+    ++changes_;
     return part("", changed) + part("not taken, no room: ", left_out);
+}
+
+/// In what a client's settings differ from the service's own, for the log.
+std::string ledger::differences_from_own(const throttling_config_s& incoming) const {
+    std::vector<std::string> all;
+    if (const std::string rates = ::changes(*own_, incoming, ""); !rates.empty()) {
+        all.push_back(rates);
+    }
+    for (const auto& [name, limit] : incoming.connections) {
+        const int64_t own = limit_of(*own_, name);
+        if (own != limit) {
+            all.push_back(fmt::format("storage {}: limit {} -> {}", in_quotes(name), own, limit));
+        }
+    }
+    return part("", all);
+}
+
+void ledger::rule(settings_ptr own, moment now) {
+    const turn mine(*this);
+    own_ = std::move(own);
+    for (storage_entry& each : storages_) {
+        for (const operation_type_t operation : {OPERATION_READ, OPERATION_WRITE}) {
+            each.second.shares[operation].begin_anew(now.uptime);
+        }
+    }
 }
 
 bool ledger::can_be_dropped(const storage_entry& which) const {
@@ -572,6 +663,7 @@ int64_t ledger::report(session_entry& who, storage_entry& what, const sample& re
     }
     auto& place = held.flows[operation];
     if (!place) {
+        ++changes_;
         place = flows.insert(flows.end(), flow{who.first, now.uptime, 0, shares.join(now.uptime)});
         join_host(**place, operation, now);
         log(who, fmt::format("{} {}, one of {}", flow_names[operation], in_quotes(what.first),
@@ -652,6 +744,112 @@ void ledger::drop_if_empty(session_entry& who, storage_entry& what) {
         who.second.holds.erase(held);
         what.second.strangers -= who.second.owner != what.second.owner ? 1 : 0;
     }
+}
+
+// --- what outlasts the service -----------------------------------------------------------------
+
+uint64_t ledger::changes() {
+    const turn mine(*this);
+    return changes_;
+}
+
+kept_book ledger::keep(moment now) {
+    const turn mine(*this);
+    kept_book kept;
+    std::map<const throttling_config_s*, size_t> numbers;
+    const auto number_of = [&](const throttling_config_s& config) {
+        const auto [found, is_new] = numbers.try_emplace(&config, kept.settings.size());
+        if (is_new) {
+            kept.settings.push_back(rows_of(config));
+        }
+        return found->second;
+    };
+    number_of(*latest_);
+    for (const storage_entry& each : storages_) {
+        const storage& what = each.second;
+        const auto flows = [&](operation_type_t operation) -> uint64_t {
+            return awaits_flows(each, operation, now) ? what.flows_before[operation]
+                                                      : what.flows[operation].size();
+        };
+        kept_book::kept_storage one = {
+            each.first, std::nullopt, 0, {flows(OPERATION_READ), flows(OPERATION_WRITE)}};
+        if (what.settings != nullptr) {
+            one.settings = number_of(*what.settings);
+            one.limit = limit_of(*what.settings, each.first);
+        }
+        kept.storages.push_back(std::move(one));
+    }
+    const auto keep_limits = [&](const std::optional<std::string>& name, live_limits limits) {
+        const auto by_the_wall = [&](auto& limit) {
+            if (limit && limit->until != timed<int64_t>::never) {
+                limit->until += now.wall - now.uptime;
+            }
+        };
+        by_the_wall(limits.rates[0]);
+        by_the_wall(limits.rates[1]);
+        by_the_wall(limits.connections);
+        kept.limits.push_back({name, limits, {}, true, std::nullopt});
+    };
+    if (!host_limits_.is_empty()) {
+        keep_limits(std::nullopt, host_limits_);
+    }
+    for (const auto& [name, limits] : limits_) {
+        keep_limits(name, limits);
+    }
+    return kept;
+}
+
+void ledger::restore(const kept_book& kept, moment now) {
+    const turn mine(*this);
+    std::vector<std::shared_ptr<throttling_config_s>> all;
+    for (const std::string& rows : kept.settings) {
+        const settings_text read = read_settings(rows);
+        all.push_back(read.settings != nullptr
+                          ? std::make_shared<throttling_config_s>(*read.settings)
+                          : nullptr);
+    }
+    if (!all.empty() && all.front() != nullptr) {
+        latest_ = all.front();
+    }
+    for (const kept_book::kept_storage& each : kept.storages) {
+        const std::shared_ptr<throttling_config_s> settings =
+            each.settings && *each.settings < all.size() ? all[*each.settings] : nullptr;
+        storage_entry* const what =
+            is_storage_name(each.name) ? find_or_add(each.name, account_of(""), now) : nullptr;
+        if (what == nullptr) {
+            continue;
+        }
+        std::copy(std::begin(each.flows), std::end(each.flows), what->second.flows_before);
+        if (settings != nullptr && each.limit >= 1 &&
+            each.limit <= std::numeric_limits<int32_t>::max()) {
+            settings->connections[each.name] = static_cast<uint32_t>(each.limit);
+            what->second.settings = settings;
+        }
+    }
+    for (const limits_view& each : kept.limits) {
+        if (each.storage && (!is_storage_name(*each.storage) || limits_.size() >= most_storages)) {
+            continue;
+        }
+        live_limits limits = each.limits;
+        const auto by_uptime = [&](auto& limit) {
+            if (limit && limit->until != timed<int64_t>::never) {
+                limit->until = now.uptime + std::max(limit->until - now.wall, int64_t{0});
+            }
+        };
+        by_uptime(limits.rates[0]);
+        by_uptime(limits.rates[1]);
+        by_uptime(limits.connections);
+        (each.storage ? limits_[*each.storage] : host_limits_) = limits;
+    }
+    restored_ = now.uptime;
+    drop_if_empty(account_of(""));
+}
+
+/// Whether there were more flows before the service was started anew than have been heard of, and
+/// those could still be there.
+bool ledger::awaits_flows(const storage_entry& what, operation_type_t operation, moment now) const {
+    return restored_ && now.uptime - *restored_ < silence_of_flow(settings_of(what)) &&
+           what.second.flows[operation].size() < what.second.flows_before[operation];
 }
 
 // --- limits of operators -----------------------------------------------------------------------
@@ -769,6 +967,7 @@ limits_view ledger::limit(const std::optional<std::string>& name, const limit_ch
         limits.connections = {*change.connections, until};
         said.push_back(fmt::format("connections {}", *change.connections));
     }
+    ++changes_;
     lines_.put(fmt::format("{}: limited by {}: {}{}", limited_text(name), by, fmt::join(said, ", "),
                            change.seconds ? fmt::format(", for {} s", *change.seconds) : ""));
     for (storage_entry& each : storages_) {
@@ -791,6 +990,7 @@ bool ledger::unlimit(const std::optional<std::string>& name, const std::string& 
     if (taken.is_empty()) {
         return false;
     }
+    ++changes_;
     lines_.put(fmt::format("{}: its limits are taken back by {}", limited_text(name), by));
     for (storage_entry& each : storages_) {
         follow_limits(each, now);
@@ -834,6 +1034,7 @@ void ledger::end_limits(moment now) {
                              const char* what) {
         if (limit && now.uptime >= limit->until) {
             limit.reset();
+            ++changes_;
             lines_.put(fmt::format("{}: its limit of {} has run out", limited_text(name), what));
         }
     };
@@ -895,6 +1096,13 @@ uint64_t ledger::count_for(session_entry& who, storage_entry& what, operation_ty
         shares.bind(asking.share, fair_share::unbound);
         asking.count =
             shares.count(asking.share, ratio(own_rate, whole), most, interval, now.uptime);
+        if (awaits_flows(what, operation, now)) {
+            const double even = std::round(
+                static_cast<double>(what.second.flows_before[operation]) * ratio(own_rate, whole));
+            asking.count =
+                std::clamp(static_cast<uint64_t>(std::min(even, 1e15)), asking.count, most);
+            shares.tell(asking.share, ratio(own_rate / asking.count, whole));
+        }
         return asking.count;
     }
     fair_share& all_shares = host_shares_[operation];

@@ -6,7 +6,10 @@
 //   a:NAME +1 / -1      takes a connection while the storage has fewer than its limit; returns it
 //   r:NAME, w:NAME      a report starts or renews the session's flow; -1 ends it, and so does
 //                       silence for two sample intervals
-//   settings            the last row text that named a storage sets its limit and its rates
+//   settings            the last row text that named a storage sets its limit and its rates; of a
+//                       session that sent one before, what differs from that. Where the service has
+//                       settings of its own, those hold, and a text only tells what its client
+//                       goes by
 //
 // The count that a flow is told is such that all get their fair share (fair_share.h): of what the
 // settings of its storage allow, less where an operator limits it (live_limits.h), and of what all
@@ -22,6 +25,10 @@
 // its settings come back with its use. Where it is full, whoever has most of it makes room for
 // those who have less: of its own, what has been silent longest leaves first. So however much one
 // peer takes, another gets its part.
+//
+// What outlasts the service is taken out as a record and put back into the next one's book: the
+// settings, the limits of operators, and how many flows there were: until these have been heard of
+// again, or would have ended, each is told a count as if they were there.
 //
 // No CORBA and no clock in here. Every call may come from any thread.
 #pragma once
@@ -71,6 +78,7 @@ struct session_has_ended {};
 constexpr size_t most_sessions = 65536;
 constexpr size_t most_storages = 1024;
 constexpr size_t longest_text = 65536;           ///< bytes of a row text
+constexpr size_t most_texts = 64;                ///< that are remembered
 constexpr int64_t history_step = 2;              ///< seconds
 constexpr size_t history_points = 300;           ///< kept for each storage
 constexpr int64_t shortest_silence_of_flow = 60; ///< seconds until a silent flow ends, at least
@@ -129,6 +137,19 @@ struct limits_view {
     std::optional<int32_t> sample_interval; ///< of a storage's settings, seconds
 };
 
+/// What of the book outlasts the service.
+struct kept_book {
+    struct kept_storage {
+        std::string name;
+        std::optional<size_t> settings; ///< number of those in `settings`; none: no text named it
+        int64_t limit;                  ///< connections that they allow
+        uint64_t flows[2];
+    };
+    std::vector<std::string> settings; ///< rows without limits of storages; first: the last text's
+    std::vector<kept_storage> storages;
+    std::vector<limits_view> limits; ///< their ends in seconds since the epoch
+};
+
 /// Why a limit isn't set.
 struct limit_refused : std::runtime_error {
     using runtime_error::runtime_error;
@@ -169,6 +190,18 @@ class ledger {
     ledger& operator=(const ledger&) = delete;
 
     int64_t lease() const { return lease_; }
+
+    // What outlasts the service.
+
+    /// Puts back what an earlier one kept, into a book that nobody has used. What can't be is left
+    /// out: settings that aren't readable, names that no storage can have, more than there may be.
+    void restore(const kept_book& kept, moment now);
+    kept_book keep(moment now);
+    /// Goes up whenever keep() would say something else, but for the ends of flows and time.
+    uint64_t changes();
+
+    /// The service's own settings, which hold whatever clients send; from now on.
+    void rule(settings_ptr own, moment now);
 
     // What clients ask.
 
@@ -242,6 +275,7 @@ class ledger {
         flow_list flows[2];
         fair_share shares[2];              ///< of the flows
         std::optional<uint64_t> limits[2]; ///< that the shares are of
+        uint64_t flows_before[2] = {};     ///< that there were at the end of an earlier service
         std::deque<storage_point> history;
         bool is_unused() const { return connections == 0 && flows[0].empty() && flows[1].empty(); }
     };
@@ -254,6 +288,14 @@ class ledger {
         bool is_empty() const { return connections == 0 && !flows[0] && !flows[1]; }
     };
 
+    /// A text that a client sent lately.
+    struct known_text {
+        std::string text;
+        settings_ptr whole;
+        settings_ptr rates; ///< the same without limits
+    };
+    using text_ptr = std::shared_ptr<const known_text>;
+
     struct session {
         std::string label; ///< the client's own text for it, once known
         int64_t heard;     ///< uptime
@@ -262,6 +304,7 @@ class ledger {
         std::list<session_number>::iterator place_with_owner;
         bool is_taken_up;      ///< what it held before isn't known
         settings_ptr settings; ///< what its client goes by, but for limits; null: it sent none
+        std::weak_ptr<const known_text> sent; ///< its last text, while that is known
         std::map<storage_entry*, hold> holds;
     };
     using session_map = std::unordered_map<session_number, session>;
@@ -285,12 +328,17 @@ class ledger {
     offers offered_to(const account_entry& whose, const connection_limits& spared);
     void make_room(size_t wanted, const account_entry& whose, const connection_limits& spared);
     void drop(storage_map::iterator which);
-    std::string take_up(const settings_ptr& incoming, account_entry& whose, moment now);
+    std::string take_up(const settings_ptr& incoming, const throttling_config_s* earlier,
+                        account_entry& whose, moment now);
+    std::string differences_from_own(const throttling_config_s& incoming) const;
     const throttling_config_s& settings_of(const storage_entry& which) const;
     const throttling_config_s& settings_for(const session_entry& who,
                                             const storage_entry& what) const;
     bool can_be_dropped(const storage_entry& which) const;
-    bool is_latest(const std::string& text);
+    text_ptr find_text(const std::string& text) const;
+    settings_ptr base_for(session_number who) const;
+    text_ptr remember_text(const std::string& text, const settings_ptr& read);
+    bool awaits_flows(const storage_entry& what, operation_type_t operation, moment now) const;
 
     template <typename Objection, typename Reply>
     answer ask(const caller& who, const std::string& key, const std::string& session_text,
@@ -351,9 +399,11 @@ class ledger {
     live_limits host_limits_;
     fair_share host_shares_[2];            ///< of all flows, while there is a cap
     std::optional<uint64_t> host_caps_[2]; ///< that they are of
-    settings_ptr latest_ = std::make_shared<throttling_config_s>();
-    settings_ptr latest_rates_; ///< the same without limits; null until a text comes
-    std::optional<std::string> latest_text_;
+    settings_ptr latest_ = std::make_shared<throttling_config_s>(); ///< of the last text
+    settings_ptr own_;           ///< the service's; null: it goes by what clients send
+    std::deque<text_ptr> texts_; ///< the last one first
+    uint64_t changes_ = 0;
+    std::optional<int64_t> restored_; ///< uptime
     int64_t last_point_;
     int64_t points_ = 0;
     int64_t sessions_opened_ = 0;

@@ -69,13 +69,50 @@ void add_change(std::string& text, const char* what, uint64_t old, uint64_t now)
 
 } // namespace
 
-settings_text read_settings(const std::string& text) {
+settings_text read_settings(const std::string& text, const settings_ptr& base) {
     if (!has_readable_row(text)) {
         return {};
     }
     auto read = std::make_shared<throttling_config_s>();
+    if (base != nullptr && text.size() == cut_text_size) {
+        *read = *base;
+        read->connections.clear();
+    }
     std::vector<std::string> no_names = read_rows(text, *read);
     return {std::move(read), std::move(no_names)};
+}
+
+settings_ptr with_changes(const throttling_config_s& current, const throttling_config_s& earlier,
+                          const throttling_config_s& now) {
+    auto changed = std::make_shared<throttling_config_s>(current);
+    for (const setting& each : settings) {
+        if (each.kind == setting_kind::number && earlier.*each.value != now.*each.value) {
+            (*changed).*each.value = now.*each.value;
+        }
+    }
+    if (earlier.avail_bandwidth != now.avail_bandwidth) {
+        changed->avail_bandwidth = now.avail_bandwidth;
+    }
+    for (const auto& [name, limit] : now.connections) {
+        const auto before = earlier.connections.find(name);
+        if (before == earlier.connections.end() || before->second != limit) {
+            changed->connections[name] = limit;
+        }
+    }
+    check_time(nullptr, changed.get());
+    return changed;
+}
+
+std::string rows_of(const throttling_config_s& config) {
+    std::string text;
+    for (const setting& each : settings) {
+        if (each.kind == setting_kind::bandwidth) {
+            text += fmt::format("name={},value={},", each.key, config.avail_bandwidth);
+        } else if (each.kind == setting_kind::number && each.description != nullptr) {
+            text += fmt::format("name={},value={},", each.key, config.*each.value);
+        }
+    }
+    return text;
 }
 
 int64_t limit_of(const throttling_config_s& config, const std::string& storage) {

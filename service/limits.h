@@ -16,7 +16,19 @@ struct settings_text {
     std::vector<std::string> no_names; ///< in quotes, of rows left out: no key could have them
 };
 
-settings_text read_settings(const std::string& text);
+/// What it doesn't name is as in `base`, which may be null, where the text was cut.
+settings_text read_settings(const std::string& text, const settings_ptr& base = nullptr);
+
+/// Bytes of a text that was cut: the plugin has room for no more, and drops what is behind.
+constexpr size_t cut_text_size = 10239;
+
+/// The settings `current` with what differs from `earlier` to `now`, which are of one client: it
+/// changes nothing but what it has changed.
+settings_ptr with_changes(const throttling_config_s& current, const throttling_config_s& earlier,
+                          const throttling_config_s& now);
+
+/// The rates of settings in rows, as read_settings reads them; no limits of storages.
+std::string rows_of(const throttling_config_s& config);
 
 /// Connections that `storage` may have at once.
 int64_t limit_of(const throttling_config_s& config, const std::string& storage);

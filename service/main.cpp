@@ -2,6 +2,8 @@
 
 #include "service/control/control_server.h"
 #include "service/corba_server.h"
+#include "service/in_quotes.h"
+#include "service/kept_state.h"
 #include "service/key_secret.h"
 #include "service/ledger.h"
 #include "service/listening.h"
@@ -12,6 +14,7 @@
 #include "service/web_server.h"
 
 #include "common/control_path.h"
+#include "config/settings_check.h"
 
 #include <CLI/CLI.hpp>
 #include <csignal>
@@ -38,9 +41,10 @@ constexpr const char* more =
     "send.\n"
     "The web page shows each storage, live; beside it are /status (JSON) and /metrics "
     "(Prometheus).\n"
-    "It runs until SIGTERM or SIGINT, and opens its log file anew on SIGHUP. What it counts isn't "
-    "kept, but sessions that are open go on\n"
-    "with a service that is started anew on the same port with the same --state.\n\n"
+    "It runs until SIGTERM or SIGINT; on SIGHUP it opens its log file and reads --settings anew. "
+    "What it counts isn't kept, but\n"
+    "sessions that are open go on with a service that is started anew on the same port with the "
+    "same --state, under the same\nsettings and limits.\n\n"
     "Ends with 0 when it was stopped, 1 when it can't start, 2 when the arguments are wrong.\n\n"
     "Examples:\n"
     "  vlsld                              on port 5638 of this host\n"
@@ -58,8 +62,9 @@ struct request {
     int64_t lease = 3600;
     std::string port_file;
     std::string log_file;
-    std::string state;   ///< empty: the default
-    std::string control; ///< empty: the default
+    std::string state;    ///< empty: the default
+    std::string control;  ///< empty: the default
+    std::string settings; ///< empty: those that clients send
 };
 
 void add_options(CLI::App& app, request& asked) {
@@ -105,7 +110,8 @@ void add_options(CLI::App& app, request& asked) {
     app.add_option("--log-file", asked.log_file, "Append the log there (default: standard error)")
         ->type_name("FILE");
     app.add_option("--state", asked.state,
-                   "Keep the secret that sessions are proved with there, below a directory that "
+                   "Keep settings, limits and the secret that sessions are proved with there, "
+                   "below a directory that "
                    "nobody else may write to (default: STATE_DIRECTORY of the environment, else "
                    "for root /var/lib/vlsld, else $XDG_STATE_HOME/vlsld, else "
                    "~/.local/state/vlsld). One that is named has to work")
@@ -117,6 +123,12 @@ void add_options(CLI::App& app, request& asked) {
                    "/run/vlsld, else in $XDG_RUNTIME_DIR/vlsld). One that is named has to work")
         ->check(is_named)
         ->type_name("PATH");
+    app.add_option(
+           "--settings", asked.settings,
+           "Settings file of the plugin's form, whose limits and rates hold whatever clients "
+           "send; read anew on SIGHUP (default: what clients send holds)")
+        ->check(is_named)
+        ->type_name("FILE");
     CLI::Option* const ca =
         app.add_option(
                "--tls-ca", asked.corba.tls_ca,
@@ -146,24 +158,57 @@ void raise_descriptor_limit() {
     }
 }
 
-/// The secret of object keys. Where none is named and the usual place won't do, one for this run.
-key_secret take_secret(const std::string& directory, service_log& log) {
-    if (!directory.empty()) {
-        return kept_secret(directory);
+/// The directory of what outlasts the service. Where none is named and the usual place won't do,
+/// there is none, and `why` says so.
+std::optional<state_directory> open_state(const std::string& named, std::string& why) {
+    if (!named.empty()) {
+        return state_directory(named);
     }
-    std::string why = "no directory for it (--state DIR)";
+    why = "no directory for it (--state DIR)";
     try {
         const std::string usual = default_state_directory();
         if (!usual.empty()) {
-            return kept_secret(usual);
+            return state_directory(usual);
         }
     } catch (const state_error& error) {
         why = error.what();
+    }
+    return std::nullopt;
+}
+
+/// The secret of object keys: one for this run where it can't be kept, unless the directory was
+/// named.
+key_secret take_secret(const std::optional<state_directory>& state, bool is_named, std::string why,
+                       service_log& log) {
+    if (state) {
+        try {
+            return kept_secret(*state);
+        } catch (const state_error& error) {
+            if (is_named) {
+                throw;
+            }
+            why = error.what();
+        }
     }
     log.line("warning: the secret of object keys isn't kept: " + why +
              ". When the service is started anew, sessions that are open are refused, and their "
              "data flows uncounted until each backup opens its server again");
     return new_secret();
+}
+
+/// Settings of the service's own, with what is wrong with them told line by line. Throws
+/// std::runtime_error when the file can't be read.
+settings_ptr read_own_settings(const std::string& path, service_log& log) {
+    const checked_settings found = check_settings(path.c_str());
+    if (found.state != checked_settings::readable) {
+        throw std::runtime_error(fmt::format(
+            "--settings {}: {}", path,
+            found.state == checked_settings::missing ? "there is no such file" : "can't be read"));
+    }
+    for (const settings_finding& each : found.findings) {
+        log.line(printable(finding_text(path, each)));
+    }
+    return std::make_shared<throttling_config_s>(found.config);
 }
 
 /// Where none is named and the usual place won't do, the service runs without.
@@ -186,17 +231,35 @@ void start_control(std::optional<control_server>& control, const std::string& pa
     log.line("warning: \"throttlectl service\" can't ask or steer this service: " + why);
 }
 
+/// Where they can't be read, those that hold go on.
+void reload_settings(const std::string& path, ledger& book, service_log& log) {
+    if (path.empty()) {
+        return;
+    }
+    try {
+        book.rule(read_own_settings(path, log), this_moment());
+        log.line("settings of " + path + " are read anew");
+    } catch (const std::runtime_error& error) {
+        log.line(fmt::format("warning: {}; what was read before goes on", error.what()));
+    }
+}
+
 /// Ticks once a second until a stop signal comes; which one.
-int tick_until_stopped(ledger& book, service_log& log, const sigset_t& signals) {
+int tick_until_stopped(ledger& book, book_keeper* keeper, const std::string& settings,
+                       service_log& log, const sigset_t& signals) {
     for (;;) {
         const timespec second = {1, 0};
         const int signal = sigtimedwait(&signals, nullptr, &second);
         if (signal == SIGHUP) {
             log.reopen();
+            reload_settings(settings, book, log);
         } else if (signal > 0) {
             return signal;
         }
         book.tick(this_moment());
+        if (keeper != nullptr) {
+            keeper->tick(this_moment());
+        }
         log.tick();
     }
 }
@@ -256,9 +319,18 @@ void serve(request& asked) {
     raise_descriptor_limit();
     asked.corba.port = choose_port(asked.port);
     service_log log(asked.log_file);
-    const object_keys keys(take_secret(asked.state, log));
+    std::string why_no_state;
+    const std::optional<state_directory> state = open_state(asked.state, why_no_state);
+    const object_keys keys(take_secret(state, !asked.state.empty(), why_no_state, log));
     const auto to_log = [&](const log_line& line) { log.line(line); };
     ledger book(asked.lease, this_moment(), to_log);
+    if (!asked.settings.empty()) {
+        book.rule(read_own_settings(asked.settings, log), this_moment());
+    }
+    std::optional<book_keeper> keeper;
+    if (state) {
+        keeper.emplace(*state, book, to_log, this_moment());
+    }
     {
         std::optional<web_server> web;
         web_place page;
@@ -272,9 +344,13 @@ void serve(request& asked) {
         std::optional<control_server> control;
         start_control(control, asked.control, book, log);
         announce(asked, corba, page, log);
-        const int signal = tick_until_stopped(book, log, signals);
+        const int signal =
+            tick_until_stopped(book, keeper ? &*keeper : nullptr, asked.settings, log, signals);
         bound_the_end(signals, longest_end_ms);
         log.line(fmt::format("stopping: {}", strsignal(signal)));
+    }
+    if (keeper) {
+        keeper->tick(this_moment());
     }
     log.line("stopped");
 }

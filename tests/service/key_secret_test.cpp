@@ -43,7 +43,7 @@ class KeySecret : public testing::Test {
     /// What is said where it is refused, which leaves what is there as it is.
     std::string refusal() {
         try {
-            kept_secret(directory);
+            kept_secret(state_directory(directory));
         } catch (const state_error& error) {
             return error.what();
         }
@@ -66,16 +66,16 @@ class KeySecret : public testing::Test {
 };
 
 TEST_F(KeySecret, IsMadeOnceAndKept) {
-    const key_secret first = kept_secret(directory);
-    EXPECT_EQ(kept_secret(directory), first);
-    EXPECT_NE(kept_secret(scratch + "/other"), first);
+    const key_secret first = kept_secret(state_directory(directory));
+    EXPECT_EQ(kept_secret(state_directory(directory)), first);
+    EXPECT_NE(kept_secret(state_directory(scratch + "/other")), first);
     EXPECT_NE(first, key_secret());
     EXPECT_EQ(files(), 1U);
 }
 
 TEST_F(KeySecret, IsReadableForItsOwnerAlone) {
     const mode_t before = umask(0);
-    kept_secret(directory);
+    kept_secret(state_directory(directory));
     umask(before);
     EXPECT_EQ(mode_of(scratch + "/a"), 0700U);
     EXPECT_EQ(mode_of(directory), 0700U);
@@ -83,7 +83,7 @@ TEST_F(KeySecret, IsReadableForItsOwnerAlone) {
 }
 
 TEST_F(KeySecret, ThatOthersMayHaveReadIsRefused) {
-    kept_secret(directory);
+    kept_secret(state_directory(directory));
     for (const mode_t mode : {0640U, 0604U, 0660U, 0610U, 0601U, 0644U}) {
         chmod(file.c_str(), mode);
         EXPECT_THAT(refusal(), AllOf(HasSubstr(file + ": others may have read it (owner "),
@@ -96,13 +96,13 @@ TEST_F(KeySecret, OfAnotherOwnerIsRefused) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "only root can give a file away";
     }
-    kept_secret(directory);
+    kept_secret(state_directory(directory));
     ASSERT_EQ(chown(file.c_str(), 65534, 65534), 0);
     EXPECT_THAT(refusal(), HasSubstr(file + ": others may have read it (owner 65534, mode 0600)"));
 }
 
 TEST_F(KeySecret, DirectoryThatOthersMayWriteToIsRefused) {
-    kept_secret(directory);
+    kept_secret(state_directory(directory));
     for (const mode_t mode : {0770U, 0707U, 01777U}) {
         chmod(directory.c_str(), mode);
         EXPECT_THAT(refusal(), HasSubstr(directory + ": others may write there (owner "));
@@ -156,7 +156,7 @@ TEST_F(KeySecret, OfProcessesThatStartAtOnceIsOne) {
             if (child == 0) {
                 key_secret secret = {};
                 try {
-                    secret = kept_secret(where);
+                    secret = kept_secret(state_directory(where));
                 } catch (const state_error& error) {
                     fprintf(stderr, "%s\n", error.what());
                 }
@@ -165,7 +165,7 @@ TEST_F(KeySecret, OfProcessesThatStartAtOnceIsOne) {
             children.push_back(child);
         }
         close(from[1]);
-        const key_secret kept = kept_secret(where);
+        const key_secret kept = kept_secret(state_directory(where));
         for (const pid_t child : children) {
             key_secret theirs;
             ASSERT_EQ(read(from[0], theirs.data(), theirs.size()),

@@ -60,6 +60,7 @@ service_process::service_process(const std::vector<std::string>& arguments, int 
         command.insert(command.end(), {"--http-port", "0"});
     }
     if (!has("--state")) {
+        std::filesystem::remove(state() + "/book"); // the settings of another test
         command.insert(command.end(), {"--state", state()});
     }
     if (!has("--control")) {

@@ -3,6 +3,7 @@
 #include "tests/service/ledger_fixture.h"
 
 #include "plugin/stsapi.h"
+#include "service/limits.h"
 
 using testing::HasSubstr;
 
@@ -135,6 +136,82 @@ TEST_F(Settings, NamesThatNoKeyCanHaveAreLeftOut) {
     EXPECT_EQ(book.view(now).storages.size(), 2U);
     EXPECT_THAT(lines.back(), HasSubstr("; not taken, no name: \"a\\x09b\\x01c\"; \"nnn"));
     EXPECT_EQ(configure(row("a\x7f", 5)), STS_ERR_INVALID); // and no other row is there
+}
+
+// --- whose settings they are ---
+
+TEST_F(Settings, ATextThatWasCutChangesNothingOfWhatItNoLongerNames) {
+    configure(row("AVAIL_BANDWIDTH", 1000) + row("SAMPLE_INTERVAL", 30) + row("s3", 4) +
+              row("WORK_TIME_BANDWIDTH_PERCENT", 50));
+    std::string cut;
+    for (int each = 0; cut.size() < cut_text_size; ++each) {
+        cut += row("a storage of 22 lette" + std::to_string(each % 10) + std::to_string(each), 7);
+    }
+    cut.resize(cut_text_size);
+    for (const session_number who : {1, 2}) { // which sent one before, and which didn't
+        EXPECT_EQ(book.configure(who, cut, now), 0);
+        EXPECT_EQ(seen("a storage of 22 lette00").limit, 7);
+        EXPECT_EQ(seen("a storage of 22 lette00").now.write.allowed, 500);
+        EXPECT_EQ(seen("a storage of 22 lette00").sample_interval, 30);
+        EXPECT_EQ(seen().now.write.allowed, 500);
+        EXPECT_EQ(seen().limit, 4);
+        connect(who, "named by nobody");
+        EXPECT_EQ(seen("named by nobody").now.write.allowed, 500);
+    }
+}
+
+TEST_F(Settings, AClientChangesOnlyWhatDiffersFromItsEarlierText) {
+    const std::string first = row("s3", 2) + row("SAMPLE_INTERVAL", 30); // as SetUp sent it
+    book.configure(2, row("s3", 5) + row("SAMPLE_INTERVAL", 60) + row("AVAIL_BANDWIDTH", 1000),
+                   now);
+    EXPECT_EQ(configure(first), 0);
+    EXPECT_EQ(seen().limit, 5);
+    EXPECT_EQ(seen().sample_interval, 60);
+    EXPECT_EQ(configure(first + row("READ_BANDWIDTH_PERCENT", 50) + row("t3", 1)), 0);
+    EXPECT_EQ(seen().limit, 5);
+    EXPECT_EQ(seen().sample_interval, 60);
+    EXPECT_EQ(seen().now.read.allowed, 500);
+    EXPECT_EQ(seen("t3").limit, 1);
+    EXPECT_EQ(configure(row("s3", 3) + row("SAMPLE_INTERVAL", 30)), 0);
+    EXPECT_EQ(seen().limit, 3);
+    EXPECT_EQ(seen().sample_interval, 60);
+}
+
+TEST_F(Settings, TheLogNamesWhoChangedWhat) {
+    book.configure({2, "user 7"}, row("s3", 5) + row("SAMPLE_INTERVAL", 30), now);
+    EXPECT_EQ(lines.back(),
+              called(2) + " \"\": new settings of user 7; storage \"s3\": limit 2 -> 5");
+}
+
+TEST_F(Settings, ThoseOfTheServiceHoldWhateverClientsSend) {
+    auto own = std::make_shared<throttling_config_s>();
+    own->avail_bandwidth = 1000;
+    own->connections["s3"] = 3;
+    own->sample_interval = 10;
+    book.rule(own, now);
+    EXPECT_EQ(book.configure({2, "user 7"}, row("s3", 9) + row("AVAIL_BANDWIDTH", 2000), now), 0);
+    EXPECT_EQ(seen().limit, 3);
+    EXPECT_EQ(seen().now.write.allowed, 1000);
+    EXPECT_EQ(seen().sample_interval, 10);
+    EXPECT_EQ(lines.back(),
+              called(2) + " \"\": other settings of user 7, which don't hold here; "
+                          "THR:AVAIL_BANDWIDTH 1000 -> 2000, THR:SAMPLE_INTERVAL 10 -> 0; storage "
+                          "\"s3\": limit 3 -> 9");
+    pass(10);
+    EXPECT_EQ(writers_in(report(2, "w:s3")), 2) << "it has 2000 and may have 1000";
+    own = std::make_shared<throttling_config_s>(*own);
+    own->avail_bandwidth = 500;
+    book.rule(own, now);
+    EXPECT_EQ(seen().now.write.allowed, 500);
+}
+
+TEST_F(Settings, ManyTextsAreNotAllRemembered) {
+    for (uint64_t each = 1; each <= 3 * most_texts; ++each) {
+        EXPECT_EQ(book.configure(each, row("s3", each), now), 0);
+    }
+    EXPECT_EQ(seen().limit, static_cast<int64_t>(3 * most_texts));
+    EXPECT_EQ(book.configure(2, row("s3", 2), now), 0); // as if it were new
+    EXPECT_EQ(seen().limit, 2);
 }
 
 // --- how many storages there may be ---
