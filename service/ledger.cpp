@@ -852,6 +852,27 @@ bool ledger::awaits_flows(const storage_entry& what, operation_type_t operation,
            what.second.flows[operation].size() < what.second.flows_before[operation];
 }
 
+/// The count that leaves those their parts who haven't been heard of yet; 1 where there are none.
+uint64_t ledger::count_before(const storage_entry& what, operation_type_t operation,
+                              uint64_t own_rate, moment now) const {
+    constexpr double most = 1e15;
+    double count = 1;
+    if (awaits_flows(what, operation, now)) {
+        count = static_cast<double>(what.second.flows_before[operation]) *
+                ratio(own_rate, allowed(what, operation, now));
+    }
+    const std::optional<uint64_t>& cap = host_caps_[operation];
+    if (cap && restored_ && now.uptime - *restored_ < silence_of_flow(settings_of(what))) {
+        uint64_t all = 0;
+        for (const storage_entry& each : storages_) {
+            all += std::max<uint64_t>(each.second.flows_before[operation],
+                                      each.second.flows[operation].size());
+        }
+        count = std::max(count, static_cast<double>(all) * ratio(own_rate, *cap));
+    }
+    return static_cast<uint64_t>(std::clamp(std::round(count), 1.0, most));
+}
+
 // --- limits of operators -----------------------------------------------------------------------
 
 const live_limits& ledger::limits_of(const std::string& name) const {
@@ -1092,29 +1113,30 @@ uint64_t ledger::count_for(session_entry& who, storage_entry& what, operation_ty
     const int64_t interval = interval_of(settings);
     flow& asking = **held->second.flows[operation];
     fair_share& shares = what.second.shares[operation];
-    if (!asking.host_share) {
+    const auto count_of = [&](fair_share& sharing, fair_share::place place, uint64_t all) {
+        return sharing.count(place, ratio(own_rate, all), most, interval, now.uptime);
+    };
+    if (asking.host_share) {
+        fair_share& all_shares = host_shares_[operation];
+        const uint64_t cap = *host_caps_[operation];
+        shares.bind(asking.share, all_shares.level() * ratio(cap, whole));
+        all_shares.bind(*asking.host_share, shares.level() * ratio(whole, cap));
+        asking.count = std::max(count_of(shares, asking.share, whole),
+                                count_of(all_shares, *asking.host_share, cap));
+    } else {
         shares.bind(asking.share, fair_share::unbound);
-        asking.count =
-            shares.count(asking.share, ratio(own_rate, whole), most, interval, now.uptime);
-        if (awaits_flows(what, operation, now)) {
-            const double even = std::round(
-                static_cast<double>(what.second.flows_before[operation]) * ratio(own_rate, whole));
-            asking.count =
-                std::clamp(static_cast<uint64_t>(std::min(even, 1e15)), asking.count, most);
-            shares.tell(asking.share, ratio(own_rate / asking.count, whole));
-        }
-        return asking.count;
+        asking.count = count_of(shares, asking.share, whole);
     }
-    fair_share& all_shares = host_shares_[operation];
-    const uint64_t cap = *host_caps_[operation];
-    shares.bind(asking.share, all_shares.level() * ratio(cap, whole));
-    all_shares.bind(*asking.host_share, shares.level() * ratio(whole, cap));
-    asking.count = std::max(
-        shares.count(asking.share, ratio(own_rate, whole), most, interval, now.uptime),
-        all_shares.count(*asking.host_share, ratio(own_rate, cap), most, interval, now.uptime));
+    const uint64_t least = count_before(what, operation, own_rate, now);
+    const bool is_raised = least > asking.count;
+    asking.count = std::clamp(least, asking.count, most);
     const uint64_t told = own_rate / asking.count;
-    shares.tell(asking.share, ratio(told, whole));
-    all_shares.tell(*asking.host_share, ratio(told, cap));
+    if (asking.host_share || is_raised) {
+        shares.tell(asking.share, ratio(told, whole));
+    }
+    if (asking.host_share) {
+        host_shares_[operation].tell(*asking.host_share, ratio(told, *host_caps_[operation]));
+    }
     return asking.count;
 }
 

@@ -338,6 +338,8 @@ class ledger {
     text_ptr find_text(const std::string& text) const;
     settings_ptr base_for(session_number who) const;
     text_ptr remember_text(const std::string& text, const settings_ptr& read);
+    uint64_t count_before(const storage_entry& what, operation_type_t operation, uint64_t own_rate,
+                          moment now) const;
     bool awaits_flows(const storage_entry& what, operation_type_t operation, moment now) const;
 
     template <typename Objection, typename Reply>

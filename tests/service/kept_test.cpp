@@ -108,6 +108,16 @@ TEST_F(Kept, ARestartInTheMiddleChangesNoRate) {
     EXPECT_EQ(writers_in(report_to(*next, 3, "w:s3", 5000)), 3);
 }
 
+TEST_F(Kept, NorDoesItUnderACapOfTheHost) {
+    for (const session_number who : {1, 2}) {
+        report(who, "w:s3");
+        report(who, "w:tape");
+    }
+    limit(std::nullopt, 100);
+    const std::unique_ptr<ledger> next = restarted();
+    EXPECT_EQ(writers_in(report_to(*next, 1, "w:s3", 0)), 20) << "500 of its own, of 100 a quarter";
+}
+
 TEST_F(Kept, WhoDoesNotComeBackIsNotWaitedForLongerThanASilentFlow) {
     report(1, "w:s3");
     report(2, "w:s3");
