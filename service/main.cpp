@@ -11,6 +11,7 @@
 #include "service/object_key.h"
 #include "service/service_log.h"
 #include "service/signals.h"
+#include "service/supervisor.h"
 #include "service/web_server.h"
 
 #include "common/control_path.h"
@@ -57,6 +58,7 @@ struct request {
     int port = -1;
     corba_options corba = {"", 0, "", "", -1};
     std::string web_address; ///< empty: the loopback addresses
+    std::string web_name;    ///< empty: no other than this host's
     int web_port = 5639;
     bool has_web = true;
     int64_t lease = 3600;
@@ -93,10 +95,17 @@ void add_options(CLI::App& app, request& asked) {
                "--http-listen", asked.web_address,
                "Address of the web page (default: 127.0.0.1 and, where the host has it, ::1)")
             ->type_name("ADDRESS");
+    CLI::Option* const web_name =
+        app.add_option("--http-host", asked.web_name,
+                       "Name by which the page may be asked too, as that of a proxy (default: "
+                       "addresses, localhost and this host's name alone)")
+            ->check(is_named)
+            ->type_name("NAME");
     app.add_flag_callback(
            "--no-http", [&] { asked.has_web = false; }, "No web page")
         ->excludes(web_port)
-        ->excludes(web_address);
+        ->excludes(web_address)
+        ->excludes(web_name);
     app.add_option(
            "--lease", asked.lease,
            "Seconds after which a session that says nothing ends and gives back what it held")
@@ -246,13 +255,15 @@ void reload_settings(const std::string& path, ledger& book, service_log& log) {
 
 /// Ticks once a second until a stop signal comes; which one.
 int tick_until_stopped(ledger& book, book_keeper* keeper, const std::string& settings,
-                       service_log& log, const sigset_t& signals) {
+                       service_log& log, const supervisor& above, const sigset_t& signals) {
     for (;;) {
         const timespec second = {1, 0};
         const int signal = sigtimedwait(&signals, nullptr, &second);
         if (signal == SIGHUP) {
+            above.reloads();
             log.reopen();
             reload_settings(settings, book, log);
+            above.is_ready();
         } else if (signal > 0) {
             return signal;
         }
@@ -261,6 +272,7 @@ int tick_until_stopped(ledger& book, book_keeper* keeper, const std::string& set
             keeper->tick(this_moment());
         }
         log.tick();
+        above.lives(); // behind all that could hang
     }
 }
 
@@ -316,6 +328,7 @@ void announce(const request& asked, const corba_server& corba, const web_place& 
 
 void serve(request& asked) {
     const sigset_t signals = take_signals();
+    const supervisor above;
     raise_descriptor_limit();
     asked.corba.port = choose_port(asked.port);
     service_log log(asked.log_file);
@@ -338,14 +351,16 @@ void serve(request& asked) {
             page.addresses = addresses_to_listen_on(asked.web_address);
             const listening_sockets sockets(page.addresses, asked.web_port);
             page.port = sockets.port();
-            web.emplace(sockets.descriptors(), book);
+            web.emplace(sockets.descriptors(), book, asked.web_name);
         }
         const corba_server corba(asked.corba, book, keys, to_log);
         std::optional<control_server> control;
         start_control(control, asked.control, book, log);
         announce(asked, corba, page, log);
-        const int signal =
-            tick_until_stopped(book, keeper ? &*keeper : nullptr, asked.settings, log, signals);
+        above.is_ready();
+        const int signal = tick_until_stopped(book, keeper ? &*keeper : nullptr, asked.settings,
+                                              log, above, signals);
+        above.stops();
         bound_the_end(signals, longest_end_ms);
         log.line(fmt::format("stopping: {}", strsignal(signal)));
     }

@@ -6,6 +6,7 @@
 #include <arpa/inet.h>
 #include <charconv>
 #include <page.h>
+#include <strings.h>
 #include <unistd.h>
 
 namespace {
@@ -49,16 +50,22 @@ const http_headers protective_headers = {
     {"Referrer-Policy", "no-referrer"},
     {"Cache-Control", "no-store"}};
 
-std::optional<http_answer> refuse_foreign_hosts(const http_request& request) {
-    if (is_own_host(request.host)) {
+bool is_same_name(const std::string& one, const std::string& other) {
+    return strcasecmp(one.c_str(), other.c_str()) == 0;
+}
+
+std::optional<http_answer> refuse_foreign_hosts(const http_request& request,
+                                                const std::string& also_own) {
+    if (is_own_host(request.host) ||
+        (!also_own.empty() && is_same_name(host_name(request.host), also_own))) {
         return std::nullopt;
     }
     return short_answer(403, "Ask by address, or by a name of this host.");
 }
 
-http_site site(ledger& book) {
+http_site site(ledger& book, const std::string& name) {
     return {protective_headers,
-            refuse_foreign_hosts,
+            [name](const http_request& request) { return refuse_foreign_hosts(request, name); },
             {{"/",
               [](const http_request&) {
                   return http_answer{200, "text/html; charset=utf-8", in_one_piece(page)};
@@ -84,5 +91,5 @@ http_handler status_page(ledger& book) {
     };
 }
 
-web_server::web_server(const std::vector<int>& listening, ledger& book)
-    : server_(listening, site(book)) {}
+web_server::web_server(const std::vector<int>& listening, ledger& book, const std::string& name)
+    : server_(listening, site(book, name)) {}

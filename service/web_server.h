@@ -12,7 +12,8 @@ class web_server {
   public:
     /// Listens and answers on the sockets `listening`, which are bound and stay the caller's.
     /// Throws std::runtime_error when it can't. `book` is borrowed.
-    web_server(const std::vector<int>& listening, ledger& book);
+    /// `name` is one more by which it may be asked; empty: none.
+    web_server(const std::vector<int>& listening, ledger& book, const std::string& name);
 
   private:
     http_server server_;

@@ -57,6 +57,18 @@ TEST_F(Web, ForeignHostsAreRefused) {
     EXPECT_EQ(client_.Get("/status", {{"Host", "localhost:80"}})->status, 200);
 }
 
+TEST(WebName, OneMoreNameMayBeAskedFor) {
+    const service_process service({"--http-host", "backup.example"});
+    httplib::Client client("127.0.0.1", service.http_port());
+    for (const char* host : {"backup.example", "BACKUP.example:8080", "localhost"}) {
+        EXPECT_EQ(client.Get("/status", {{"Host", host}})->status, 200) << host;
+    }
+    for (const char* host :
+         {"evil.example", "backup.example.evil.example", "backup.example.", ""}) {
+        EXPECT_EQ(client.Get("/status", {{"Host", host}})->status, 403) << host;
+    }
+}
+
 TEST_F(Web, NothingOfThePageComesFromElsewhere) {
     const auto response = client_.Get("/");
     EXPECT_THAT(response->get_header_value("Content-Security-Policy"),
