@@ -91,12 +91,12 @@ TEST_F(Kept, ALimitRunsOutWhileNoServiceIsThere) {
 }
 
 TEST_F(Kept, ARestartInTheMiddleChangesNoRate) {
-    for (const session_number who : {1, 2, 3}) {
+    for (const session_number who : {session_number{1}, session_number{2}, session_number{3}}) {
         report(who, "w:s3");
     }
     for (int each = 0; each < 20; ++each) {
         pass(30);
-        for (const session_number who : {1, 2, 3}) {
+        for (const session_number who : {session_number{1}, session_number{2}, session_number{3}}) {
             report(who, "w:s3", 500 / 3 * 30, 30);
         }
     }
@@ -109,7 +109,7 @@ TEST_F(Kept, ARestartInTheMiddleChangesNoRate) {
 }
 
 TEST_F(Kept, NorDoesItUnderACapOfTheHost) {
-    for (const session_number who : {1, 2}) {
+    for (const session_number who : {session_number{1}, session_number{2}}) {
         report(who, "w:s3");
         report(who, "w:tape");
     }

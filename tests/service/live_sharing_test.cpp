@@ -144,13 +144,13 @@ TEST(LiveSharing, ACapOfTheHostIsSharedMaxMinOverAllFlowsAndEachStorageKeepsItsO
         const double all = sum_at(low);
         EXPECT_LE(course.use(from, mix.lasts), cap * 1.03 + seconds_slack(mix)) << course.text();
         EXPECT_GE(course.use(from, mix.lasts), all * 0.93 - seconds_slack(mix)) << course.text();
-        for (const size_t first : {0, 1}) {
+        for (const size_t first : {size_t{0}, size_t{1}}) {
             const double used =
                 course.use_of(first, from, mix.lasts) + course.use_of(first + 2, from, mix.lasts);
             EXPECT_LE(used, own * 1.03 + seconds_slack(mix)) << course.text();
         }
         const double even = std::min(low, own / 2);
-        for (const size_t host : {0, 2}) {
+        for (const size_t host : {size_t{0}, size_t{2}}) {
             EXPECT_GE(course.use_of(host, from, mix.lasts), even * 0.9 - seconds_slack(mix))
                 << host << " of " << even << "\n"
                 << course.text();

@@ -148,7 +148,8 @@ TEST_F(Settings, ATextThatWasCutChangesNothingOfWhatItNoLongerNames) {
         cut += row("a storage of 22 lette" + std::to_string(each % 10) + std::to_string(each), 7);
     }
     cut.resize(cut_text_size);
-    for (const session_number who : {1, 2}) { // which sent one before, and which didn't
+    for (const session_number who :
+         {session_number{1}, session_number{2}}) { // which sent one before, and which didn't
         EXPECT_EQ(book.configure(who, cut, now), 0);
         EXPECT_EQ(seen("a storage of 22 lette00").limit, 7);
         EXPECT_EQ(seen("a storage of 22 lette00").now.write.allowed, 500);
