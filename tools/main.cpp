@@ -9,6 +9,7 @@
 #include "tools/service/command.h"
 #include "tools/terminal/console.h"
 #include "tools/terminal/failure.h"
+#include "tools/terminal/wrapped.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -20,6 +21,14 @@
 namespace fs = std::filesystem;
 
 namespace {
+
+/// Helps as the library forms them, within a page's width.
+struct page_formatter : CLI::Formatter {
+    std::string make_help(const CLI::App* app, std::string name,
+                          CLI::AppFormatMode mode) const override {
+        return wrapped_help(CLI::Formatter::make_help(app, std::move(name), mode));
+    }
+};
 
 void add_common(CLI::App& app, request& asked) {
     add_named(app, "--conf-dir", asked.conf_dir,
@@ -34,7 +43,7 @@ void add_common(CLI::App& app, request& asked) {
 
 /// What is missing is said before what is too much: a command misspelt is both.
 std::string usage_text(const CLI::App* app, const CLI::Error& error) {
-    std::string text = std::string(error.what()) + "\n";
+    std::string text = console::named(error.what()) + "\n";
     const std::vector<std::string> unknown = app->remaining(true);
     if (error.get_name() == "RequiredError" && !unknown.empty()) {
         text += "Not known here: " + unknown.front() + "\n";
@@ -57,16 +66,14 @@ void set_environment(const char* name, const char* value) {
     }
 }
 
-void print_error(const std::string& text) { console::get().line("throttlectl: " + text); }
-
 /// The code to end with: a command whose output is lost hasn't gone well.
 int printed(int code) {
     const bool is_flushed = fflush(stdout) == 0;
     if (is_flushed && ferror(stdout) == 0) {
         return code;
     }
-    print_error(std::string("standard output can't be written") +
-                (is_flushed ? "" : std::string(": ") + strerror(errno)));
+    console::get().problem(std::string("standard output can't be written") +
+                           (is_flushed ? "" : std::string(": ") + strerror(errno)));
     return code == EXIT_DONE ? EXIT_FAILED : code;
 }
 
@@ -74,12 +81,13 @@ int act(const request& asked) {
     try {
         return asked.action();
     } catch (const usage_failure& error) {
-        print_error(error.what());
+        console::get().problem(error.what());
         return EXIT_USAGE;
     } catch (const status_failure& error) {
         const bool is_all_told = asked.common.log != log_choice::nothing;
-        print_error(std::string(error.what()) +
-                    (is_all_told ? "" : "\nWith --log the plugin's own messages are shown too."));
+        console::get().problem(
+            std::string(error.what()) +
+            (is_all_told ? "" : "\nWith --log the plugin's own messages are shown too."));
         return EXIT_FAILED;
     }
 }
@@ -90,6 +98,8 @@ int run_program(int argc, char** argv) {
                  "host does, and shows what it allows.",
                  "throttlectl");
     app.set_version_flag("--version", "throttlectl " PROGRAM_VERSION, "Print the version and exit");
+    app.formatter(
+        std::make_shared<page_formatter>()); // before there are commands, which take it on
     app.require_subcommand(1);
     app.fallthrough();
     app.failure_message(usage_text);
@@ -120,9 +130,9 @@ int main(int argc, char** argv) {
     try {
         code = run_program(argc, argv);
     } catch (const std::bad_alloc&) {
-        print_error("out of memory");
+        console::get().problem("out of memory");
     } catch (const std::exception& error) {
-        print_error(error.what());
+        console::get().problem(error.what());
     }
     return printed(code);
 }

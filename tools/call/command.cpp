@@ -59,13 +59,36 @@ void print_entry(const entry& which) {
     }
 }
 
-int run_list(const call_options& options) {
-    if (!options.entry.empty()) {
-        print_entry(require_entry(options.entry));
-        return EXIT_DONE;
+ordered_json json_of(const entry& which) {
+    const entry_description description = description_of(which);
+    ordered_json arguments = ordered_json::array();
+    for (const argument& each : description.arguments) {
+        arguments.push_back({{"name", each.name},
+                             {"type", each.type},
+                             {"text", each.text},
+                             {"given", takes_value(each.kind)},
+                             {"fields", fields_of(each.kind)}});
     }
-    for (const entry& each : all_entries()) {
-        print_entry(each);
+    return {{"entry", which.name}, {"summary", description.summary}, {"arguments", arguments}};
+}
+
+int run_list(const call_options& options) {
+    std::vector<entry> listed;
+    if (!options.entry.empty()) {
+        listed.push_back(require_entry(options.entry));
+    } else {
+        listed = all_entries();
+    }
+    if (options.as_json) {
+        ordered_json all = ordered_json::array();
+        for (const entry& each : listed) {
+            all.push_back(json_of(each));
+        }
+        fmt::print("{}\n", dumped(all, 2));
+    } else {
+        for (const entry& each : listed) {
+            print_entry(each);
+        }
     }
     return EXIT_DONE;
 }
@@ -139,6 +162,7 @@ void add_call(CLI::App& app, request& asked) {
         "entry hands out. Shown are the status, what was handed out, and the messages that the "
         "host\n"
         "received during the call; with --json one object: entry, status, status_text, out, log.\n"
+        "With --list, --json prints a list of entries, each with entry, summary and arguments.\n"
         "Ends with 0 if the status is 0 and all could be closed again, else with 1.\n",
         {"call --list", "call --list read_image_v7", "call list_lsu_v7" + to,
          "call read_image_v7 image=daily/monday.1of1 length=100 position=512" + to,

@@ -56,8 +56,8 @@ bool call_stage::close() noexcept {
     while (!closes_.empty()) {
         if (const int status = closes_.back()(status_)) {
             is_well = false;
-            console::get().line(fmt::format("throttlectl: closing behind the call of {} failed: {}",
-                                            entry_.name, status_text(status)));
+            console::get().problem(fmt::format("closing behind the call of {} failed: {}",
+                                               entry_.name, status_text(status)));
         }
         closes_.pop_back();
     }

@@ -27,7 +27,9 @@ int run_plot(const plot_options& options) {
         runs.push_back(read_run(path, read_file(path)));
     }
     write_file(options.picture, plot_svg(joined(options.title, runs)));
-    fmt::print("The picture is in {}.\n", options.picture);
+    if (options.picture != standard_output) {
+        fmt::print("The picture is in {}.\n", options.picture);
+    }
     return EXIT_DONE;
 }
 
@@ -38,7 +40,8 @@ void add_plot(CLI::App& app, request& asked) {
     CLI::App* const plot =
         app.add_subcommand("plot", "Draw several runs in one picture, each as one curve");
     add_named(*plot, "RUN", kept->runs, "Files that \"run\" wrote for --json")->required();
-    add_named(*plot, "--to", kept->picture, "The picture", "FILE.svg")->required();
+    add_named(*plot, "--to", kept->picture, "The picture; - is standard output", "FILE.svg")
+        ->required();
     plot->add_option("--title", kept->title, "What stands above it")
         ->type_name("TEXT")
         ->capture_default_str();

@@ -4,7 +4,11 @@
 
 #include "tools/figures/course.h"
 
+#include <optional>
 #include <string>
+#include <vector>
+
+struct progress_line;
 
 class progress_view {
   public:
@@ -17,7 +21,7 @@ class progress_view {
 
   private:
     using clock = std::chrono::steady_clock;
-    std::string total_line() const;
+    progress_line total_line() const;
 
     const run_course& run_;
     clock::time_point shown_ = clock::now();
@@ -25,6 +29,22 @@ class progress_view {
 
 /// "[####......]" with `width` places.
 std::string bar_text(double fraction, size_t width);
+
+/// What a line of progress tells.
+struct progress_line {
+    std::string name;
+    double done = 0;                 ///< 0 to 1
+    double rate = 0;                 ///< bytes per second
+    std::optional<double> left;      ///< seconds; none: nobody knows
+    std::vector<std::string> behind; ///< told where there is room for it
+};
+
+/// It in `width` columns at most: percent, rate and what is left come first, then the name, cut or
+/// filled to `name_width`, then what is behind, as much as fits, and a bar where there is room.
+std::string line_text(const progress_line& line, size_t name_width, size_t width);
+
+/// "0:01:23", "4d 03h", "-:--:--".
+std::string left_text(std::optional<double> seconds);
 
 /// Bytes per second over the last few seconds: of one stream, or of all.
 double recent_rate(const run_course& run, size_t index);

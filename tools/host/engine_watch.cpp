@@ -10,6 +10,7 @@ namespace {
 
 std::atomic<log_choice> shown_messages{log_choice::nothing};
 std::atomic<uint64_t> connections{1};
+std::atomic<bool> service_failed{false};
 thread_local std::atomic<uint64_t>* slept_here = nullptr;
 
 constexpr const char* storage_mark = "[libsts]"; // what messages of the storage library begin with
@@ -44,6 +45,12 @@ void hear(const char* message) {
     }
 }
 
+/// "[throttling_write_image_v7]fail to check bandwidth from service." and its like.
+bool tells_of_a_failed_exchange(const char* message) {
+    const char* const text = strstr(message, "]fail to check ");
+    return text != nullptr && strstr(text, " from service.") != nullptr;
+}
+
 bool is_shown(sts_severity_v7_t severity, bool is_storage) {
     const bool is_problem = severity == STS_SEV_WARN || severity == STS_SEV_ERROR;
     switch (shown_messages) {
@@ -61,13 +68,16 @@ void take_message(const char* /*session_id*/, const char* message, sts_severity_
         hear(message);
     }
     const bool is_storage = begins_with(message, storage_mark);
+    if (severity == STS_SEV_ERROR && !is_storage && tells_of_a_failed_exchange(message)) {
+        service_failed = true;
+    }
     if (is_shown(severity, is_storage)) {
         std::string text(message + (is_storage ? strlen(storage_mark) : 0));
         while (!text.empty() && text.back() == '\n') {
             text.pop_back();
         }
-        console::get().line(std::string(is_storage ? "storage " : "plugin ") +
-                            severity_word(severity) + ": " + printable(text));
+        console::get().problem(std::string(is_storage ? "storage " : "plugin ") +
+                               severity_word(severity) + ": " + printable(text));
     }
 }
 
@@ -106,6 +116,8 @@ slept_seconds::slept_seconds(std::atomic<uint64_t>& slept) : outer_(slept_here) 
 }
 
 slept_seconds::~slept_seconds() { slept_here = outer_; }
+
+bool has_service_failed() { return service_failed; }
 
 uint64_t sharing_connections() {
     const uint64_t count = connections;

@@ -34,5 +34,8 @@ class slept_seconds {
     std::atomic<uint64_t>* const outer_;
 };
 
+/// Whether the engine has said that an exchange with the service failed; a refusal is none.
+bool has_service_failed();
+
 /// How many connections share the bandwidth, as the engine last said; 1 until it says so.
 uint64_t sharing_connections();

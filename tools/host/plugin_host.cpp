@@ -1,6 +1,7 @@
 #include "tools/host/plugin_host.h"
 
 #include "tools/host/records.h"
+#include "tools/host/settings_place.h"
 #include "tools/host/status_names.h"
 #include "tools/terminal/console.h"
 #include "tools/terminal/printable.h"
@@ -78,8 +79,8 @@ size_t walk_list(const std::string& what, const std::string& object, Next next, 
         } else {
             ++in_a_row;
             ++passed_over;
-            console::get().line(fmt::format("one of the {} of \"{}\" is passed over: {}", what,
-                                            object, status_text(status)));
+            console::get().problem(fmt::format("one of the {} of \"{}\" is passed over: {}", what,
+                                               object, status_text(status)));
         }
     }
     const int closed = close();
@@ -107,7 +108,10 @@ plugin_host::plugin_host(const std::string& path) {
 
     const std::string directory = fs::path(wanted).parent_path().string();
     stspi_api_rec_t record = {};
-    require_ok(init(host_version, directory.c_str(), &record), "starting the plugin", wanted);
+    if (const int status = init(host_version, directory.c_str(), &record)) {
+        require_settings_place(status);
+        throw failed("starting the plugin", wanted, status);
+    }
     check_record(record, wanted);
     entries_ = record.ep;
     version_ = text_of(record.version_text);
@@ -153,8 +157,11 @@ host_server::host_server(const plugin_host& host, const sts_session_def_v7_t& se
                          std::string name)
     : host_(host), session_(session), name_(std::move(name)) {
     require_ok(entries().claim_v7(name_.c_str()), "claiming the server name", name_);
-    require_ok(entries().open_server_v7(&session_, name_.c_str(), nullptr, 0, &handle_),
-               "opening the server", name_);
+    if (const int status =
+            entries().open_server_v7(&session_, name_.c_str(), nullptr, 0, &handle_)) {
+        require_settings_place(status);
+        throw failed("opening the server", name_, status);
+    }
 }
 
 host_server::~host_server() { (void)end(); }
@@ -190,7 +197,7 @@ std::vector<std::string> host_server::lsus() {
 
 void host_server::pass_over(const std::string& reason) {
     ++passed_over_;
-    console::get().line("passed over: " + reason);
+    console::get().problem("passed over: " + reason);
 }
 
 void host_server::require_lsu(const std::string& lsu) {

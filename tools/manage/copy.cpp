@@ -13,6 +13,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <fmt/format.h>
+#include <optional>
 
 namespace {
 
@@ -21,7 +22,6 @@ using clock = std::chrono::steady_clock;
 constexpr auto look_interval = std::chrono::milliseconds(50);
 constexpr auto redraw_interval = std::chrono::milliseconds(200);
 constexpr auto line_interval = std::chrono::seconds(2);
-constexpr size_t bar_width = 20;
 constexpr int32_t only_look = 0;
 constexpr int32_t until_the_end = -1;
 
@@ -102,7 +102,7 @@ class copy_view {
             return;
         }
         shown_ = clock::now();
-        const std::string line = line_text(now);
+        const std::string line = progress_text(now);
         if (screen.is_terminal()) {
             screen.bars({line});
         } else {
@@ -113,13 +113,19 @@ class copy_view {
     double seconds() const { return std::chrono::duration<double>(clock::now() - began_).count(); }
 
   private:
-    std::string line_text(const sts_async_status_s& now) const {
+    std::string progress_text(const sts_async_status_s& now) const {
         const auto copied = static_cast<double>(now.bytes_copied);
         const auto total = static_cast<double>(now.bytes_total);
         const double done = total > 0 ? copied / total : 1;
-        return fmt::format("{} {} {:3.0f} %  {} of {}, {}", name_, bar_text(done, bar_width),
-                           100 * done, size_text(copied), size_text(total),
-                           rate_text(copied / std::max(seconds(), 0.001)));
+        const double rate = copied / std::max(seconds(), 0.001);
+        const std::optional<double> left =
+            rate > 0 ? std::optional((total - copied) / rate) : std::nullopt;
+        return line_text({name_,
+                          done,
+                          rate,
+                          left,
+                          {fmt::format("{} of {}", size_text(copied), size_text(total))}},
+                         name_.size(), console::width());
     }
 
     const std::string name_;

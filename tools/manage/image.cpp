@@ -126,7 +126,7 @@ int delete_images(const server_options& common, const image_options& options) {
             fmt::print("The image \"{}\" is deleted.\n", printable(image));
         } catch (const failure& error) {
             ++failures;
-            console::get().line(std::string("throttlectl: ") + error.what());
+            console::get().problem(error.what());
         }
     }
     const int code = ended(to.server);

@@ -90,9 +90,9 @@ void fill_images(const host_server& server, const backup_options& options, trans
                 share_archiver(images[index], account, run, options.block, times, problems), list,
                 plan, index);
             if (!unsealed.empty()) {
-                console::get().line(fmt::format("the image \"{}\" has no seal, and damage to it "
-                                                "won't be found: {}",
-                                                images[index].name(), unsealed));
+                console::get().problem(fmt::format("the image \"{}\" has no seal, and damage to it "
+                                                   "won't be found: {}",
+                                                   images[index].name(), unsealed));
             }
         });
         images.close();

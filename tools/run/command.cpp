@@ -3,6 +3,7 @@
 #include "tools/run/command.h"
 #include "tools/run/files/random_number.h"
 #include "tools/run/operation.h"
+#include "tools/terminal/output_file.h"
 
 #include <ctime>
 #include <filesystem>
@@ -17,7 +18,9 @@ constexpr const char* json_help =
     "The file of --json holds one object: operation, server, lsu, backup, outcome, began, block;\n"
     "streams (a list) and total, each with bytes, seconds, rate, allowed_rate, ratio and\n"
     "slept_seconds; samples, about one a second, each with time, bytes (moved in it, one number a\n"
-    "stream) and allowed_rate. Rates are bytes per second; null: not throttled.\n";
+    "stream) and allowed_rate. Rates are bytes per second; null: not throttled. A file may be a\n"
+    "FIFO. Where it is -, standard output holds nothing else: all that is said goes to standard\n"
+    "error.\n";
 
 constexpr const char* backup_help =
     "The LSU is created when it isn't there. Times are kept to the second, to the nanosecond of\n"
@@ -34,7 +37,7 @@ std::string run_help(const std::string& more, const std::string& command,
 
 /// Other directories may become the current one later.
 std::string absolute(const std::string& path) {
-    return path.empty() ? path : fs::absolute(path).string();
+    return path.empty() || path == standard_output ? path : fs::absolute(path).string();
 }
 
 template <typename Options>
@@ -67,8 +70,10 @@ void add_place(CLI::App& app, run_options& options, bool needs_lsu = true) {
 
 void add_transfer(CLI::App& app, run_options& options) {
     add_block_option(app, options.block);
-    add_named(app, "--plot", options.plot, "Draw the rates over time", "FILE.svg");
-    add_named(app, "--json", options.json, "Write the figures for a program", "FILE");
+    add_named(app, "--plot", options.plot, "Draw the rates over time; - is standard output",
+              "FILE.svg");
+    add_named(app, "--json", options.json, "Write the figures for a program; - is standard output",
+              "FILE");
 }
 
 void add_backup(CLI::App& run, request& asked) {

@@ -28,11 +28,11 @@ bool tell_missing(const std::vector<listed_image>& images, const std::string& ls
         try {
             for (const std::string& each : find_backup(its_images, lsu, backup).missing) {
                 are_whole = false;
-                console::get().line(image_complaint(each, "missing"));
+                console::get().problem(image_complaint(each, "missing"));
             }
         } catch (const failure& twice) {
             are_whole = false;
-            console::get().line(twice.what());
+            console::get().problem(twice.what());
         }
     }
     return are_whole;

@@ -3,6 +3,7 @@
 #include "tools/figures/plot.h"
 #include "tools/figures/report.h"
 #include "tools/host/settings_findings.h"
+#include "tools/host/sharing_notice.h"
 #include "tools/run/streams/supervise.h"
 #include "tools/terminal/console.h"
 #include "tools/terminal/failure.h"
@@ -14,6 +15,13 @@
 namespace {
 
 constexpr size_t entries_between_reports = 1024;
+
+/// Open before anything is moved.
+struct kept_files {
+    explicit kept_files(const run_options& options) : json(options.json), plot(options.plot) {}
+    output_file json;
+    output_file plot;
+};
 
 plot_data plot_of(const run_options& options, const transfer& run) {
     plot_data data;
@@ -32,7 +40,8 @@ plot_data plot_of(const run_options& options, const transfer& run) {
 }
 
 /// Says what was moved, to people and to programs, also of a run that has failed.
-void report(const run_options& options, const transfer& run, const std::string& outcome) {
+void report(const run_options& options, const transfer& run, const std::string& outcome,
+            kept_files& files) {
     if (run.samples().empty()) {
         return; // it never began
     }
@@ -42,10 +51,10 @@ void report(const run_options& options, const transfer& run, const std::string& 
         fmt::print("A stream's allowed rate is its equal share of what all of them are allowed.\n");
     }
     const run_subject asked = {options.server, options.lsu, options.backup, options.block};
-    write_file(options.json, json_text(asked, run, outcome));
     if (!options.plot.empty()) {
-        write_file(options.plot, plot_svg(plot_of(options, run)));
+        files.plot.write(plot_svg(plot_of(options, run)));
     }
+    files.json.write(json_text(asked, run, outcome));
 }
 
 } // namespace
@@ -73,19 +82,19 @@ int run_operation(const run_options& options, transfer& run, const std::function
         throw usage_failure(
             fmt::format("{} can't hold both the figures and the picture", options.json));
     }
-    require_writable(options.json);
-    require_writable(options.plot);
+    kept_files files(options);
     told_settings();
-    const std::exception_ptr thrown = supervise(run, job);
+    sharing_notice notice(options.server);
+    const std::exception_ptr thrown = supervise(run, job, [&] { notice.look(); });
     if (thrown == nullptr) {
-        report(options, run, "done");
+        report(options, run, "done", files);
         return summary();
     }
     if (run.is_interrupted()) {
-        report(options, run, "interrupted");
+        report(options, run, "interrupted", files);
         console::get().line("Interrupted: " + run.left_behind());
         return EXIT_INTERRUPTED;
     }
-    report(options, run, "failed");
+    report(options, run, "failed", files);
     std::rethrow_exception(thrown);
 }

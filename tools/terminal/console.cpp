@@ -9,14 +9,6 @@ namespace {
 constexpr const char* clear_line = "\r\033[K";
 constexpr const char* line_up = "\033[A";
 
-size_t terminal_width() {
-    winsize size = {};
-    if (ioctl(STDERR_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) {
-        return 80;
-    }
-    return size.ws_col;
-}
-
 } // namespace
 
 console& console::get() {
@@ -25,6 +17,12 @@ console& console::get() {
 }
 
 console::console() : is_terminal_(isatty(STDERR_FILENO) != 0) {}
+
+size_t console::width() {
+    winsize size = {};
+    const bool is_known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 1;
+    return (is_known ? size.ws_col : 80U) - 1; // a full line would wrap
+}
 
 void console::line(const std::string& text) {
     const std::lock_guard<std::mutex> lock(mutex_);
@@ -58,10 +56,10 @@ std::string console::erased() const {
 }
 
 void console::draw() {
-    const size_t width = terminal_width();
+    const size_t columns = width();
     std::string text;
     for (const std::string& bar : bars_) {
-        text += bar.substr(0, width - 1) + "\n"; // a full line would wrap
+        text += bar.substr(0, columns) + "\n";
     }
     drawn_ = bars_.size();
     print(text);

@@ -8,12 +8,12 @@
 
 void file_problems::report(const std::string& path, const std::string& reason) {
     ++count_;
-    console::get().line(printable(path) + ": " + reason);
+    console::get().problem(printable(path) + ": " + reason);
 }
 
 void file_problems::report_image(const std::string& image, const std::string& reason) {
     ++count_;
-    console::get().line(image_complaint(image, reason));
+    console::get().problem(image_complaint(image, reason));
 }
 
 int file_problems::summary() const {
@@ -30,7 +30,7 @@ std::string image_complaint(const std::string& image, const std::string& reason)
 }
 
 void say_unsealed(const std::string& image) {
-    console::get().line(fmt::format("warning: the image \"{}\" has no seal, as those of earlier "
-                                    "versions: damage to it can't be told",
-                                    printable(image)));
+    console::get().problem(fmt::format("warning: the image \"{}\" has no seal, as those of earlier "
+                                       "versions: damage to it can't be told",
+                                       printable(image)));
 }

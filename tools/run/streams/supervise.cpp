@@ -33,7 +33,8 @@ void take_signal(transfer& run) {
 
 } // namespace
 
-std::exception_ptr supervise(transfer& run, const std::function<void()>& job) {
+std::exception_ptr supervise(transfer& run, const std::function<void()>& job,
+                             const std::function<void()>& look) {
     const signals caught;
     let_sleeps_be_cut_short();
     std::exception_ptr thrown;
@@ -60,10 +61,12 @@ std::exception_ptr supervise(transfer& run, const std::function<void()>& job) {
             run.poke_threads();
         }
         run.tick();
+        look();
         view.show();
     }
     worker.join();
     run.finish();
     view.clear();
+    look();
     return thrown;
 }

@@ -8,5 +8,6 @@
 
 /// Runs `job` in a thread of its own until it is done and returns what it has thrown, or null.
 /// SIGINT or SIGTERM stops the run's streams, and the sleeps they are in; a second one ends the
-/// process at once.
-std::exception_ptr supervise(transfer& run, const std::function<void()>& job);
+/// process at once. `look` is called now and then meanwhile, and once behind it.
+std::exception_ptr supervise(transfer& run, const std::function<void()>& job,
+                             const std::function<void()>& look);
