@@ -79,6 +79,8 @@ TEST_F(JsonOutput, OfEveryCommandParsesAndIsDescribed) {
                      "config check");
     expect_described(parsed({"preview", "--at", "+2h", "--json", "--conf-dir", conf}), "preview",
                      "config check");
+    expect_described(parsed({"simulate", "--bytes", "2T", "--json", "--conf-dir", conf}),
+                     "simulate", "config check");
     expect_described(parsed({"config", "check", "--json", "--conf-dir", conf}), "config check");
     expect_described(parsed(with_server({"config", "get", "--json"})), "config get");
     expect_described(parsed(with_server({"config", "get", "THR:SAMPLE_INTERVAL", "--json"})),

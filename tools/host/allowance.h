@@ -12,8 +12,8 @@ class allowance {
     /// Reads the settings files, which the plugin did when it opened `server`.
     allowance(const std::string& server, operation_type_t direction);
     /// With settings at hand. `sample_interval` 0: nothing is throttled.
-    allowance(const throttling_config_s& settings, operation_type_t direction)
-        : settings_(settings), direction_(direction) {}
+    allowance(const throttling_config_s& config, operation_type_t direction)
+        : settings_(config), direction_(direction) {}
 
     /// Bytes per second at the local time now, shared among as many connections as the engine last
     /// spoke of; none while nothing is throttled.

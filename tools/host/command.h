@@ -3,6 +3,7 @@
 // `request::action`.
 #pragma once
 
+#include "config/settings_check.h"
 #include "tools/host/block.h"
 #include "tools/host/connection.h"
 
@@ -77,6 +78,22 @@ inline CLI::Option* add_block_option(CLI::App& app, uint64_t& block) {
         ->check(CLI::Range(smallest_block, largest_block).description(""))
         ->type_name("SIZE")
         ->capture_default_str();
+}
+
+/// A size of 1 byte at least, as size_in reads it: "2T", "12.5MB".
+inline CLI::Option* add_size(CLI::App& app, const std::string& option, uint64_t& size,
+                             const std::string& help) {
+    const auto plain = [](std::string& text) {
+        const uint64_t bytes = size_in(text);
+        if (bytes == 0) {
+            return "\"" + text + "\" is no size, as 100M, 1.5G or 2T are";
+        }
+        text = std::to_string(bytes);
+        return std::string();
+    };
+    return app.add_option(option, size, help + ", as in 2T (factors of 1024)")
+        ->transform(CLI::Validator(plain, ""))
+        ->type_name("SIZE");
 }
 
 inline void add_json(CLI::App& app, bool& as_json) {

@@ -6,12 +6,13 @@
 
 #include <fmt/format.h>
 
-checked_settings told_settings() {
+checked_settings told_settings(const std::string& file) {
     config_set_path(nullptr);
-    checked_settings found = check_settings(plugin_config_path);
+    const std::string path = file.empty() ? plugin_config_path : file;
+    checked_settings found = check_settings(path.c_str());
     if (found.state != checked_settings::missing) {
         for (const settings_finding& each : found.findings) {
-            console::get().line(shown_text(plugin_config_path, each));
+            console::get().line(shown_text(path, each));
         }
     }
     return found;

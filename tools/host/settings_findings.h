@@ -6,9 +6,9 @@
 
 #include <string>
 
-/// The settings of the plugin's own file; what is wrong with them is said on standard error, but
-/// not that the file is missing.
-checked_settings told_settings();
+/// The settings of that file, empty: of the plugin's own; what is wrong with them is said on
+/// standard error, but not that the file is missing.
+checked_settings told_settings(const std::string& file = {});
 
 /// One of them, fit to be shown.
 std::string shown_text(const std::string& file, const settings_finding& finding);

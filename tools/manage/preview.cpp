@@ -45,9 +45,7 @@ time_t time_asked(const preview_options& options) {
     }
     const std::optional<time_t> when = time_named(options.at, now);
     if (!when) {
-        throw usage_failure(fmt::format("--at: \"{}\" names no time; these do: now, +2h, \"Sat "
-                                        "03:00\", \"2026-11-28 03:00\"",
-                                        options.at));
+        throw usage_failure(no_time_text("--at", options.at));
     }
     return *when;
 }
@@ -149,8 +147,8 @@ void add_preview(CLI::App& app, request& asked) {
         ->excludes(week);
     add_json(*preview, kept->preview.as_json);
     preview->footer(
-        "WHEN is local: now, +2h (or m, d), \"Sat 03:00\" (the next),\n"
-        "\"2026-11-28 03:00\". The object of --json holds file, sample_interval,\n"
+        std::string(when_help) +
+        "The object of --json holds file, sample_interval,\n"
         "findings (as \"config check\" tells them), at, and hours: a list, each with\n"
         "day, from, to, window, read and write (bytes per second); with --at, in place\n"
         "of hours, window, read, write and until, which may be null. What is wrong with\n"

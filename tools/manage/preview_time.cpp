@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <fmt/format.h>
 
 namespace {
 
@@ -81,6 +82,12 @@ std::optional<time_t> time_named(const std::string& text, time_t now) {
         }
     }
     return {};
+}
+
+std::string no_time_text(const std::string& option, const std::string& text) {
+    return fmt::format("{}: \"{}\" names no time; these do: now, +2h, \"Sat 03:00\", "
+                       "\"2026-11-28 03:00\"",
+                       option, text);
 }
 
 std::optional<time_t> next_change(const throttling_config_s& config,
