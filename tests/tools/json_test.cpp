@@ -81,6 +81,9 @@ TEST_F(JsonOutput, OfEveryCommandParsesAndIsDescribed) {
                      "config check");
     expect_described(parsed({"simulate", "--bytes", "2T", "--json", "--conf-dir", conf}),
                      "simulate", "config check");
+    expect_described(parsed({"explain", "--json", "--server", server(), "--conf-dir", conf}),
+                     "explain");
+    expect_described(parsed({"doctor", "--json", "--conf-dir", conf}), "doctor");
     expect_described(parsed({"config", "check", "--json", "--conf-dir", conf}), "config check");
     expect_described(parsed(with_server({"config", "get", "--json"})), "config get");
     expect_described(parsed(with_server({"config", "get", "THR:SAMPLE_INTERVAL", "--json"})),

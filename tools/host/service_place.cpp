@@ -14,6 +14,7 @@
 #include <netdb.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <utility>
 
 namespace {
 
@@ -45,19 +46,52 @@ std::string text_of(const addrinfo& where) {
     return fmt::format(where.ai_family == AF_INET6 ? "[{}]:{}" : "{}:{}", address, port);
 }
 
-bool takes_connections(const addrinfo& where) {
-    const descriptor tried(socket(where.ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    if (!tried.is_open()) {
-        return false;
+bool becomes(const descriptor& socket, short event) {
+    pollfd waited = {socket.get(), event, 0};
+    return poll(&waited, 1, patience) == 1;
+}
+
+/// A connection; none where nobody takes one.
+descriptor connected_to(const addrinfo& where) {
+    descriptor tried(socket(where.ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (!tried.is_open() || connect(tried.get(), where.ai_addr, where.ai_addrlen) == 0) {
+        return tried;
     }
-    if (connect(tried.get(), where.ai_addr, where.ai_addrlen) == 0) {
-        return true;
-    }
-    pollfd waited = {tried.get(), POLLOUT, 0};
     int error = 0;
     socklen_t size = sizeof error;
-    return errno == EINPROGRESS && poll(&waited, 1, patience) == 1 &&
-           getsockopt(tried.get(), SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0;
+    const bool is_taken = errno == EINPROGRESS && becomes(tried, POLLOUT) &&
+                          getsockopt(tried.get(), SOL_SOCKET, SO_ERROR, &error, &size) == 0 &&
+                          error == 0;
+    return is_taken ? std::move(tried) : descriptor();
+}
+
+/// Asks an ORB, in GIOP 1.0, whether it has the object that the plugin begins with.
+bool has_the_service(const descriptor& socket) {
+    constexpr char request[] = "GIOP\x01\x00\x01\x03" // little-endian, LocateRequest
+                               "\x11\x00\x00\x00"     // bytes behind this
+                               "\x01\x00\x00\x00"     // its number
+                               "\x09\x00\x00\x00"
+                               "HSFactory";
+    constexpr size_t reply_size = 20; // a header, the number, and what came of it
+    constexpr char locate_reply = 4;
+    const auto length = static_cast<ssize_t>(sizeof request - 1);
+    if (send(socket.get(), request, sizeof request - 1, MSG_NOSIGNAL) != length) {
+        return false;
+    }
+    std::string got;
+    while (got.size() < reply_size && becomes(socket, POLLIN)) {
+        char bytes[reply_size];
+        const ssize_t count = recv(socket.get(), bytes, reply_size - got.size(), 0);
+        if (count <= 0) {
+            return false;
+        }
+        got.append(bytes, static_cast<size_t>(count));
+    }
+    if (got.size() < reply_size || got.compare(0, 4, "GIOP") != 0 || got[7] != locate_reply) {
+        return false;
+    }
+    const bool is_little = (static_cast<unsigned char>(got[6]) & 1U) != 0;
+    return got[is_little ? 16 : 19] != 0; // 0: it knows no such object
 }
 
 } // namespace
@@ -91,10 +125,17 @@ std::vector<service_place> service_places() {
         const std::string address = text_of(*each);
         if (std::none_of(all.begin(), all.end(),
                          [&](const service_place& known) { return known.address == address; })) {
-            all.push_back({address, takes_connections(*each)});
+            const descriptor there = connected_to(*each);
+            all.push_back({address, there.is_open(), there.is_open() && has_the_service(there)});
         }
     }
     return all;
+}
+
+const service_place* answering(const std::vector<service_place>& places) {
+    const auto found = std::find_if(places.begin(), places.end(),
+                                    [](const service_place& each) { return each.answers; });
+    return found != places.end() ? &*found : nullptr;
 }
 
 std::string no_service_text(const std::vector<service_place>& places) {

@@ -4,6 +4,8 @@
 #include "tools/host/command.h"
 
 void add_preview(CLI::App& app, request& asked);
+void add_explain(CLI::App& app, request& asked);
+void add_doctor(CLI::App& app, request& asked);
 void add_simulate(CLI::App& app, request& asked);
 void add_lsu(CLI::App& app, request& asked);
 void add_image(CLI::App& app, request& asked);
