@@ -176,6 +176,37 @@ the plugin, \`THR:SAMPLE_INTERVAL=5\`: plugin 5
 END
 }
 
+# --- what a pipe costs --------------------------------------------------------------------------------
+# Throttling is off; both move the same bytes by turns, and the best of three of each counts.
+settings_off=$scratch/off
+mkdir "$settings_off"
+echo THR:SAMPLE_INTERVAL=0 >"$settings_off/libstspithrottling.conf"
+
+our_pipe() { $bin/throttlectl pipe -q --conf-dir "$settings_off" --server CS_throttle:nas:pipe:bench; }
+
+ratio() { awk "BEGIN { printf \"%.2f\", $1 / $2 }"; }
+
+# gigabytes_a_second COMMAND
+gigabytes_a_second() {
+  local bytes=8000000000 begins ends
+  begins=$(date +%s%N)
+  head -c $bytes /dev/zero | "$@" | cat >/dev/null
+  ends=$(date +%s%N)
+  ratio $bytes $((ends - begins))
+}
+
+pipes() {
+  local best_of_ours=0 best_of_pv=0 turn
+  for turn in 1 2 3; do
+    best_of_ours=$(printf '%s\n' "$best_of_ours" "$(gigabytes_a_second our_pipe)" | sort -g | tail -1)
+    best_of_pv=$(printf '%s\n' "$best_of_pv" "$(gigabytes_a_second pv -q)" | sort -g | tail -1)
+  done
+  echo "| A pipe, no limit | GB/s | beside \`pv\` |"
+  echo "| --- | ---: | ---: |"
+  echo "| \`throttlectl pipe\` | $best_of_ours | $(ratio "$best_of_ours" "$best_of_pv") |"
+  echo "| \`pv\` | $best_of_pv | 1.00 |"
+}
+
 echo "measuring calls, about a minute" >&2
 $bin/throttling_bench
 echo
@@ -198,6 +229,9 @@ $bin/load_bench build/release/lib/libstspithrottling.so build/release/lib/libvlo
 echo "measuring the storage's listings" >&2
 echo
 $bin/store_bench
+echo "measuring pipes, half a minute" >&2
+echo
+pipes
 echo "measuring backups of small files, about two minutes" >&2
 echo
 $bin/host_bench $bin/throttlectl

@@ -107,8 +107,9 @@ int run_program(int argc, char** argv) {
                examples({std::string("run backup /etc") + example_server + " --lsu daily",
                          "preview --week"}));
     add_common(app, asked);
-    for (const auto& add : {add_run, add_plot, add_preview, add_explain, add_doctor, add_simulate,
-                            add_lsu, add_image, add_events, add_config, add_service, add_call, add_complete}) {
+    for (const auto& add :
+         {add_run, add_pipe, add_plot, add_preview, add_explain, add_doctor, add_simulate, add_lsu,
+          add_image, add_events, add_config, add_service, add_call, add_complete}) {
         add(app, asked);
     }
     try {

@@ -10,6 +10,10 @@
 // What the library makes is its owner's alone; of what others can read in a store that is there the
 // session is warned, and nothing is changed.
 //
+// A server "pipe:NAME" keeps nothing: of any LSU images are made and opened by any name, what is
+// written to them is forgotten, and what is read is zeros. It takes nothing else: other calls on it
+// answer STS_ERR_INVALID.
+//
 // Any other name is opened through the first plugin that claims it, of those in VL_STS_PLUGINS:
 //
 //   VL_STS_PLUGINS=/path/to/one.so:/path/to/other.so

@@ -145,7 +145,16 @@ void progress_view::show() {
         return;
     }
     shown_ = now;
-    std::vector<std::string> lines;
+    const std::vector<std::string> shown = lines();
+    if (screen.is_terminal()) {
+        screen.bars(shown);
+    } else if (!shown.empty()) {
+        screen.line(shown.back());
+    }
+}
+
+std::vector<std::string> progress_view::lines() const {
+    std::vector<std::string> shown;
     if (run_.is_running()) {
         std::vector<progress_line> all;
         const std::optional<double> share = share_of(run_.allowed_now(), run_.streams().size());
@@ -160,16 +169,12 @@ void progress_view::show() {
             name_width = std::max(name_width, each.name.size());
         }
         for (const progress_line& each : all) {
-            lines.push_back(line_text(each, name_width, console::width()));
+            shown.push_back(line_text(each, name_width, console::width()));
         }
     } else {
-        lines.push_back(run_.operation() + ": " + run_.phase());
+        shown.push_back(run_.operation() + ": " + run_.phase());
     }
-    if (screen.is_terminal()) {
-        screen.bars(lines);
-    } else {
-        screen.line(lines.back());
-    }
+    return shown;
 }
 
 void progress_view::clear() { console::get().clear_bars(); }

@@ -13,11 +13,19 @@ struct progress_line;
 class progress_view {
   public:
     explicit progress_view(const run_course& run) : run_(run) {}
+    virtual ~progress_view() = default;
+    progress_view(const progress_view&) = delete;
+    progress_view& operator=(const progress_view&) = delete;
 
     /// Shows where the run is, if it is time to.
     void show();
     /// Takes the bars away.
     void clear();
+
+  protected:
+    /// What there is to show now: elsewhere than on a terminal only the last of it is.
+    virtual std::vector<std::string> lines() const;
+    const run_course& run() const { return run_; }
 
   private:
     using clock = std::chrono::steady_clock;

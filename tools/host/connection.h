@@ -14,7 +14,8 @@ struct server_options {
 
 /// The plugin, loaded, and the server, opened through it.
 struct connection {
-    explicit connection(const server_options& options);
+    /// `label` names the session to the service; empty: the program does. One for each process.
+    explicit connection(const server_options& options, const std::string& label = {});
 
     plugin_host host;
     host_server server;

@@ -5,6 +5,7 @@
 #include "tools/run/operation.h"
 #include "tools/terminal/output_file.h"
 
+#include <algorithm>
 #include <ctime>
 #include <filesystem>
 #include <fmt/format.h>
@@ -138,6 +139,16 @@ void add_verify(CLI::App& run, request& asked) {
     });
 }
 
+/// Why a text is no label; empty: it is one.
+std::string label_trouble(const std::string& text) {
+    constexpr size_t longest = 64;
+    const bool is_plain =
+        std::all_of(text.begin(), text.end(), [](char each) { return each > ' ' && each <= '~'; });
+    return !text.empty() && text.size() <= longest && is_plain
+               ? ""
+               : "a label has 1 to 64 printable characters of ASCII, and no blanks";
+}
+
 void add_list(CLI::App& run, request& asked) {
     const auto kept = std::make_shared<run_options>();
     run_options& options = *kept;
@@ -159,4 +170,33 @@ void add_run(CLI::App& app, request& asked) {
     add_restore(*run, asked);
     add_verify(*run, asked);
     add_list(*run, asked);
+}
+
+void add_pipe(CLI::App& app, request& asked) {
+    const auto kept = std::make_shared<pipe_options>();
+    CLI::App* const pipe =
+        app.add_subcommand("pipe", "Pace what flows from standard input to standard output");
+    add_server(*pipe, kept->server)->required();
+    pipe->add_flag("--read", kept->reads, "Paced as reads (default: as writes)");
+    pipe->add_option("--label", kept->label,
+                     "Names its session, in the plugin's log and to the service")
+        ->check(CLI::Validator(label_trouble, ""))
+        ->type_name("TEXT");
+    add_size(*pipe, "--size", kept->size, "What is expected, for a bar and an ETA");
+    add_block_option(*pipe, kept->block);
+    pipe->add_flag("-q,--quiet", kept->is_quiet, "Show no progress");
+    pipe->footer(
+        "NAME is CS_throttle:TYPE:pipe:STORAGE: what flows is paced and counted as all else that "
+        "moves to or from that STORAGE, by the settings and by the service. Nothing of it is "
+        "kept.\n"
+        "What arrives goes on at once, in blocks of a second's worth at most. Progress is on "
+        "standard error. It ends with 0 at the end of its input, and like any filter by SIGPIPE "
+        "when nobody reads on.\n\n" +
+        examples({"pipe --server CS_throttle:nas:pipe:nas1 < disk.img | ssh host 'cat > disk.img'",
+                  "pipe --read --size 40G --server CS_throttle:nas:pipe:nas1 < big > copy"}));
+    chooses(*pipe, asked, [&asked, kept] {
+        kept->plugin = asked.common.plugin;
+        kept->log = asked.common.log;
+        return run_pipe(*kept);
+    });
 }

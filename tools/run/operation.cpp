@@ -1,6 +1,7 @@
 #include "tools/run/operation.h"
 
 #include "tools/figures/plot.h"
+#include "tools/figures/progress.h"
 #include "tools/figures/report.h"
 #include "tools/host/settings_findings.h"
 #include "tools/host/sharing_notice.h"
@@ -85,7 +86,8 @@ int run_operation(const run_options& options, transfer& run, const std::function
     kept_files files(options);
     told_settings();
     sharing_notice notice(options.server);
-    const std::exception_ptr thrown = supervise(run, job, [&] { notice.look(); });
+    progress_view view(run);
+    const std::exception_ptr thrown = supervise(run, view, job, [&] { notice.look(); });
     if (thrown == nullptr) {
         report(options, run, "done", files);
         return summary();

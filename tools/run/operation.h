@@ -35,10 +35,19 @@ struct verify_options : run_options {
     std::string restored; ///< compare with what a restore put there instead
 };
 
+struct pipe_options : server_options {
+    std::string label;              ///< names the pipe to the service; empty: the program's
+    uint64_t block = default_block; ///< bytes that go on at once at most
+    uint64_t size = 0;              ///< bytes that are expected; 0: nobody knows
+    bool reads = false;             ///< paced as reads
+    bool is_quiet = false;          ///< shows no progress
+};
+
 /// Each returns what the program ends with.
 int run_backup(const backup_options& options);
 int run_restore(const restore_options& options);
 int run_verify(const verify_options& options);
+int run_pipe(const pipe_options& options);
 int run_list(const run_options& options); ///< of the server's LSUs when `lsu` is empty
 
 std::vector<tree_root> roots_of(const std::vector<std::string>& directories);

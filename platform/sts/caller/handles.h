@@ -26,6 +26,8 @@ enum class handle_kind : unsigned {
     lsu_list,
     channel,
     operation,
+    pipe_server,
+    pipe_image,
 };
 
 /// Kinds of handles that wrap a plugin's, one beside each kind of ours.

@@ -5,6 +5,7 @@
 
 #include "platform/sts/events/log.h"
 #include "platform/sts/operations/operations.h"
+#include "platform/sts/operations/pipe.h"
 #include "platform/sts/operations/server.h"
 #include "platform/sts/plugins/calls.h"
 #include "platform/sts/store/settings.h"
@@ -75,7 +76,10 @@ sts_image_info_s info_of(const store& files, const std::string& lsu, const std::
 
 int create_image(const sts_lsu_ref_s* lsu, const sts_image_def_s* image_def, uint32_t flags,
                  sts_next_image_s** out) {
-    require(out != nullptr && (flags & ~all_flags) == 0);
+    require(lsu != nullptr && out != nullptr && (flags & ~all_flags) == 0);
+    if (is_pipe_server(lsu->server)) {
+        return open_pipe_image(lsu, image_def, out);
+    }
     const std::string name = name_of(image_def);
     const std::string group = text_of(image_def->group);
     auto created = std::make_unique<image>(open_lsu(lsu), name);
@@ -91,7 +95,10 @@ int create_image(const sts_lsu_ref_s* lsu, const sts_image_def_s* image_def, uin
 
 int open_image(const sts_lsu_ref_s* lsu, const sts_image_def_s* image_def, uint32_t flags,
                sts_next_image_s** out) {
-    require(out != nullptr && (flags & ~all_flags) == 0);
+    require(lsu != nullptr && out != nullptr && (flags & ~all_flags) == 0);
+    if (is_pipe_server(lsu->server)) {
+        return open_pipe_image(lsu, image_def, out);
+    }
     const std::string name = name_of(image_def);
     auto opened = std::make_unique<image>(open_lsu(lsu), name);
     const int directory = opened->lsu_directory.get();

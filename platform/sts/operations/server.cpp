@@ -6,6 +6,7 @@
 #include "platform/sts/caller/session_log.h"
 #include "platform/sts/events/log.h"
 #include "platform/sts/operations/operations.h"
+#include "platform/sts/operations/pipe.h"
 #include "platform/sts/plugins/calls.h"
 #include "platform/sts/store/image_files.h"
 #include "platform/sts/store/lsu_files.h"
@@ -69,6 +70,9 @@ int open_named_server(const sts_session_def_v7_t& owner, const char* name,
                       const sts_server_def_s* server_def, sts_forwarded_t forwarded,
                       sts_next_server_s** out) {
     require(name != nullptr && out != nullptr);
+    if (is_pipe_name(name)) {
+        return open_pipe_server(name, out);
+    }
     if (!is_disk_name(name)) {
         return open_plugin_server(owner, name, server_def, forwarded, out);
     }

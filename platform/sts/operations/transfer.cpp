@@ -5,6 +5,7 @@
 
 #include "platform/sts/operations/image.h"
 #include "platform/sts/operations/operations.h"
+#include "platform/sts/operations/pipe.h"
 
 #include <algorithm>
 #include <unistd.h>
@@ -38,12 +39,18 @@ bool overlap(uint64_t first, uint64_t second, uint64_t length) {
 int read_image(sts_next_image_s* image_handle, void* buffer, uint64_t length, uint64_t position,
                uint64_t* bytes_read) {
     require(buffer != nullptr && bytes_read != nullptr);
+    if (is_pipe_image(image_handle)) {
+        return read_pipe(image_handle, buffer, length, bytes_read);
+    }
     return read_at(borrowed<image>(image_handle)->data, buffer, length, position, bytes_read);
 }
 
 int write_image(sts_next_image_s* image_handle, sts_forwarded_t /*unused*/, const void* buffer,
                 uint64_t length, uint64_t position, uint64_t* bytes_written) {
     require(buffer != nullptr && bytes_written != nullptr);
+    if (is_pipe_image(image_handle)) {
+        return write_pipe(image_handle, length, bytes_written);
+    }
     return write_at(borrowed<image>(image_handle)->data, buffer, length, position, bytes_written);
 }
 

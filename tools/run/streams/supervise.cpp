@@ -1,6 +1,5 @@
 #include "tools/run/streams/supervise.h"
 
-#include "tools/figures/progress.h"
 #include "tools/terminal/console.h"
 #include "tools/terminal/failure.h"
 #include "tools/terminal/signals.h"
@@ -33,7 +32,7 @@ void take_signal(transfer& run) {
 
 } // namespace
 
-std::exception_ptr supervise(transfer& run, const std::function<void()>& job,
+std::exception_ptr supervise(transfer& run, progress_view& view, const std::function<void()>& job,
                              const std::function<void()>& look) {
     const signals caught;
     let_sleeps_be_cut_short();
@@ -52,7 +51,6 @@ std::exception_ptr supervise(transfer& run, const std::function<void()>& job,
         done = true;
         pthread_kill(waiting, SIGUSR1); // ends its wait for a signal
     });
-    progress_view view(run);
     while (!done) {
         if (caught.next(look_interval)) {
             take_signal(run);
