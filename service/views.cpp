@@ -170,8 +170,9 @@ const storage_metric storage_metrics[] = {
      [](const storage_view& each) { return each.refused; }, nullptr},
     {"vlsld_storage_flows", "gauge", "Sessions that read or write a storage now.", nullptr,
      [](const direction_view& each) { return static_cast<uint64_t>(each.flows); }},
-    {"vlsld_storage_allowed_bytes_per_second", "gauge", "Rate that the settings allow now.",
-     nullptr, [](const direction_view& each) { return each.allowed; }},
+    {"vlsld_storage_allowed_bytes_per_second", "gauge",
+     "Rate that the settings, and limits set since, allow now.", nullptr,
+     [](const direction_view& each) { return each.allowed; }},
     {"vlsld_storage_measured_bytes_per_second", "gauge", "Rate that was last reported.", nullptr,
      [](const direction_view& each) { return each.measured; }}};
 

@@ -1,47 +1,12 @@
 #include "tools/host/service_status.h"
 
+#include "tools/host/http_exchange.h"
 #include "tools/terminal/tables.h"
 
 #include <ctime>
-#include <curl/curl.h>
 #include <fmt/format.h>
-#include <memory>
 
 namespace {
-
-constexpr size_t most_bytes = size_t{16} * 1024 * 1024;
-constexpr long patience = 2000; // milliseconds
-
-size_t take(char* bytes, size_t size, size_t count, void* to) {
-    std::string& text = *static_cast<std::string*>(to);
-    if (text.size() + size * count > most_bytes) {
-        return 0; // ends the transfer
-    }
-    text.append(bytes, size * count);
-    return size * count;
-}
-
-/// The page's text; in `trouble`, when there is none, why.
-std::string page(const std::string& url, std::string& trouble) {
-    const std::unique_ptr<CURL, void (*)(CURL*)> asked(curl_easy_init(), curl_easy_cleanup);
-    if (asked == nullptr) {
-        trouble = "the HTTP library can't be started";
-        return {};
-    }
-    std::string text;
-    curl_easy_setopt(asked.get(), CURLOPT_URL, url.c_str());
-    curl_easy_setopt(asked.get(), CURLOPT_NOPROXY, "*");
-    curl_easy_setopt(asked.get(), CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(asked.get(), CURLOPT_TIMEOUT_MS, patience);
-    curl_easy_setopt(asked.get(), CURLOPT_FAILONERROR, 1L);
-    curl_easy_setopt(asked.get(), CURLOPT_WRITEFUNCTION, take);
-    curl_easy_setopt(asked.get(), CURLOPT_WRITEDATA, &text);
-    if (const CURLcode code = curl_easy_perform(asked.get()); code != CURLE_OK) {
-        trouble = curl_easy_strerror(code);
-        return {};
-    }
-    return text;
-}
 
 service_sharing sharing_in(const nlohmann::json& storage, operation_type_t direction) {
     const nlohmann::json& flows = storage.at(direction == OPERATION_READ ? "read" : "write");
@@ -61,13 +26,16 @@ service_status service_status_of(const std::string& storage, operation_type_t di
     service_status status;
     // With the history from now on, which is none.
     status.url = fmt::format("http://127.0.0.1:{}/status", port);
-    const std::string text =
-        page(fmt::format("{}?since={}", status.url, time(nullptr)), status.trouble);
-    if (!status.trouble.empty()) {
+    http_request asked;
+    asked.url = fmt::format("{}?since={}", status.url, time(nullptr));
+    const http_reply reply = exchange(asked);
+    if (reply.status != 200) {
+        status.trouble = reply.trouble.empty() ? fmt::format("an answer of status {}", reply.status)
+                                               : reply.trouble;
         return status;
     }
     try {
-        const nlohmann::json all = nlohmann::json::parse(text);
+        const nlohmann::json all = nlohmann::json::parse(reply.body);
         for (const nlohmann::json& each : all.at("storages")) {
             if (each.at("name") == storage) {
                 status.sharing = sharing_in(each, direction);

@@ -9,14 +9,13 @@
 
 constexpr uint16_t usual_http_port = 5639; ///< of the service's page
 
-/// Of one storage and direction, as the service sees it now. What the service itself sets for a
-/// storage beside the settings belongs here, too.
+/// Of one storage and direction, as the service sees it now.
 struct service_sharing {
     uint64_t flows = 0;       ///< that read, or write, and share the bandwidth
     uint64_t connections = 0; ///< of both directions, idle ones too
     uint64_t limit = 0;       ///< of connections
-    uint64_t allowed = 0;     ///< bytes per second, to all of them together
-    uint64_t measured = 0;    ///< bytes per second
+    uint64_t allowed = 0; ///< bytes per second, to all of them together; limits set meanwhile count
+    uint64_t measured = 0; ///< bytes per second
 };
 
 struct service_status {

@@ -124,11 +124,26 @@ std::string sharing_text(const pacing_facts& facts) {
                        sharing->connections, sharing->limit);
 }
 
+/// What the service allows where that is less than the settings do; none: it isn't.
+std::optional<uint64_t> limit_of(const pacing_facts& facts) {
+    const service_sharing* const sharing = sharing_of(facts);
+    const bool is_less =
+        sharing != nullptr && sharing->allowed < allowed_then(facts, facts.when).rate;
+    return is_less ? std::optional(sharing->allowed) : std::nullopt;
+}
+
+std::string limit_text(uint64_t limit) {
+    constexpr const char* where = "throttlectl service status tells of limits";
+    return limit == 0
+               ? fmt::format("nothing for now, data waits: {}", where)
+               : fmt::format("{} to all together by the service: {}", rate_in_words(limit), where);
+}
+
 /// The least that one more flow is allowed: an even part.
 uint64_t level_of(const pacing_facts& facts) {
     const service_sharing* const sharing = sharing_of(facts);
     const uint64_t others = sharing != nullptr ? sharing->flows : 0;
-    return allowed_then(facts, facts.when).rate / (others + 1);
+    return limit_of(facts).value_or(allowed_then(facts, facts.when).rate) / (others + 1);
 }
 
 } // namespace
@@ -171,7 +186,9 @@ std::vector<pacing_link> explanation(const pacing_facts& facts) {
         if (facts.status) {
             chain.push_back({"sharing", sharing_text(facts)});
         }
-        // What the service sets beside the settings, such as an override, is a link of its own here.
+        if (const std::optional<uint64_t> limit = limit_of(facts)) {
+            chain.push_back({"limit", limit_text(*limit)});
+        }
         chain.push_back({"level", fmt::format("{} at least to one more that wants all",
                                               rate_in_words(level_of(facts)))});
     }
@@ -212,6 +229,7 @@ ordered_json explanation_json(const pacing_facts& facts) {
         all["sharing"] = {{"flows", sharing->flows},
                           {"connections", sharing->connections},
                           {"limit", sharing->limit},
+                          {"allowed", sharing->allowed},
                           {"measured", sharing->measured}};
     }
     if (is_on && facts.places) {

@@ -37,7 +37,11 @@ struct reader_gone : std::exception {
 /// While one lives, a write that nobody reads fails with EPIPE, so that the server can be closed.
 class broken_pipes_told {
   public:
-    broken_pipes_told() { sigaction(SIGPIPE, nullptr, &before_), std::signal(SIGPIPE, SIG_IGN); }
+    broken_pipes_told() {
+        struct sigaction ignored = {};
+        ignored.sa_handler = SIG_IGN;
+        sigaction(SIGPIPE, &ignored, &before_);
+    }
     ~broken_pipes_told() { sigaction(SIGPIPE, &before_, nullptr); }
     broken_pipes_told(const broken_pipes_told&) = delete;
     broken_pipes_told& operator=(const broken_pipes_told&) = delete;

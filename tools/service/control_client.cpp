@@ -1,48 +1,29 @@
 #include "tools/service/control_client.h"
 
 #include "common/control_path.h"
+#include "tools/host/http_exchange.h"
 #include "tools/terminal/failure.h"
 #include "tools/terminal/printable.h"
 #include "tools/terminal/waiting.h"
 
 #include <cerrno>
 #include <cstring>
-#include <curl/curl.h>
 #include <fmt/format.h>
-#include <memory>
 
 namespace {
 
 constexpr size_t largest_answer = size_t{64} << 20; // bytes
-constexpr long longest_s = 30;
+constexpr long longest_ms = 30'000;
 
-struct curl_deleter {
-    void operator()(CURL* which) const { curl_easy_cleanup(which); }
-    void operator()(curl_slist* which) const { curl_slist_free_all(which); }
-};
-using handle = std::unique_ptr<CURL, curl_deleter>;
-using headers = std::unique_ptr<curl_slist, curl_deleter>;
-
-size_t take(char* data, size_t, size_t size, void* into) {
-    auto& text = *static_cast<std::string*>(into);
-    if (size > largest_answer - text.size()) {
-        return 0; // which ends it
+std::string why_not(const http_reply& reply) {
+    if (reply.error == 0) {
+        return reply.trouble;
     }
-    text.append(data, size);
-    return size;
-}
-
-std::string why_not(CURL* with, CURLcode code) {
-    long error = 0;
-    curl_easy_getinfo(with, CURLINFO_OS_ERRNO, &error);
-    if (code != CURLE_COULDNT_CONNECT || error == 0) {
-        return curl_easy_strerror(code);
-    }
-    if (error == EACCES) {
+    if (reply.error == EACCES) {
         return "its group alone may ask there, and root";
     }
-    const bool is_absent = error == ENOENT || error == ECONNREFUSED;
-    return fmt::format("{}{}", strerror(static_cast<int>(error)),
+    const bool is_absent = reply.error == ENOENT || reply.error == ECONNREFUSED;
+    return fmt::format("{}{}", strerror(reply.error),
                        is_absent ? "; is vlsld running, with its socket there? (--control PATH)"
                                  : "");
 }
@@ -69,35 +50,16 @@ ordered_json control_client::ask(const std::string& page, const std::string* bod
         throw failure(fmt::format("the service's control socket {}: {}", path_, why));
     };
     const waiting shown("asking the service at " + path_);
-    const handle with(curl_easy_init());
-    const headers type(curl_slist_append(nullptr, "Content-Type: application/json"));
-    if (with == nullptr || type == nullptr) {
-        throw std::bad_alloc();
+    const http_reply reply =
+        exchange({"http://localhost" + page, path_, body, longest_ms, largest_answer});
+    if (reply.status == 0) {
+        fail(why_not(reply));
     }
-    std::string answer;
-    curl_easy_setopt(with.get(), CURLOPT_UNIX_SOCKET_PATH, path_.c_str());
-    curl_easy_setopt(with.get(), CURLOPT_URL, ("http://localhost" + page).c_str());
-    curl_easy_setopt(with.get(), CURLOPT_PROXY, ""); // whatever the environment names
-    curl_easy_setopt(with.get(), CURLOPT_TIMEOUT, longest_s);
-    curl_easy_setopt(with.get(), CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(with.get(), CURLOPT_WRITEFUNCTION, take);
-    curl_easy_setopt(with.get(), CURLOPT_WRITEDATA, &answer);
-    if (body != nullptr) {
-        curl_easy_setopt(with.get(), CURLOPT_HTTPHEADER, type.get());
-        curl_easy_setopt(with.get(), CURLOPT_POSTFIELDSIZE, static_cast<long>(body->size()));
-        curl_easy_setopt(with.get(), CURLOPT_POSTFIELDS, body->c_str());
+    if (reply.status != 200) {
+        fail(reply.body.empty() ? fmt::format("an answer of status {}", reply.status)
+                                : printable(without_end_of_line(reply.body)));
     }
-    const CURLcode code = curl_easy_perform(with.get());
-    long status = 0;
-    curl_easy_getinfo(with.get(), CURLINFO_RESPONSE_CODE, &status);
-    if (code != CURLE_OK) {
-        fail(why_not(with.get(), code));
-    }
-    if (status != 200) {
-        fail(answer.empty() ? fmt::format("an answer of status {}", status)
-                            : printable(without_end_of_line(answer)));
-    }
-    ordered_json read = ordered_json::parse(answer, nullptr, false);
+    ordered_json read = ordered_json::parse(reply.body, nullptr, false);
     if (!read.is_object()) {
         fail("its answer is no JSON object; is it vlsld's?");
     }

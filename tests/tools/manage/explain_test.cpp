@@ -98,10 +98,22 @@ TEST_F(Explained, WhoSharesIsWhatTheServiceShows) {
     tool_process backup(command("backup", {path("tree"), "--name", "b", "--block", "512"}), how);
     ASSERT_TRUE(backup.await_err("of 1000 B/s"));
     const json shared = explained(service);
+    const std::string storage = server().substr(server().rfind(':') + 1);
+    const ended limiting =
+        tool({"service", "--control", service.control(), "limit", storage, "--write", "400"});
+    ASSERT_EQ(limiting.code, 0) << limiting.err;
+    const json limited = explained(service);
+    EXPECT_THAT(
+        explain(server(), {"--http-port", std::to_string(service.http_port())}).out,
+        HasSubstr(
+            "\nlimit      400 B/s to all together by the service: throttlectl service status "));
     backup.send(SIGINT);
     EXPECT_EQ(shared["sharing"]["flows"], 1);
     EXPECT_EQ(shared["sharing"]["limit"], 10);
+    EXPECT_EQ(shared["sharing"]["allowed"], 1000);
     EXPECT_EQ(shared["level"], 500);
+    EXPECT_EQ(limited["sharing"]["allowed"], 400);
+    EXPECT_EQ(limited["level"], 200);
     EXPECT_THAT(shared["service"]["answers_on"].get<std::string>(),
                 HasSubstr(":" + std::to_string(service.port())));
     EXPECT_EQ(backup.wait().code, 130);
