@@ -2,6 +2,7 @@
 
 #include "tools/host/engine_watch.h"
 #include "tools/host/sharing_notice.h"
+#include "tools/terminal/sizes.h"
 
 #include <ctime>
 
@@ -20,8 +21,5 @@ std::optional<uint64_t> allowance::now() const {
     if (settings_.sample_interval == 0) {
         return {};
     }
-    const time_t now = time(nullptr);
-    tm local = {};
-    localtime_r(&now, &local);
-    return allowed_rate(settings_, direction_, local) / sharing_connections();
+    return allowed_rate(settings_, direction_, local_time(time(nullptr))) / sharing_connections();
 }

@@ -5,6 +5,7 @@
 #include "tools/host/service_place.h"
 #include "tools/host/settings_place.h"
 #include "tools/terminal/printable.h"
+#include "tools/terminal/sizes.h"
 
 #include <cerrno>
 #include <cstring>
@@ -139,10 +140,7 @@ void check_service(const throttling_config_s& config, lines& all) {
 
 void check_clock(lines& all) {
     const time_t now = time(nullptr);
-    tm local = {};
-    localtime_r(&now, &local);
-    char text[64];
-    strftime(text, sizeof text, "%A %Y-%m-%d %H:%M %Z (%z)", &local);
+    const std::string text = time_text(now, "%A %Y-%m-%d %H:%M %Z (%z)");
     timex clock = {};
     const bool is_steered = adjtimex(&clock) >= 0 && (clock.status & STA_UNSYNC) == 0;
     if (now < earliest_clock) {

@@ -11,12 +11,6 @@
 
 namespace {
 
-tm local_of(time_t when) {
-    tm local = {};
-    localtime_r(&when, &local);
-    return local;
-}
-
 std::string rate_in_words(uint64_t rate) { return rate_text(static_cast<double>(rate)); }
 
 /// What the plugin goes by for that server: the file's settings, or the defaults.
@@ -36,9 +30,9 @@ int32_t percent_of_direction(const throttling_config_s& config, operation_type_t
 /// What the settings allow at a time.
 struct allowed_then {
     allowed_then(const pacing_facts& facts, time_t when)
-        : window(window_at(effective(facts), local_of(when))),
+        : window(window_at(effective(facts), local_time(when))),
           percent(percent_of_window(effective(facts), window)),
-          rate(allowed_rate(effective(facts), facts.direction, local_of(when))) {}
+          rate(allowed_rate(effective(facts), facts.direction, local_time(when))) {}
     pacing_window window;
     int32_t percent;
     uint64_t rate;

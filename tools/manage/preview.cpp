@@ -32,12 +32,6 @@ checked_settings read_settings() {
     return found;
 }
 
-tm local_of(time_t when) {
-    tm local = {};
-    localtime_r(&when, &local);
-    return local;
-}
-
 time_t time_asked(const preview_options& options) {
     const time_t now = time(nullptr);
     if (options.at.empty()) {
@@ -64,10 +58,10 @@ std::string rates_text(const throttling_config_s& config, const preview_options&
 
 void print_at(const throttling_config_s& config, const preview_options& options, time_t when) {
     const std::optional<time_t> change = next_change(config, options.directions, when);
-    fmt::print("{}:\n  {}\n", day_and_time(when), rates_text(config, options, local_of(when)));
+    fmt::print("{}:\n  {}\n", day_and_time(when), rates_text(config, options, local_time(when)));
     if (change) {
         fmt::print("until {}, then\n  {}\n", day_and_time(*change),
-                   rates_text(config, options, local_of(*change)));
+                   rates_text(config, options, local_time(*change)));
     } else {
         fmt::print("and nothing else within a week\n");
     }
@@ -90,12 +84,12 @@ void print_json(const checked_settings& found, const preview_options& options, t
                         {"findings", findings_json(found.findings)},
                         {"at", day_and_time(when)}};
     if (options.at.empty()) {
-        all["hours"] = preview_json(config, local_of(when), options.week);
+        all["hours"] = preview_json(config, local_time(when), options.week);
     } else {
         const std::optional<time_t> change = next_change(config, options.directions, when);
-        all["window"] = window_name(window_at(config, local_of(when)));
-        all["read"] = allowed_rate(config, OPERATION_READ, local_of(when));
-        all["write"] = allowed_rate(config, OPERATION_WRITE, local_of(when));
+        all["window"] = window_name(window_at(config, local_time(when)));
+        all["read"] = allowed_rate(config, OPERATION_READ, local_time(when));
+        all["write"] = allowed_rate(config, OPERATION_WRITE, local_time(when));
         all["until"] = change ? ordered_json(day_and_time(*change)) : ordered_json();
     }
     fmt::print("{}\n", dumped(all, 2));
@@ -120,7 +114,7 @@ int run_preview(const preview_options& options) {
                    found.config.sample_interval, options.at.empty() ? ", * is now" : "");
     }
     if (options.at.empty()) {
-        print_tables(found.config, options, local_of(when));
+        print_tables(found.config, options, local_time(when));
     } else {
         print_at(found.config, options, when);
     }

@@ -1,5 +1,7 @@
 #include "tools/manage/preview_time.h"
 
+#include "tools/terminal/sizes.h"
+
 #include <algorithm>
 #include <cstring>
 #include <fmt/format.h>
@@ -8,12 +10,6 @@ namespace {
 
 constexpr time_t hour = 3600;
 constexpr time_t day = 24 * hour;
-
-tm local_time(time_t when) {
-    tm local = {};
-    localtime_r(&when, &local);
-    return local;
-}
 
 /// `text` as strptime reads it, whole, over `known`.
 std::optional<tm> parsed(const std::string& text, const char* format, tm known) {

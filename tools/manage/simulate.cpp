@@ -49,13 +49,7 @@ std::string duration_text(time_t seconds) {
            fmt::format("{:02}:{:02}:{:02}", seconds / 3600 % 24, seconds / 60 % 60, seconds % 60);
 }
 
-std::string moment_text(time_t when) {
-    tm local = {};
-    localtime_r(&when, &local);
-    char text[32];
-    strftime(text, sizeof text, "%a %Y-%m-%d %H:%M", &local);
-    return text;
-}
+std::string moment_text(time_t when) { return time_text(when, "%a %Y-%m-%d %H:%M"); }
 
 const char* outcome_of(const simulated_course& course) {
     if (course.finished) {

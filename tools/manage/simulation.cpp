@@ -1,17 +1,13 @@
 #include "tools/manage/simulation.h"
 
+#include "tools/terminal/sizes.h"
+
 #include <algorithm>
 
 namespace {
 
-constexpr time_t hour = 3600;
-constexpr time_t longest = 10 * 366 * 24 * hour;
-
-tm local_of(time_t when) {
-    tm local = {};
-    localtime_r(&when, &local);
-    return local;
-}
+constexpr time_t seconds_an_hour = 3600;
+constexpr time_t longest = 10 * 366 * 24 * seconds_an_hour;
 
 /// The sample that runs: what it has moved since it began.
 class running_sample {
@@ -95,8 +91,8 @@ simulated_course simulate(const simulated_transfer& transfer) {
     running_sample sample(transfer.begins, transfer.config.sample_interval);
     uint64_t left = transfer.bytes;
     for (time_t now = transfer.begins; now < transfer.begins + longest;) {
-        const tm local = local_of(now);
-        const time_t next = now + hour - local.tm_min * 60 - local.tm_sec;
+        const tm local = local_time(now);
+        const time_t next = now + seconds_an_hour - local.tm_min * 60 - local.tm_sec;
         const pacing_window window = window_at(transfer.config, local);
         const uint64_t rate =
             allowed_rate(transfer.config, transfer.direction, local) / transfer.share;

@@ -4,6 +4,7 @@
 #include "tools/run/files/random_number.h"
 #include "tools/run/operation.h"
 #include "tools/terminal/output_file.h"
+#include "tools/terminal/sizes.h"
 
 #include <algorithm>
 #include <ctime>
@@ -52,12 +53,8 @@ Options& with_common(Options& options, const request& asked) {
 
 /// Two that begin in the same second, wherever, have different names.
 std::string default_name() {
-    const time_t now = time(nullptr);
-    tm local = {};
-    localtime_r(&now, &local);
-    char text[32];
-    strftime(text, sizeof text, "backup-%Y%m%d-%H%M%S", &local);
-    return fmt::format("{}-{:016x}", text, random_number());
+    return fmt::format("{}-{:016x}", time_text(time(nullptr), "backup-%Y%m%d-%H%M%S"),
+                       random_number());
 }
 
 // --- the options -------------------------------------------------------------------------------

@@ -35,11 +35,15 @@ std::string rate_text(std::optional<double> bytes_per_second) {
     return bytes_per_second ? size_text(*bytes_per_second) + "/s" : "unlimited";
 }
 
-std::string time_text(int64_t seconds) {
-    const time_t when = static_cast<time_t>(seconds);
+tm local_time(time_t when) {
     tm local = {};
     localtime_r(&when, &local);
-    char text[32];
-    strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local);
+    return local;
+}
+
+std::string time_text(time_t when, const char* format) {
+    const tm local = local_time(when);
+    char text[64] = "";
+    strftime(text, sizeof text, format, &local);
     return text;
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <ctime>
 #include <optional>
 #include <string>
 
@@ -19,5 +20,7 @@ struct size_unit {
 };
 size_unit unit_for(double largest);
 
-/// Local time, "2026-11-21 14:03:22".
-std::string time_text(int64_t seconds);
+tm local_time(time_t when);
+
+/// Local time, "2026-11-21 14:03:22", or as strftime's `format` says, of 63 bytes at most.
+std::string time_text(time_t when, const char* format = "%Y-%m-%d %H:%M:%S");
