@@ -1,5 +1,6 @@
 #include "service/kept_state.h"
 
+#include "common/whole_number.h"
 #include "service/views.h"
 
 #include <fmt/format.h>
@@ -29,9 +30,9 @@ std::optional<timed<Value>> limit_of(const json& kept) {
     if (kept.is_null()) {
         return std::nullopt;
     }
-    const int64_t value = kept.at("value").get<int64_t>();
+    const int64_t value = whole_number<int64_t>(kept.at("value"));
     const json& until = kept.at("until");
-    const int64_t end = until.is_null() ? timed<Value>::never : until.get<int64_t>();
+    const int64_t end = until.is_null() ? timed<Value>::never : whole_number<int64_t>(until);
     constexpr int64_t far = int64_t{1} << 40; // seconds since the epoch
     if (value < 0 || (!until.is_null() && (end < 0 || end > far))) {
         throw std::runtime_error("a limit that can't be");
@@ -48,7 +49,7 @@ std::string name_of(const json& text) {
 }
 
 uint64_t flows_of(const json& number) {
-    const int64_t flows = number.get<int64_t>();
+    const int64_t flows = whole_number<int64_t>(number);
     if (flows < 0 || flows > static_cast<int64_t>(most_sessions)) {
         throw std::runtime_error("a number of flows that can't be");
     }
@@ -58,10 +59,10 @@ uint64_t flows_of(const json& number) {
 kept_book::kept_storage storage_of(const json& kept) {
     kept_book::kept_storage read = {name_of(kept.at("name")),
                                     std::nullopt,
-                                    kept.at("limit").get<int64_t>(),
+                                    whole_number<int64_t>(kept.at("limit")),
                                     {flows_of(kept.at("readers")), flows_of(kept.at("writers"))}};
     if (!kept.at("settings").is_null()) {
-        read.settings = kept.at("settings").get<uint32_t>();
+        read.settings = whole_number<uint32_t>(kept.at("settings"));
     }
     return read;
 }

@@ -94,7 +94,7 @@ int service_process::port_of(const std::string& variable) const {
 }
 
 std::string service_process::get(const std::string& path) const {
-    constexpr int most_attempts = 3; // the service's readers come last where the machine is busy
+    constexpr int most_attempts = 6; // the service's readers come last where the machine is busy
     for (int attempt = 0; attempt < most_attempts; ++attempt) {
         httplib::Client client("127.0.0.1", http_port());
         const auto response = client.Get(path.c_str());

@@ -1,5 +1,6 @@
 #include "tools/host/service_status.h"
 
+#include "common/whole_number.h"
 #include "tools/host/http_exchange.h"
 #include "tools/terminal/tables.h"
 
@@ -11,11 +12,11 @@ namespace {
 service_sharing sharing_in(const nlohmann::json& storage, operation_type_t direction) {
     const nlohmann::json& flows = storage.at(direction == OPERATION_READ ? "read" : "write");
     service_sharing found;
-    found.flows = flows.at("flows").get<uint64_t>();
-    found.connections = storage.at("connections").get<uint64_t>();
-    found.limit = storage.at("limit").get<uint64_t>();
-    found.allowed = flows.at("allowed").get<uint64_t>();
-    found.measured = flows.at("measured").get<uint64_t>();
+    found.flows = whole_number<uint64_t>(flows.at("flows"));
+    found.connections = whole_number<uint64_t>(storage.at("connections"));
+    found.limit = whole_number<uint64_t>(storage.at("limit"));
+    found.allowed = whole_number<uint64_t>(flows.at("allowed"));
+    found.measured = whole_number<uint64_t>(flows.at("measured"));
     return found;
 }
 
@@ -41,7 +42,7 @@ service_status service_status_of(const std::string& storage, operation_type_t di
                 status.sharing = sharing_in(each, direction);
             }
         }
-    } catch (const nlohmann::json::exception&) {
+    } catch (const std::exception&) {
         status.trouble = "what answers there is no page of the service";
     }
     return status;

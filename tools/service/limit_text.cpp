@@ -1,5 +1,6 @@
 #include "tools/service/limit_text.h"
 
+#include "common/whole_number.h"
 #include "config/settings_check.h"
 #include "tools/terminal/failure.h"
 #include "tools/terminal/printable.h"
@@ -39,8 +40,8 @@ std::string limit_in_short(const std::string& name, const ordered_json& limit) {
         return "-";
     }
     const ordered_json& left = limit.at("seconds_left");
-    return value_text(name, limit.at("value").get<uint64_t>()) +
-           (left.is_null() ? "" : " for " + duration_text(left.get<int64_t>()));
+    return value_text(name, whole_number<uint64_t>(limit.at("value"))) +
+           (left.is_null() ? "" : " for " + duration_text(whole_number<int64_t>(left)));
 }
 
 /// What the settings of the clients make of a rate that was asked for; empty: it is met.
@@ -48,14 +49,14 @@ std::string note_on(const std::string& name, const ordered_json& answer,
                     const ordered_json& asked) {
     const ordered_json& allowed = answer.at("settings_allow");
     if (!asked.contains(name) || !allowed.contains(name) ||
-        asked[name].get<uint64_t>() < allowed[name].get<uint64_t>()) {
+        whole_number<uint64_t>(asked[name]) < whole_number<uint64_t>(allowed[name])) {
         return "";
     }
     return fmt::format("{}: the settings allow {} now: nothing changes while they do\n", name,
                        rate_text(allowed[name].get<double>()));
 }
 
-[[noreturn]] void fail(const ordered_json::exception& error) {
+[[noreturn]] void fail(const std::exception& error) {
     throw failure(std::string("what the service answered isn't understood: ") + error.what());
 }
 
@@ -134,7 +135,7 @@ std::string limit_text(const ordered_json& answer, const ordered_json& asked) {
                     "nothing until it is on\n";
         }
         return text;
-    } catch (const ordered_json::exception& error) {
+    } catch (const std::exception& error) {
         fail(error);
     }
 }
@@ -151,7 +152,7 @@ std::string limits_table(const ordered_json& limits) {
         }
         return lines.empty() ? ""
                              : columns_text({"limited", "read", "write", "connections"}, lines);
-    } catch (const ordered_json::exception& error) {
+    } catch (const std::exception& error) {
         fail(error);
     }
 }

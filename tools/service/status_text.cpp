@@ -1,5 +1,6 @@
 #include "tools/service/status_text.h"
 
+#include "common/whole_number.h"
 #include "tools/service/limit_text.h"
 #include "tools/terminal/failure.h"
 #include "tools/terminal/printable.h"
@@ -12,7 +13,7 @@ namespace {
 
 /// "2 at 3.0 MiB/s of 10.0 MiB/s", or "-" where nobody is at it.
 std::string direction_text(const ordered_json& seen) {
-    const auto flows = seen.at("flows").get<int64_t>();
+    const auto flows = whole_number<int64_t>(seen.at("flows"));
     return flows == 0
                ? "-"
                : fmt::format("{} at {} of {}", flows, rate_text(seen.at("measured").get<double>()),
@@ -27,18 +28,18 @@ std::string counted(int64_t count, const char* one, const char* more) {
 
 std::string status_text(const ordered_json& status) {
     try {
-        std::string text =
-            fmt::format("Up for {}: {}, {} since the start; {} refused as malformed\n",
-                        duration_text(status.at("uptime").get<int64_t>()),
-                        counted(status.at("sessions").get<int64_t>(), "session", "sessions"),
-                        counted(status.at("reports").get<int64_t>(), "report", "reports"),
-                        counted(status.at("malformed").get<int64_t>(), "question", "questions"));
+        std::string text = fmt::format(
+            "Up for {}: {}, {} since the start; {} refused as malformed\n",
+            duration_text(whole_number<int64_t>(status.at("uptime"))),
+            counted(whole_number<int64_t>(status.at("sessions")), "session", "sessions"),
+            counted(whole_number<int64_t>(status.at("reports")), "report", "reports"),
+            counted(whole_number<int64_t>(status.at("malformed")), "question", "questions"));
         std::vector<std::vector<std::string>> lines;
         for (const ordered_json& each : status.at("storages")) {
             lines.push_back({printable(each.at("name").get<std::string>()),
-                             fmt::format("{} of {}", each.at("connections").get<int64_t>(),
-                                         each.at("limit").get<int64_t>()),
-                             std::to_string(each.at("refused").get<int64_t>()),
+                             fmt::format("{} of {}", whole_number<int64_t>(each.at("connections")),
+                                         whole_number<int64_t>(each.at("limit"))),
+                             std::to_string(whole_number<int64_t>(each.at("refused"))),
                              direction_text(each.at("read")), direction_text(each.at("write"))});
         }
         return text +
@@ -46,7 +47,7 @@ std::string status_text(const ordered_json& status) {
                     ? "No storage is known yet.\n"
                     : columns_text({"storage", "connections", "refused", "reading", "writing"},
                                    lines));
-    } catch (const ordered_json::exception& error) {
+    } catch (const std::exception& error) {
         throw failure(std::string("what the service answered isn't understood: ") + error.what());
     }
 }

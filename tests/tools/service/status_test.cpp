@@ -50,6 +50,9 @@ TEST(ServiceStatus, ANameMovesNoCursor) {
 TEST(ServiceStatus, WhatNoServiceSaysIsRefused) {
     for (const char* text :
          {"{}", R"({"uptime": "x"})",
+          R"({"uptime":1e99,"sessions":1,"reports":1,"malformed":1,"storages":[]})",
+          R"({"uptime":1,"sessions":99999999999999999999,"reports":1,"malformed":1,"storages":[]})",
+          R"({"uptime":1,"sessions":1.5,"reports":1,"malformed":1,"storages":[]})",
           R"({"uptime":1,"sessions":1,"reports":1,"malformed":1,"storages":[{"name":7}]})"}) {
         EXPECT_THROW(status_text(ordered_json::parse(text)), failure) << text;
     }
