@@ -31,8 +31,10 @@ TEST(Listening, IsOnTheSamePortOfAllLoopbackAddresses) {
 }
 
 TEST(Listening, IsOnAllOrNone) {
-    for (const std::string& address : addresses_to_listen_on("")) {
-        const listening_sockets taken({address}, 0);
+    const std::vector<std::string> all = addresses_to_listen_on("");
+    for (const std::string& address : all) {
+        const int free_on_all = listening_sockets(all, 0).port();
+        const listening_sockets taken({address}, free_on_all);
         const ended result = run_on(taken.port());
         EXPECT_EQ(result.code, 1);
         EXPECT_EQ(result.err, "vlsld: can't listen on " + address + " port " +
