@@ -1,17 +1,12 @@
 // Where the service's control socket is, unless somebody names another place.
 #pragma once
 
-#include <cstdlib>
+#include "common/environment.h"
+
 #include <string>
 #include <unistd.h>
 
 constexpr const char* control_path_of_root = "/run/vlsld/control";
-
-/// The absolute path that an environment variable holds; empty: it holds none.
-inline std::string absolute_path_in(const char* variable) {
-    const char* const set = getenv(variable);
-    return set != nullptr && set[0] == '/' ? set : "";
-}
 
 /// Where a service makes it: in the environment's RUNTIME_DIRECTORY (of several, with colons
 /// between, the first), for root in /run/vlsld, else in $XDG_RUNTIME_DIR/vlsld. Empty when the

@@ -15,9 +15,7 @@ bool in_window(int hour, int start, int end) {
 }
 
 uint64_t rate_of_direction(const throttling_config_s& config, operation_type_t operation) {
-    return percent_of(config.avail_bandwidth, operation == OPERATION_READ
-                                                  ? config.read_bandwidth_percent
-                                                  : config.write_bandwidth_percent);
+    return percent_of(config.avail_bandwidth, percent_of_direction(config, operation));
 }
 
 } // namespace
@@ -33,6 +31,11 @@ pacing_window window_at(const throttling_config_s& config, const tm& when) {
         return pacing_window::work_time;
     }
     return pacing_window::none;
+}
+
+int32_t percent_of_direction(const throttling_config_s& config, operation_type_t operation) {
+    return operation == OPERATION_READ ? config.read_bandwidth_percent
+                                       : config.write_bandwidth_percent;
 }
 
 int32_t percent_of_window(const throttling_config_s& config, pacing_window window) {

@@ -20,6 +20,9 @@ enum class pacing_window { none, work_time, off_time, weekend };
 /// The window that holds at the local time `when`.
 pacing_window window_at(const throttling_config_s& config, const tm& when);
 
+/// The percent of the bandwidth that a direction may have.
+int32_t percent_of_direction(const throttling_config_s& config, operation_type_t operation);
+
 /// The percent that multiplies the direction's in that window; 100 in none.
 int32_t percent_of_window(const throttling_config_s& config, pacing_window window);
 

@@ -134,11 +134,6 @@ const char* day_name(int day) {
 
 constexpr operation_type_t directions[] = {OPERATION_READ, OPERATION_WRITE};
 
-int32_t percent_of_direction(const throttling_config_s& config, operation_type_t direction) {
-    return direction == OPERATION_READ ? config.read_bandwidth_percent
-                                       : config.write_bandwidth_percent;
-}
-
 /// The setting to blame for a rate of 0.
 const char* zero_key(const throttling_config_s& config, operation_type_t direction,
                      pacing_window window) {

@@ -1,7 +1,7 @@
 #include "service/kept_state.h"
 
+#include "common/latin1.h"
 #include "common/whole_number.h"
-#include "service/views.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -49,11 +49,11 @@ std::string name_of(const json& text) {
 }
 
 uint64_t flows_of(const json& number) {
-    const int64_t flows = whole_number<int64_t>(number);
-    if (flows < 0 || flows > static_cast<int64_t>(most_sessions)) {
+    const auto flows = whole_number<uint64_t>(number);
+    if (flows > most_sessions) {
         throw std::runtime_error("a number of flows that can't be");
     }
-    return static_cast<uint64_t>(flows);
+    return flows;
 }
 
 kept_book::kept_storage storage_of(const json& kept) {

@@ -20,7 +20,7 @@ struct settings_text {
 settings_text read_settings(const std::string& text, const settings_ptr& base = nullptr);
 
 /// Bytes of a text that was cut: the plugin has room for no more, and drops what is behind.
-constexpr size_t cut_text_size = 10239;
+constexpr size_t cut_text_size = STS_CONFIG_SIZE - 1;
 
 /// The settings `current` with what differs from `earlier` to `now`, which are of one client: it
 /// changes nothing but what it has changed.

@@ -1,5 +1,7 @@
 #include "service/state_directory.h"
 
+#include "common/environment.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -90,26 +92,22 @@ bool write_all(int to, const std::string& text) {
     return true;
 }
 
-/// Whether the environment's `name` is an absolute path.
-std::optional<std::string> path_in(const char* name) {
-    const char* const set = getenv(name);
-    return set != nullptr && set[0] == '/' ? std::optional<std::string>(set) : std::nullopt;
-}
-
 } // namespace
 
 std::string default_state_directory() {
-    if (const auto given = path_in("STATE_DIRECTORY")) {
-        return given->substr(0, given->find(':'));
+    const std::string given = absolute_path_in("STATE_DIRECTORY");
+    if (!given.empty()) {
+        return given.substr(0, given.find(':'));
     }
     if (geteuid() == 0) {
         return "/var/lib/vlsld";
     }
-    if (const auto state = path_in("XDG_STATE_HOME")) {
-        return *state + "/vlsld";
+    const std::string state = absolute_path_in("XDG_STATE_HOME");
+    if (!state.empty()) {
+        return state + "/vlsld";
     }
-    const auto home = path_in("HOME");
-    return home ? *home + "/.local/state/vlsld" : "";
+    const std::string home = absolute_path_in("HOME");
+    return home.empty() ? "" : home + "/.local/state/vlsld";
 }
 
 state_directory::state_directory(const std::string& path) : path_(path) {

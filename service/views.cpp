@@ -1,5 +1,7 @@
 #include "service/views.h"
 
+#include "common/latin1.h"
+
 #include <filesystem>
 #include <fmt/format.h>
 #include <fstream>
@@ -226,35 +228,6 @@ ledger_view totals(ledger& book, moment now) {
 }
 
 } // namespace
-
-std::string utf8(const std::string& name) {
-    std::string result;
-    for (const char each : name) {
-        const auto point = static_cast<unsigned char>(each);
-        if (point < 0x80) {
-            result += each;
-        } else {
-            result += static_cast<char>(0xc0 | point >> 6);
-            result += static_cast<char>(0x80 | (point & 0x3f));
-        }
-    }
-    return result;
-}
-
-std::optional<std::string> latin1(const std::string& text) {
-    std::string name;
-    for (size_t at = 0; at < text.size(); ++at) {
-        const auto first = static_cast<unsigned char>(text[at]);
-        if (first < 0x80) {
-            name += text[at];
-        } else if ((first == 0xc2 || first == 0xc3) && at + 1 < text.size()) {
-            name += static_cast<char>((first & 3) << 6 | (text[++at] & 0x3f));
-        } else {
-            return std::nullopt;
-        }
-    }
-    return name;
-}
 
 text_source status_json(ledger& book, moment now, time_t since) {
     const ledger_view seen = totals(book, now);

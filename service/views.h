@@ -8,15 +8,6 @@
 #include "service/ledger.h"
 #include "service/text_source.h"
 
-#include <optional>
-#include <string>
-
-/// A name as it is shown. Narrow text on the wire is ISO 8859-1, whose bytes are the first 256 code
-/// points: different names look different.
-std::string utf8(const std::string& name);
-/// The name that is shown as `text`, which is UTF-8; none: no name is.
-std::optional<std::string> latin1(const std::string& text);
-
 /// One object; times are seconds since the epoch or seconds, rates bytes per second. With the
 /// history behind `since`, seconds since the epoch. `book` is borrowed.
 text_source status_json(ledger& book, moment now, time_t since);

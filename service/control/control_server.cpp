@@ -1,7 +1,8 @@
 #include "service/control/control_server.h"
 
+#include "common/latin1.h"
+#include "common/whole_number.h"
 #include "service/in_quotes.h"
-#include "service/views.h"
 #include "service/web_server.h"
 
 #include <algorithm>
@@ -54,14 +55,15 @@ std::optional<int64_t> number_in(const json& body, const char* name, int64_t lea
     if (found == body.end() || found->is_null()) {
         return std::nullopt;
     }
-    const bool is_whole = found->is_number_unsigned() || found->is_number_integer();
-    const bool is_too_large =
-        found->is_number_unsigned() && found->get<uint64_t>() > static_cast<uint64_t>(most);
-    if (!is_whole || is_too_large || found->get<int64_t>() < least) {
-        throw bad_request(
-            fmt::format("\"{}\" has to be a whole number from {} to {}.", name, least, most));
+    try {
+        const auto number = whole_number<int64_t>(*found);
+        if (least <= number && number <= most) {
+            return number;
+        }
+    } catch (const std::range_error&) { // it is none
     }
-    return found->get<int64_t>();
+    throw bad_request(
+        fmt::format("\"{}\" has to be a whole number from {} to {}.", name, least, most));
 }
 
 /// The storage that a body names; none: it is for the host.

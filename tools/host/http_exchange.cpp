@@ -36,7 +36,7 @@ int connect_error(CURL* with, CURLcode code) {
 
 } // namespace
 
-http_reply exchange(const http_request& asked) {
+http_reply exchange(const http_call& asked) {
     const std::unique_ptr<CURL, curl_deleter> with(curl_easy_init());
     const std::unique_ptr<curl_slist, curl_deleter> type(
         curl_slist_append(nullptr, "Content-Type: application/json"));

@@ -3,7 +3,7 @@
 
 #include <string>
 
-struct http_request {
+struct http_call {
     std::string url;
     std::string unix_socket; ///< path of the socket in place of the host of `url`; empty: none
     const std::string* json = nullptr; ///< what is posted; null: the page is asked for
@@ -19,4 +19,4 @@ struct http_reply {
 };
 
 /// Past any proxy that the environment names. Throws std::bad_alloc alone.
-http_reply exchange(const http_request& asked);
+http_reply exchange(const http_call& asked);

@@ -1,5 +1,6 @@
 #include "tools/host/service_status.h"
 
+#include "common/latin1.h"
 #include "common/whole_number.h"
 #include "tools/host/http_exchange.h"
 #include "tools/terminal/tables.h"
@@ -27,7 +28,7 @@ service_status service_status_of(const std::string& storage, operation_type_t di
     service_status status;
     // With the history from now on, which is none.
     status.url = fmt::format("http://127.0.0.1:{}/status", port);
-    http_request asked;
+    http_call asked;
     asked.url = fmt::format("{}?since={}", status.url, time(nullptr));
     const http_reply reply = exchange(asked);
     if (reply.status != 200) {
@@ -38,7 +39,7 @@ service_status service_status_of(const std::string& storage, operation_type_t di
     try {
         const nlohmann::json all = nlohmann::json::parse(reply.body);
         for (const nlohmann::json& each : all.at("storages")) {
-            if (each.at("name") == storage) {
+            if (each.at("name") == utf8(storage)) {
                 status.sharing = sharing_in(each, direction);
             }
         }

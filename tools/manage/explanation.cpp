@@ -22,11 +22,6 @@ const char* plural_of(operation_type_t direction) {
     return direction == OPERATION_READ ? "reads" : "writes";
 }
 
-int32_t percent_of_direction(const throttling_config_s& config, operation_type_t direction) {
-    return direction == OPERATION_READ ? config.read_bandwidth_percent
-                                       : config.write_bandwidth_percent;
-}
-
 /// What the settings allow at a time.
 struct allowed_then {
     allowed_then(const pacing_facts& facts, time_t when)

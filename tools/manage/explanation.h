@@ -16,7 +16,6 @@ struct pacing_facts {
     std::string server;
     operation_type_t direction = OPERATION_WRITE;
     std::string file;           ///< of the settings
-    bool is_file_there = true;  ///< else the settings are the defaults
     throttling_config_s config; ///< as the file says
     time_t when = 0;            ///< seconds since the epoch
     /// Of the present; none of another time, of which the service knows nothing.

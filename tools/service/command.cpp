@@ -1,5 +1,6 @@
 #include "tools/service/command.h"
 
+#include "common/latin1.h"
 #include "tools/service/control_client.h"
 #include "tools/service/limit_text.h"
 #include "tools/service/status_text.h"
@@ -44,7 +45,7 @@ ordered_json whom_asked(const service_options& options) {
         throw usage_failure("either NAME, a storage, or --host says what is limited");
     }
     return options.is_host ? ordered_json{{"host", true}}
-                           : ordered_json{{"storage", json_name(options.storage)}};
+                           : ordered_json{{"storage", utf8(options.storage)}};
 }
 
 int run_limit(const service_options& options) {

@@ -102,20 +102,6 @@ std::string duration_text(int64_t seconds) {
     return fmt::format("{} s", seconds);
 }
 
-std::string json_name(const std::string& name) {
-    std::string text;
-    for (const char each : name) {
-        const auto byte = static_cast<unsigned char>(each);
-        if (byte < 0x80) {
-            text += each;
-        } else {
-            text += static_cast<char>(0xc0 | byte >> 6);
-            text += static_cast<char>(0x80 | (byte & 0x3f));
-        }
-    }
-    return text;
-}
-
 std::string limit_text(const ordered_json& answer, const ordered_json& asked) {
     try {
         std::string text = whom(answer) + ":";

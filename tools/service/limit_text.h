@@ -16,9 +16,6 @@ int64_t duration_in(const std::string& option, const std::string& text);
 /// "3 d 2 h", "2 h 5 min", "5 min 3 s".
 std::string duration_text(int64_t seconds);
 
-/// A storage's name, whose bytes the service reads as ISO 8859-1, as JSON has it.
-std::string json_name(const std::string& name);
-
 /// What the service answered to a limit, in lines: the limits that hold now, and what is to be known
 /// of those that were `asked` for. Throws failure where it isn't what a service answers.
 std::string limit_text(const ordered_json& answer, const ordered_json& asked);
